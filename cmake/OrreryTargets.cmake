@@ -1,0 +1,26 @@
+# What every target of this project shares: warnings, sanitizers. Flags stand on targets only.
+
+add_library(orrery-options INTERFACE)
+target_compile_options(orrery-options INTERFACE
+  -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align -Woverloaded-virtual -Wformat=2
+  -Wimplicit-fallthrough -Wundef $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
+  $<$<BOOL:${ORRERY_WARNINGS_AS_ERRORS}>:-Werror>)
+if(ORRERY_SANITIZE)
+  target_compile_options(orrery-options INTERFACE -fsanitize=${ORRERY_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  target_link_options(orrery-options INTERFACE -fsanitize=${ORRERY_SANITIZE})
+endif()
+
+# orrery_shared_library(target OUTPUT_NAME name VERSION_SCRIPT file): the habits of our shared libraries.
+function(orrery_shared_library target)
+  cmake_parse_arguments(arg "" "OUTPUT_NAME;VERSION_SCRIPT" "" ${ARGN})
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME ${arg_OUTPUT_NAME}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${arg_VERSION_SCRIPT})
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${arg_VERSION_SCRIPT}" "LINKER:--as-needed")
+  if(NOT ORRERY_SANITIZE)
+    target_link_options(${target} PRIVATE "LINKER:--no-undefined")
+  endif()
+endfunction()
