@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include "orrery/platform/export.h"
+
+/// A child process: started, waited for, never left behind. The object is the only one that reaps its child.
+/// One thread uses one object; several objects may be used at the same time.
+class ORRERY_PLATFORM_EXPORT DzProcess {
+ public:
+  /// Runs in the child and never returns; if it does, the child exits with 127.
+  using Routine = void (*)(void* param);
+
+  /// What the child's routine works on until it calls exec.
+  enum class ChildMemory {
+    /// A copy, as fork makes it. Costs time in proportion to the memory of the parent.
+    copied,
+    /// The parent's own memory, on a stack of its own (64 KiB), while the calling thread waits for exec or exit; other
+    /// threads go on. For routines that only make system calls and write to nothing but their stack and what `param`
+    /// reserves for them. Costs the same however much memory the parent holds. Builds with a sanitizer copy instead.
+    borrowed,
+  };
+
+  DzProcess() = default;
+  /// A child that was not waited for is ended with SIGKILL and reaped.
+  ~DzProcess();
+  DzProcess(const DzProcess&) = delete;
+  DzProcess& operator=(const DzProcess&) = delete;
+
+  /// Starts a child in `routine`. The child begins with the caller's signal mask and with default actions for every
+  /// signal that had a handler; EvDebug writes its lines there without lock or heap. Returns 1; or 0 with the
+  /// system's reason in `errorText` (`errorSize` bytes with the null) and in errno. An object starts one child.
+  int Fork(Routine routine, void* param, char* errorText, int errorSize, ChildMemory memory = ChildMemory::copied);
+
+  /// Waits for the child to end and reaps it; `status` is as waitpid gives it. `timeout` in seconds; -1: no limit.
+  /// Returns 1; 0 when the limit passed; -1 with the reason in `errorText` when there is no child to wait for.
+  int WaitForProcessToEnd(int& status, char* errorText, int errorSize, int timeout);
+
+  /// -1 before the start. Stays readable after the child was reaped, when it may be another process's.
+  pid_t GetChildPid() const noexcept { return startedPid_; }
+
+  /// Sends a signal to the child; 0, or -1 with errno (ESRCH once it was reaped).
+  int Kill(int signal) noexcept;
+
+ private:
+  pid_t pid_ = -1;  // cleared in the step that reaps, so that no later signal can hit a stranger
+  pid_t startedPid_ = -1;
+};
+
+namespace orrery::platform {
+/// True in a child between Fork and exec.
+ORRERY_PLATFORM_EXPORT bool inForkedChild() noexcept;
+}  // namespace orrery::platform

@@ -1,0 +1,128 @@
+#include "database.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "posix.h"
+
+namespace orrery::platform::local {
+namespace {
+
+constexpr int busyMilliseconds = 10000;
+
+Status describe(const std::string& path, const std::string& step, int code, const std::string& reason, int error) {
+  const std::string what = step + ": ";
+  switch (code & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return Status::failure(what + path + " was in use by another process for more than " +
+                             std::to_string(busyMilliseconds / 1000) + " seconds; try again");
+    case SQLITE_NOTADB:
+      return Status::unavailable(what + path + " is not a store of this agent; put the store back from a copy");
+    case SQLITE_CORRUPT:
+      return Status::unavailable(what + path + " is damaged (" + reason + "); put the store back from a copy");
+    case SQLITE_CANTOPEN:
+      if (error == EACCES || error == EPERM)
+        return Status::unavailable(what + path + " may not be opened by this account; run the command as its owner");
+      return Status::unavailable(what + path + " cannot be opened (" + (error != 0 ? errorText(error) : reason) +
+                                 "); see that its folder is there");
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+    case SQLITE_READONLY:
+      return Status::unavailable(what + path + " may not be written by this account; run the command as its owner");
+    case SQLITE_FULL:
+      return Status::failure(what + "there is no room on the disk of " + path + "; make some and try again");
+    case SQLITE_NOMEM:
+      return Status::failure(what + "out of memory");
+    default:
+      return Status::failure(what + path + ": " + reason);
+  }
+}
+
+}  // namespace
+
+void refuseForkedChild(pid_t owner) {
+  if (::getpid() != owner)
+    throw Failure(Status::unavailable("the store cannot be used in a child process that did not open it"));
+}
+
+Database::Database(std::string path) : path_(std::move(path)), owner_(::getpid()), step_("open the store") {
+  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  const int code = sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);
+  if (code != SQLITE_OK) {
+    const Failure reason = failure(code);
+    sqlite3_close_v2(handle_);
+    throw Failure(reason);
+  }
+  sqlite3_busy_timeout(handle_, busyMilliseconds);
+  try {
+    execute("PRAGMA foreign_keys = ON");
+  } catch (...) {
+    sqlite3_close_v2(handle_);
+    throw;
+  }
+}
+
+Database::~Database() {
+  // In a forked child closing would give up the locks of files that the parent goes on using.
+  if (::getpid() == owner_) sqlite3_close_v2(handle_);
+}
+
+void Database::execute(const char* sql) {
+  if (const int code = sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr); code != SQLITE_OK) throw failure(code);
+}
+
+Failure Database::failure(int code) const {
+  const std::string step = std::string("cannot ") + (step_ == nullptr ? "use the store" : step_);
+  const char* reason = handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_);
+  return Failure(describe(path_, step, code, reason, handle_ == nullptr ? 0 : sqlite3_system_errno(handle_)));
+}
+
+Statement::Statement(Database& database, std::string_view sql) : database_(database) {
+  check(sqlite3_prepare_v2(database.handle_, sql.data(), static_cast<int>(sql.size()), &handle_, nullptr));
+}
+
+bool Statement::next() {
+  const int code = sqlite3_step(handle_);
+  if (code == SQLITE_ROW) return true;
+  if (code != SQLITE_DONE) check(code);
+  return false;
+}
+
+void Statement::run() {
+  while (next()) {
+  }
+}
+
+std::string Statement::text(int column) const {
+  const void* bytes = sqlite3_column_blob(handle_, column);
+  const int size = sqlite3_column_bytes(handle_, column);
+  return bytes == nullptr ? std::string()
+                          : std::string(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+}
+
+void Statement::bindText(int position, std::string_view text) {
+  check(sqlite3_bind_text64(handle_, position, text.data() == nullptr ? "" : text.data(), text.size(), SQLITE_STATIC,
+                            SQLITE_UTF8));
+}
+
+void Statement::check(int code) const {
+  if (code != SQLITE_OK) throw database_.failure(code);
+}
+
+Transaction::Transaction(Database& database, const char* begin) : database_(database) {
+  database.execute(begin);
+}
+
+Transaction::~Transaction() {
+  // Some errors have rolled back already; then there is nothing to do and SQLite says so.
+  if (open_) sqlite3_exec(database_.handle_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Transaction::commit() {
+  database_.execute("COMMIT");
+  open_ = false;
+}
+
+}  // namespace orrery::platform::local

@@ -1,0 +1,133 @@
+#pragma once
+
+/// The store of a home: one SQLite connection, its statements and transactions.
+/// Inside, failures are thrown as Failure; `read` and `write` turn them into a Status.
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include <sqlite3.h>
+
+#include "failure.h"
+
+namespace orrery::platform::local {
+
+/// A connection that the threads of this process share, one at a time. A forked child must not touch it, and is
+/// refused: SQLite's locks belong to the process that opened the file.
+class Database {
+ public:
+  /// Opens an existing file. Throws Failure with statusUnavailable and a text that names the file and what to do.
+  explicit Database(std::string path);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  /// Runs `body` in a transaction that sees one state of the store. `step` completes "cannot ...".
+  template <class Body>
+  Status read(const char* step, Body&& body) noexcept {
+    return guarded([&] { inTransaction("BEGIN", step, std::forward<Body>(body)); });
+  }
+
+  /// Runs `body` in a transaction that changes the store wholly or not at all.
+  template <class Body>
+  Status write(const char* step, Body&& body) noexcept {
+    return guarded([&] { inTransaction("BEGIN IMMEDIATE", step, std::forward<Body>(body)); });
+  }
+
+  /// Runs statements outside any transaction. For opening and making a store only.
+  void execute(const char* sql);
+
+  /// What SQLite says went wrong, as a failure that names the file.
+  Failure failure(int code) const;
+
+  const std::string& path() const noexcept { return path_; }
+  std::int64_t lastRowId() const noexcept { return sqlite3_last_insert_rowid(handle_); }
+  std::int64_t changes() const noexcept { return sqlite3_changes64(handle_); }
+
+ private:
+  friend class Statement;
+  friend class Transaction;
+
+  template <class Body>
+  void inTransaction(const char* begin, const char* step, Body&& body);
+
+  const std::string path_;
+  const pid_t owner_;
+  std::mutex mutex_;
+  const char* step_ = nullptr;  // under the mutex
+  sqlite3* handle_ = nullptr;
+};
+
+/// A prepared statement; values are bound, never pasted into the text.
+class Statement {
+ public:
+  Statement(Database& database, std::string_view sql);
+  ~Statement() { sqlite3_finalize(handle_); }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  /// Binds all parameters in their order, and makes the statement ready to run again. Bound texts must live until
+  /// the statement has run.
+  template <class... Values>
+  Statement& with(const Values&... values) {
+    sqlite3_reset(handle_);
+    int position = 0;
+    (bind(++position, values), ...);
+    return *this;
+  }
+
+  /// Fetches the next row; false at the end.
+  bool next();
+  /// Runs a statement that yields no rows.
+  void run();
+
+  std::int64_t integer(int column) const noexcept { return sqlite3_column_int64(handle_, column); }
+  bool isNull(int column) const noexcept { return sqlite3_column_type(handle_, column) == SQLITE_NULL; }
+  std::string text(int column) const;
+
+ private:
+  template <class Value>
+  void bind(int position, const Value& value) {
+    if constexpr (std::is_integral_v<Value> || std::is_enum_v<Value>)
+      check(sqlite3_bind_int64(handle_, position, static_cast<sqlite3_int64>(value)));
+    else
+      bindText(position, value);
+  }
+  void bindText(int position, std::string_view text);
+  void check(int code) const;
+
+  Database& database_;
+  sqlite3_stmt* handle_ = nullptr;
+};
+
+/// Rolls back at the end of its scope, unless it was committed.
+class [[nodiscard]] Transaction {
+ public:
+  Transaction(Database& database, const char* begin);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  void commit();
+
+ private:
+  Database& database_;
+  bool open_ = true;
+};
+
+/// Throws Failure when the calling process is not the one that opened the store.
+void refuseForkedChild(pid_t owner);
+
+template <class Body>
+void Database::inTransaction(const char* begin, const char* step, Body&& body) {
+  refuseForkedChild(owner_);  // before the mutex: a thread of the parent may have held it at the fork
+  const std::lock_guard lock(mutex_);
+  step_ = step;
+  Transaction transaction(*this, begin);
+  std::forward<Body>(body)();
+  transaction.commit();
+}
+
+}  // namespace orrery::platform::local

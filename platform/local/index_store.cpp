@@ -1,0 +1,96 @@
+#include "index_store.h"
+
+namespace orrery::platform::local {
+
+Status IndexStore::addPaths(const IndexKey& key, const std::vector<BrowsePath>& paths) {
+  return database_->write("add to the index", [&] {
+    Statement put(
+        *database_,
+        "INSERT INTO index_paths (instance_id, job_id, subclient_id, level, image, path, name, size, modified, "
+        "kind) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    for (const BrowsePath& path : paths)
+      put.with(key.instanceId, key.jobId, key.subclientId, key.level, key.image, path.path, path.name, path.size,
+               path.modified, path.kind)
+          .run();
+  });
+}
+
+Status IndexStore::listPaths(Id instanceId, long long jobId, std::vector<BrowsePath>& paths) {
+  std::vector<BrowsePath> found;
+  Status status = database_->read("read the index", [&] {
+    Statement statement(*database_,
+                        "SELECT path, name, size, modified, kind FROM index_paths WHERE instance_id = ?1 "
+                        "AND (?2 = 0 OR job_id = ?2) ORDER BY id");
+    statement.with(instanceId, jobId);
+    while (statement.next())
+      found.push_back({statement.text(0), statement.text(1), statement.integer(2), statement.integer(3),
+                       static_cast<std::uint32_t>(statement.integer(4))});
+  });
+  if (status.ok()) paths = std::move(found);
+  return status;
+}
+
+Status IndexStore::addRecord(const IndexKey& key, const std::string& kind, const std::string& name,
+                             const std::string& bytes) {
+  return database_->write("add a record to the index", [&] {
+    Statement(*database_,
+              "INSERT INTO index_records (job_id, instance_id, subclient_id, level, image, kind, name, bytes) "
+              "VALUES (?, ?, ?, ?, ?, ?, ?, CAST(? AS BLOB))")
+        .with(key.jobId, key.instanceId, key.subclientId, key.level, key.image, kind, name, bytes)
+        .run();
+  });
+}
+
+Status IndexStore::listRecords(long long jobId, const std::string& kind,
+                               std::vector<std::pair<std::string, std::string>>& namesAndBytes) {
+  std::vector<std::pair<std::string, std::string>> found;
+  Status status = database_->read("read records of the index", [&] {
+    Statement statement(*database_, "SELECT name, bytes FROM index_records WHERE job_id = ? AND kind = ? ORDER BY id");
+    statement.with(jobId, kind);
+    while (statement.next()) found.emplace_back(statement.text(0), statement.text(1));
+  });
+  if (status.ok()) namesAndBytes = std::move(found);
+  return status;
+}
+
+Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {
+  Id added = 0;
+  Status status = database_->write("enter the archive file", [&] {
+    Statement(*database_,
+              "INSERT INTO archive_files (backup_set_id, subclient_id, job_id, application_type, level, name, created, "
+              "size) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")
+        .with(file.backupSetId, file.subclientId, file.jobId, file.applicationType, file.level, file.name, file.created,
+              file.size)
+        .run();
+    added = static_cast<Id>(database_->lastRowId());
+  });
+  if (status.ok()) id = added;
+  return status;
+}
+
+Status ArchiveStore::listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
+                               std::vector<ArchiveFile>& files) {
+  std::vector<ArchiveFile> found;
+  Status status = database_->read("list the archive files", [&] {
+    Statement statement(*database_,
+                        "SELECT id, subclient_id, job_id, level, name, created, size FROM archive_files "
+                        "WHERE backup_set_id = ? AND application_type = ? AND created BETWEEN ? AND ? "
+                        "ORDER BY created, id");
+    statement.with(backupSetId, applicationType, from, to);
+    while (statement.next())
+      found.push_back({static_cast<Id>(statement.integer(0)), backupSetId, static_cast<Id>(statement.integer(1)),
+                       statement.integer(2), applicationType, static_cast<int>(statement.integer(3)), statement.text(4),
+                       statement.integer(5), statement.integer(6)});
+  });
+  if (status.ok()) files = std::move(found);
+  return status;
+}
+
+Status ArchiveStore::removeFile(Id id) {
+  return database_->write("remove the archive file", [&] {
+    Statement(*database_, "DELETE FROM archive_files WHERE id = ?").with(id).run();
+    if (database_->changes() == 0) throw Failure(Status::notFound("there is no archive file " + std::to_string(id)));
+  });
+}
+
+}  // namespace orrery::platform::local

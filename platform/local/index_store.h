@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+
+#include "database.h"
+
+namespace orrery::platform::local {
+
+/// What restores can be chosen by, and the records kept with each backup. Entries stay in the order they were added.
+class IndexStore final : public Index {
+ public:
+  explicit IndexStore(std::shared_ptr<Database> database) : database_(std::move(database)) {}
+
+  Status addPaths(const IndexKey& key, const std::vector<BrowsePath>& paths) override;
+  /// Job 0: of every job of the instance.
+  Status listPaths(Id instanceId, long long jobId, std::vector<BrowsePath>& paths) override;
+  Status addRecord(const IndexKey& key, const std::string& kind, const std::string& name,
+                   const std::string& bytes) override;
+  Status listRecords(long long jobId, const std::string& kind,
+                     std::vector<std::pair<std::string, std::string>>& namesAndBytes) override;
+
+ private:
+  const std::shared_ptr<Database> database_;
+};
+
+/// The files on the media.
+class ArchiveStore final : public ArchiveManager {
+ public:
+  explicit ArchiveStore(std::shared_ptr<Database> database) : database_(std::move(database)) {}
+
+  Status addFile(const ArchiveFile& file, Id& id) override;
+  Status listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
+                   std::vector<ArchiveFile>& files) override;
+  Status removeFile(Id id) override;
+
+ private:
+  const std::shared_ptr<Database> database_;
+};
+
+}  // namespace orrery::platform::local

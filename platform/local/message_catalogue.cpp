@@ -1,0 +1,107 @@
+/// The texts of cause and event codes: what happened, and the next step to take.
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+#include <string_view>
+
+#include "orrery/platform/home.h"
+
+namespace orrery::platform {
+namespace {
+
+struct Message {
+  std::uint32_t code;
+  std::string_view text;
+};
+
+/// In the order of the codes. %1 to %9 stand for the arguments.
+constexpr Message catalogue[] = {
+    {0x12000022,
+     "The media library %1 is missing; run `orrery-mysql init` to put it in place, then start the job again."},
+    {0x12000080, "The connection to the job manager could not be set up; see the log, then start the job again."},
+    {0x1800003E, "The options of the restore job could not be read; start the restore again with its options."},
+    {0x5700001C,
+     "The databases %1 of the content are not on the %2 server; remove them from the subclient's content or bring them "
+     "back."},
+    {0x57000020,
+     "The databases %1 had been added automatically, are no longer on the server, and were removed from the content of "
+     "the subclient %2; nothing needs to be done if they were dropped on purpose."},
+    {0x57000034,
+     "The databases of the server could not be listed; check with `orrery-mysql ping` that the server answers and that "
+     "the account may log in."},
+    {0x57000035,
+     "The content of the subclient could not be read from the management server; check that its store can be reached, "
+     "then start the job again."},
+    {0x5700004A,
+     "The session or the properties of the instance could not be obtained; check them with `orrery-mysql instance "
+     "show`."},
+    {0x5700004E,
+     "Replication did not resume after the backup; look at it with `orrery-mysql replica status` and start it on the "
+     "server."},
+    {0x57000056, "The server could not be started or stopped (%1); look into the server's error log."},
+    {0x57000066,
+     "The file of the certificate authority for TLS is missing; correct its path in the properties of the instance."},
+    {0x57000067, "The file of the TLS certificate is missing; correct its path in the properties of the instance."},
+    {0x57000068, "The file of the TLS key is missing; correct its path in the properties of the instance."},
+    {0x5700006A,
+     "The restored files could not be given to the account of the server; set the owner of the data directory, then "
+     "start the server."},
+    {0x5700006B, "mysqlbackup failed: %1; look into its output in the folder of the job's results."},
+    {0x5700006C,
+     "An image could not be restored; look into the output of mysqlbackup in the folder of the job's results."},
+    {0x5700006D,
+     "Enterprise backup is not enabled for the instance %2 (%1); enable it with `orrery-mysql instance set`, then "
+     "start "
+     "the job again."},
+    {0x5700006F,
+     "There is no enterprise backup image for the chosen time; choose a later time, see `orrery-mysql browse`."},
+    {0x57000070, "The folder to restore into is not empty; empty it or choose another one."},
+    {0x57000071, "The server did not answer after the restore; look into the server's error log."},
+    {0x57000072, "The server could not be stopped before the restore; stop it yourself, then start the restore again."},
+};
+
+constexpr bool inOrder() {
+  for (std::size_t i = 1; i < std::size(catalogue); ++i)
+    if (catalogue[i - 1].code >= catalogue[i].code) return false;
+  return true;
+}
+static_assert(inOrder(), "the catalogue is searched by halves");
+
+std::string filled(std::string_view text, const std::vector<std::string>& arguments) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%' || i + 1 == text.size() || text[i + 1] < '1' || text[i + 1] > '9') {
+      result += text[i];
+      continue;
+    }
+    const auto number = static_cast<std::size_t>(text[++i] - '1');
+    result += number < arguments.size() ? arguments[number] : "(not given)";
+  }
+  return result;
+}
+
+std::string unknown(std::uint32_t code, const std::vector<std::string>& arguments) {
+  std::array<char, 80> head{};
+  std::snprintf(head.data(), head.size(), "There is no text for the message 0x%08x", code);
+  std::string result = head.data();
+  const char* separator = "; its arguments are: ";
+  for (const std::string& argument : arguments) {
+    result += separator + argument;
+    separator = ", ";
+  }
+  return result + ".";
+}
+
+}  // namespace
+
+std::string messageText(std::uint32_t code, const std::vector<std::string>& arguments) {
+  const auto* place =
+      std::lower_bound(std::begin(catalogue), std::end(catalogue), code,
+                       [](const Message& message, std::uint32_t wanted) { return message.code < wanted; });
+  if (place == std::end(catalogue) || place->code != code) return unknown(code, arguments);
+  return filled(place->text, arguments);
+}
+
+}  // namespace orrery::platform

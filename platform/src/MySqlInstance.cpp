@@ -1,0 +1,130 @@
+#include "orrery/platform/MySqlInstance.h"
+
+#include <cstdlib>
+#include <exception>
+
+#include "orrery/platform/ClientProperties.h"
+#include "orrery/platform/EvEvent.h"
+#include "orrery/platform/instance_properties.h"
+#include "orrery/platform/services.h"
+
+using orrery::platform::services;
+using orrery::platform::Status;
+namespace property = orrery::platform::property;
+
+Instance::~Instance() = default;
+MySqlInstance::~MySqlInstance() = default;
+
+int Instance::getInstanceName(std::string& name) const {
+  orrery::platform::InstanceRecord record;
+  const Status status = services().inventory->findInstance(id_, record);
+  if (status.ok()) name = std::move(record.name);
+  return status.code;
+}
+
+std::unique_ptr<MySqlInstance> MySqlInstance::create(long id) noexcept {
+  try {
+    orrery::platform::InstanceRecord record;
+    const Status status = services().inventory->findInstance(static_cast<orrery::platform::Id>(id), record);
+    if (status.ok()) return std::make_unique<MySqlInstance>(static_cast<unsigned long>(id));
+    EvEvent().Error("MySqlInstance::create", "instance %ld: %s", id, status.text.c_str());
+  } catch (const std::exception& error) {
+    EvEvent().Error("MySqlInstance::create", "instance %ld: %s", id, error.what());
+  }
+  return nullptr;
+}
+
+int MySqlInstance::text(const char* key, std::string& value) const {
+  std::optional<std::string> found;
+  const Status status = services().inventory->readProperty(getInstanceId(), key, found);
+  if (status.ok()) value = found.value_or(std::string());
+  return status.code;
+}
+
+int MySqlInstance::getMySqlUnixUser(std::string& value) const {
+  return text(property::unixUser, value);
+}
+int MySqlInstance::getSaUser(std::string& value) const {
+  return text(property::saUser, value);
+}
+int MySqlInstance::getMySqlVersion(std::string& value) const {
+  return text(property::version, value);
+}
+int MySqlInstance::getSaPassword(std::string& value) const {
+  return text(property::saPassword, value);
+}
+int MySqlInstance::getMySqlNTUser(std::string& value) const {
+  return text(property::ntUser, value);
+}
+int MySqlInstance::getMySqlNTPassword(std::string& value) const {
+  return text(property::ntPassword, value);
+}
+int MySqlInstance::getMySqlSocketFile(std::string& value) const {
+  return text(property::socketFile, value);
+}
+int MySqlInstance::getMySqlBinaryFilePath(std::string& value) const {
+  return text(property::binaryPath, value);
+}
+int MySqlInstance::getMySqlDataFilePath(std::string& value) const {
+  return text(property::dataPath, value);
+}
+int MySqlInstance::getMySqlConfigFile(std::string& value) const {
+  return text(property::configFile, value);
+}
+int MySqlInstance::getMySqlSslCaPath(std::string& value) const {
+  return text(property::sslCa, value);
+}
+int MySqlInstance::getMySqlSslKey(std::string& value) const {
+  return text(property::sslKey, value);
+}
+int MySqlInstance::getMySqlSslCert(std::string& value) const {
+  return text(property::sslCert, value);
+}
+
+int MySqlInstance::getMySqlArchiveLogIndexFile(std::string& value) const {
+  std::optional<std::string> found;
+  const Status status = services().inventory->readProperty(getInstanceId(), property::archiveLogIndex, found);
+  if (!status.ok()) return status.code;
+  if (!found) return orrery::platform::statusNotFound;
+  value = std::move(*found);
+  return 0;
+}
+
+int MySqlInstance::getDbAutoDiscovery(int& value) const {
+  std::string number;
+  const int rc = text(property::autoDiscovery, number);
+  if (rc == 0) value = static_cast<int>(std::strtol(number.c_str(), nullptr, 10));
+  return rc;
+}
+
+int MySqlInstance::getIsMariaDB(bool& value) const {
+  std::string number;
+  const int rc = text(property::isMariaDb, number);
+  if (rc == 0) value = number == "1";
+  return rc;
+}
+
+int MySqlInstance::setIsMariaDB(bool value) {
+  return services().inventory->writeProperties(getInstanceId(), {{property::isMariaDb, value ? "1" : "0"}}).code;
+}
+
+std::unique_ptr<Instance> ApplicationId::getInstance() const {
+  if (instanceId_ == 0) return nullptr;
+  orrery::platform::InstanceRecord record;
+  if (!services().inventory->findInstance(instanceId_, record).ok()) return nullptr;
+  return std::make_unique<Instance>(instanceId_);
+}
+
+int ClientFromInstanceId::getClientId(unsigned long instanceId, unsigned long& clientId) {
+  orrery::platform::InstanceRecord record;
+  const Status status = services().inventory->findInstance(instanceId, record);
+  if (status.ok()) clientId = record.clientId;
+  return status.code;
+}
+
+int ClientProperties::getClientAppType(int& type) const {
+  orrery::platform::Client client;
+  const Status status = services().inventory->findClient(clientId_, client);
+  if (status.ok()) type = client.applicationType;
+  return status.code;
+}
