@@ -1,0 +1,243 @@
+#pragma once
+
+/// The one interface through which agents query and command a MySQL or MariaDB server.
+///
+/// `GetMySqlInfo` is a session with a server and, in itself, the implementation in command mode: every request runs one
+/// of the server's own clients (`mysql`, `mysqladmin`) as the instance's Unix account. A derived class may answer the
+/// same requests in another way; callers hold a `GetMySqlInfo*` and need not know which they got.
+///
+/// Results are 0 for success and -1 for failure unless an operation says otherwise. A failure is logged through
+/// `evEvent` with the failed step. A failed client leaves the server's error number and text in `iErrorCode` and
+/// `strErrorString`; so does a request that the session refuses to send (`iErrorCode` is then -1). No operation throws.
+///
+/// One thread uses one object at a time. Different objects may be used at the same time.
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "orrery/mysql/export.h"
+#include "orrery/platform/EvEvent.h"
+#include "orrery/platform/MySqlInstance.h"
+
+namespace IdxMetadata {
+class MySqlDbInfo;
+}
+
+class MySqlChildProcess;
+
+namespace orrery::mysql {
+class Dialect;
+}
+
+class ORRERY_MYSQL_EXPORT GetMySqlInfo {
+ public:
+  /// A session that is not usable before one of the `Init` operations succeeded.
+  GetMySqlInfo();
+  /// Looks the instance up and calls `Init(MySqlInstance*)`, whose result goes to `rc`; -1 for an unknown instance.
+  GetMySqlInfo(long instanceId, int& rc);
+  /// The same for the instance of an application.
+  GetMySqlInfo(ApplicationId appId, int& rc);
+  /// A session of its own on the same instance, with a defaults file of its own. The two share the instance entity,
+  /// which lives until the last of them is gone. A copy always counts as initialised, even when its defaults file
+  /// could not be written (which is logged): its statements then fail at the client.
+  GetMySqlInfo(GetMySqlInfo& other);
+  GetMySqlInfo& operator=(const GetMySqlInfo&) = delete;
+
+  /// Interface, in the order of the callers' table of operations: slots must never move.
+
+  /// Removes the defaults file and lets go of the instance entity.
+  virtual ~GetMySqlInfo();
+  /// Every data path of the server: database name to directory.
+  virtual int FindAllDatabasePaths(std::map<std::string, std::string>& paths);
+
+  /// Initialisers. On failure the members read so far stay, and the session is not usable.
+  /// From an application: the instance it belongs to.
+  virtual int Init(ApplicationId appId);
+  /// From the id of an instance in the inventory.
+  virtual int Init(long instanceId);
+  /// From an entity, which stays the caller's. Reads the instance's properties, finds the client that owns it, opens
+  /// the stored password and writes the defaults file; an earlier file of this session is removed first.
+  virtual int Init(MySqlInstance* instance);
+  /// From explicit parameters. Writes no defaults file and opens no password: statements in command mode run with an
+  /// empty --defaults-file=, which the clients accept as "no option file", and the removal of the file at the end fails
+  /// and is only logged. Meant for sessions that bring their password to the server in another way.
+  virtual int Init(MySqlServer server);
+
+  /// Whether the server answers. 0 only when the client reports it alive; a server that refuses the account counts as
+  /// not answering.
+  virtual int PingServer();
+  /// Reads a server variable. `name` is a LIKE pattern. A variable that does not exist yields an empty value and 0.
+  virtual int QueryVariable(std::string name, std::string& value);
+  /// Whether binary logging is on: 0 off, 1 on, 2 unknown.
+  virtual int FindBinLogStatus();
+  /// Directory of the binary logs; empty when binary logging is off.
+  virtual int GetLogBinPath(std::string& path);
+  /// `max_allowed_packet` in bytes.
+  virtual int GetMaxAllowedPacket(long long& size);
+  /// Binary logs with their first and last number.
+  virtual int FindMasterLogs(std::list<std::string>& logs, long* first, long* last);
+  virtual int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
+  virtual int CheckDBPresence(std::string& db, bool& present);
+  /// Rotates the server's logs.
+  virtual int FlushLogs();
+  /// Creates a database unless it exists. A name with a back-tick, a double quote, a line break or a null is refused:
+  /// no client runs.
+  virtual int CreateDB(std::string db);
+  /// Drops a database. Server error 1008 when it does not exist. Names are refused as in CreateDB.
+  virtual int DropDB(std::string db);
+  /// Removes the binary logs before `file`. Server error 1373 when there is no such file. A name with a quote, a line
+  /// break, a null, or a backslash before the closing quote is refused.
+  virtual int PurgeLogsTo(std::string file);
+  /// Version of the server up to its first "-", for example 10.11.6.
+  virtual int getVersionFromServer(std::string& version);
+  virtual int LastLogName();
+  virtual int FetchDBList(std::list<std::string>& databases);
+  /// Start and stop replication.
+  virtual int StartSlave();
+  virtual int StopSlave();
+  virtual int StartServer(const char* startCommand);
+  virtual int StopServer(const char* stopCommand);
+  virtual int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text);
+  virtual int getDBProps(std::string db, std::string& createTime, unsigned long long& size);
+  virtual int isUsesInnoDBEngine(std::string db, bool& innoDbOnly);
+  virtual int checkInnoDbFilePerTable(std::string db, bool& filePerTable);
+  /// Runs a CREATE DATABASE text as it is. A text with a double quote or a null cannot pass a client's command line and
+  /// is refused.
+  virtual int createDatabaseUsingSchema(std::string schema);
+  /// Checks that the database can be reached, then runs a CREATE TABLE text as it is, in a client of its own that has
+  /// no default database: the text must name the database where the server needs it.
+  virtual int createTableUsingSchema(std::string db, std::string schema);
+  /// Check that the database can be reached, then discard or import the tablespace of a table, in a client that has no
+  /// default database: `table` is put between back-ticks as it is.
+  virtual int discardTableSpace(std::string db, std::string table);
+  virtual int importTableSpace(std::string db, std::string table);
+  /// Switches foreign-key checks of the server: 0 off, 1 on. Existing connections keep their setting.
+  virtual int setForeignKeyConstraint(int enabled);
+  virtual int setIdentifiedWithAsHex(const std::string& value);
+  /// Removes all binary logs and starts anew with the first.
+  virtual int ResetMaster();
+  virtual int getUsers(std::vector<std::string>& accounts);
+  virtual int getCreateUserQuery(const std::string& account, std::string& statement);
+  virtual int getGrantQueries(const std::string& account, std::vector<std::string>& statements);
+  /// Metadata for the index; not offered over the command line, so these two always fail in command mode.
+  virtual int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record);
+  virtual int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records);
+  virtual int isXtrabackupPossible();
+  /// 1 when the table is partitioned. Always 0 in command mode, which does not look.
+  virtual int isPartitionedTable(std::string db, std::string table);
+  /// Recovery of one table. Not offered: always -1.
+  virtual int recoverTable(std::string db, std::string table, std::string path, std::string target);
+  /// Whether the server is MySQL 8 or later. Command mode does not look: false.
+  virtual bool isMySQL8orMore();
+  /// Compares the server's version. Command mode does not look: -1, the outputs stay as they were.
+  virtual int isVersionGreaterThan(int major, int minor, bool& isMariaDb, bool& greater);
+
+  /// End of the interface by slots.
+
+  /// Writes this session's defaults file: a private option file for the clients, "[client]" and the password, in the
+  /// agent's temporary directory, mode 0600, owned by `strUnixUser` when that is set. Sets `strConfigPwdFile` and
+  /// `bInitialized`. -1 when there is no temporary directory, the account does not exist or the file cannot be
+  /// written; nothing is left on disk then. A password that an option file cannot carry as it is, is written all the
+  /// same and a log line warns, without showing it: the clients will be refused.
+  int CreateConfigPwdFile(unsigned long suffix);
+  /// Removes the defaults file; afterwards the session refuses statements. 0 also when there is nothing to remove. -1
+  /// when the file cannot be removed; the session then stays usable.
+  int DeleteConfFile();
+  /// Creates a directory with its missing parents.
+  int CreateDir(std::string path);
+  /// Connection part of a client's command line: " --host=H --port=P", or " --socket=S" when there is no host.
+  std::string GetConnectMethod();
+  std::string GetConnectMethod(const std::string& socket);
+  std::string GetConnectMethod(const std::string& socket, const std::string& host, const std::string& port);
+  /// Splits "host:port". Anything but exactly two pieces leaves both outputs as they are.
+  void GetHostPortFromSocket(const std::string& socket, std::string& host, std::string& port);
+  /// The part of `name` before its first ".". Without one, `shortName` stays as it is.
+  void GetShortName(const std::string& name, std::string& shortName);
+  /// `text` with a backslash before every "_" and "%", so that a LIKE pattern matches it literally.
+  std::string SpecialCharactersCheck(std::string text);
+  void clearErrors();
+  /// Whether a client is a cloud database client. The last answer is remembered for the process; a client that cannot
+  /// be looked up is logged and remembered as none.
+  bool IsCloudDBInstance(const unsigned long& clientId);
+  /// Where this machine, as a proxy, holds the client programs for a client's servers of a version. `path` stays empty
+  /// when no directory is known. -1 when the directory service cannot answer.
+  int GetProxyBinPath(const unsigned long& clientId, const unsigned long& appType, const std::string& version,
+                      std::string& path);
+
+  /// Runs one statement with `mysql`, or a ping with `mysqladmin` when `bPing` is set (`statement` is then ignored).
+  /// `output` receives what the client wrote to standard output: rows without a header, columns separated by tabs.
+  /// -1 when the session is not initialised, a part of the command line cannot be carried, the client cannot be
+  /// started, or it fails. Each call is a client of its own: no default database and no session variable lasts.
+  int executeMySqlCommand(std::string statement, std::string& output, bool bPing);
+  /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
+  /// statements. A name with a quote, a back-tick, a line break, a null, or a backslash at its end is refused.
+  int UseDatabase(std::string db);
+
+  // The session. Callers may read it; only the library writes it.
+  std::int32_t iErrorCode = 0;              ///< server error number of the last failure; -1 when there was none to read
+  std::string strErrorString;               ///< text of the last failure
+  bool bInitialized = false;                ///< usable
+  MySqlInstance* pMySqlInstance = nullptr;  ///< the entity the session was built from; the session's own
+  EvEvent evEvent;                          ///< log and job context
+  std::string strArchiveLogIndexFile;       ///< binary-log index file
+  std::string strSocketFile;                ///< socket, or "host:port"
+  std::string strUnixUser;                  ///< account that owns the server; clients run as it
+  std::string strSaUser;                    ///< MySQL account of all statements
+  std::string strSaPassword;                ///< its password as the agent stores it
+  std::string strPassword;                  ///< its password
+  std::string strVersion;                   ///< version as configured
+  std::string strBinaryPath;                ///< directory of the clients and server programs
+  std::string strDataPath;                  ///< data directory as configured
+  std::string strConfigFile;                ///< the server's option file
+  std::string strNTUser;                    ///< not used on Linux
+  std::string strNTPassword;                ///< not used on Linux
+  std::uint64_t ulInstanceId = 0;           ///< also part of the defaults file's name
+  std::int32_t iDbAutoDiscovery = 0;        ///< 1: the agent adds new databases itself
+  std::string strHost;                      ///< of a "host:port" socket
+  std::string strPort;                      ///< of a "host:port" socket
+  std::string strSessionString1;            ///< reserved
+  bool bSlaveStoppedBySession = false;      ///< this session stopped replication
+  std::string strMasterLogFile;             ///< current binary log
+  std::string strLogBaseName;               ///< its name up to the last "."
+  std::int32_t iSessionMode = 2;
+  std::string strConfigPwdFile;    ///< path of the defaults file
+  ApplicationId appId;             ///< the application the session was built from
+  std::string strReplicationFile;  ///< kept while replication is stopped
+  std::string strSessionString2, strSessionString3, strSessionString4, strSessionString5;  ///< reserved
+  std::string strSessionString6, strSessionString7, strSessionString8, strSessionString9;  ///< reserved
+  bool bUseSsl = false;          ///< the CA is set, or key and certificate are
+  std::uint64_t ulClientId = 0;  ///< client that owns the instance
+  std::string strSslCa;
+  std::string strSslKey;
+  std::string strSslCert;
+
+ protected:
+  /// Fails an operation that this build does not offer yet: logs its name and returns -1.
+  ORRERY_MYSQL_HIDDEN int notBuiltYet(const char* operation);
+
+ private:
+  ORRERY_MYSQL_HIDDEN int adoptInstance(std::unique_ptr<MySqlInstance> instance);
+  ORRERY_MYSQL_HIDDEN int initFromInstance(const char* tag, MySqlInstance& instance);
+  ORRERY_MYSQL_HIDDEN int readProperties(const char* tag, const MySqlInstance& instance);
+  ORRERY_MYSQL_HIDDEN int useProxyClients(const char* tag);
+  ORRERY_MYSQL_HIDDEN int openPassword(const char* tag);
+  ORRERY_MYSQL_HIDDEN int refuse(const char* tag, const std::string& reason);
+  ORRERY_MYSQL_HIDDEN int runStatement(const char* tag, const std::string& statement);
+  ORRERY_MYSQL_HIDDEN int runQuery(const char* tag, const std::string& statement, std::string& output);
+  ORRERY_MYSQL_HIDDEN int runTableStatement(const char* tag, const std::string& db, const std::string& statement);
+  ORRERY_MYSQL_HIDDEN int runClient(const char* tag, const std::string& command, bool bPing, std::string& output);
+  ORRERY_MYSQL_HIDDEN int rememberClientError(const char* tag, MySqlChildProcess& client);
+  ORRERY_MYSQL_HIDDEN void updateUseSsl();
+
+  // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because
+  // a caller may still hold their address.
+  std::vector<std::shared_ptr<MySqlInstance>> instances_;
+  // What this session learned about the texts that its server and clients know.
+  std::unique_ptr<orrery::mysql::Dialect> dialect_;
+};

@@ -1,0 +1,72 @@
+// Operations of the interface that this build does not offer yet. They hold their slots, so that the table of
+// operations never changes for callers, and fail with a log line that says so.
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+
+namespace {
+// FindBinLogStatus: what an agent is told when the server cannot be asked.
+constexpr int binLogStateUnknown = 2;
+}  // namespace
+
+int GetMySqlInfo::notBuiltYet(const char* operation) {
+  evEvent.Error(operation, "not offered by this version of the library");
+  iErrorCode = -1;
+  strErrorString = std::string(operation) + " is not offered by this version of the library";
+  return -1;
+}
+
+int GetMySqlInfo::FindAllDatabasePaths(std::map<std::string, std::string>&) {
+  return notBuiltYet("GetMySqlInfo::FindAllDatabasePaths");
+}
+int GetMySqlInfo::FindBinLogStatus() {
+  notBuiltYet("GetMySqlInfo::FindBinLogStatus");
+  return binLogStateUnknown;
+}
+int GetMySqlInfo::FindMasterLogs(std::list<std::string>&, long*, long*) {
+  return notBuiltYet("GetMySqlInfo::FindMasterLogs");
+}
+int GetMySqlInfo::FindMasterLogs(std::list<std::string>&, bool) {
+  return notBuiltYet("GetMySqlInfo::FindMasterLogs");
+}
+int GetMySqlInfo::CheckDBPresence(std::string&, bool&) {
+  return notBuiltYet("GetMySqlInfo::CheckDBPresence");
+}
+int GetMySqlInfo::LastLogName() {
+  return notBuiltYet("GetMySqlInfo::LastLogName");
+}
+int GetMySqlInfo::FetchDBList(std::list<std::string>&) {
+  return notBuiltYet("GetMySqlInfo::FetchDBList");
+}
+int GetMySqlInfo::StartServer(const char*) {
+  return notBuiltYet("GetMySqlInfo::StartServer");
+}
+int GetMySqlInfo::StopServer(const char*) {
+  return notBuiltYet("GetMySqlInfo::StopServer");
+}
+int GetMySqlInfo::getReplicationStatus(bool&, bool&, int&, std::string&) {
+  return notBuiltYet("GetMySqlInfo::getReplicationStatus");
+}
+int GetMySqlInfo::getDBProps(std::string, std::string&, unsigned long long&) {
+  return notBuiltYet("GetMySqlInfo::getDBProps");
+}
+int GetMySqlInfo::isUsesInnoDBEngine(std::string, bool&) {
+  return notBuiltYet("GetMySqlInfo::isUsesInnoDBEngine");
+}
+int GetMySqlInfo::checkInnoDbFilePerTable(std::string, bool&) {
+  return notBuiltYet("GetMySqlInfo::checkInnoDbFilePerTable");
+}
+int GetMySqlInfo::setIdentifiedWithAsHex(const std::string&) {
+  return notBuiltYet("GetMySqlInfo::setIdentifiedWithAsHex");
+}
+int GetMySqlInfo::getUsers(std::vector<std::string>&) {
+  return notBuiltYet("GetMySqlInfo::getUsers");
+}
+int GetMySqlInfo::getCreateUserQuery(const std::string&, std::string&) {
+  return notBuiltYet("GetMySqlInfo::getCreateUserQuery");
+}
+int GetMySqlInfo::getGrantQueries(const std::string&, std::vector<std::string>&) {
+  return notBuiltYet("GetMySqlInfo::getGrantQueries");
+}
+int GetMySqlInfo::isXtrabackupPossible() {
+  return notBuiltYet("GetMySqlInfo::isXtrabackupPossible");
+}
