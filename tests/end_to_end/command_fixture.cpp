@@ -1,0 +1,99 @@
+#include "command_fixture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace orrery::test {
+namespace {
+
+testing::AssertionResult endedWith(const ProgramResult& result, int exitStatus, const std::string& reason) {
+  const std::string& errors = result.errors;
+  const bool oneLine =
+      !errors.empty() && errors.find('\n') == errors.size() - 1 && errors.starts_with("orrery-mysql: ");
+  if (result.exitStatus == exitStatus && result.output.empty() && oneLine && errors.find(reason) != std::string::npos) {
+    return testing::AssertionSuccess();
+  }
+  return testing::AssertionFailure() << "wanted exit status " << exitStatus << " and one line with \"" << reason
+                                     << "\"; got " << result.exitStatus << ", signal " << result.signal << ", output <"
+                                     << result.output << ">, errors <" << errors << ">";
+}
+
+}  // namespace
+
+std::vector<std::string> commandLine(const std::string& home, const std::vector<std::string>& arguments) {
+  std::vector<std::string> line{ORRERY_MYSQL_COMMAND, "--home", home};
+  line.insert(line.end(), arguments.begin(), arguments.end());
+  return line;
+}
+
+testing::AssertionResult failedWith(const ProgramResult& result, const std::string& reason) {
+  return endedWith(result, 1, reason);
+}
+
+testing::AssertionResult refusedUsage(const ProgramResult& result, const std::string& reason) {
+  return endedWith(result, 2, reason);
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void CommandTest::SetUp() {
+  const ProgramResult result = run({"init", "--client", "tested"});
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+}
+
+ProgramResult CommandTest::run(const std::vector<std::string>& arguments, ProgramOptions options) const {
+  return runProgram(commandLine(home_, arguments), std::move(options));
+}
+
+Json CommandTest::runJson(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.end(), {"--format", "json"});
+  const ProgramResult result = run(arguments);
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  const Json document = Json::parse(result.output, nullptr, false);
+  EXPECT_FALSE(document.is_discarded()) << result.output;
+  return document;
+}
+
+void CommandTest::addInstance(const std::string& name, const std::string& socket, std::vector<std::string> more) const {
+  std::vector<std::string> arguments{"instance", "add", name, "--socket", socket, "--user", "agent", "--no-password"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const ProgramResult result = run(arguments);
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+}
+
+std::vector<std::string> CommandTest::instanceNames() const {
+  std::vector<std::string> names;
+  const Json document = runJson({"instance", "list"});
+  for (const Json& instance : document["instances"]) names.push_back(instance["name"]);
+  return names;
+}
+
+void CommandTest::makeProgram(const std::string& path, const std::string& script) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  writeFile(path, "#!/bin/sh\n" + script, 0755);
+}
+
+void ServerTest::addServer(std::vector<std::string> more) const {
+  std::vector<std::string> arguments{"instance",
+                                     "add",
+                                     "db",
+                                     "--socket",
+                                     server().socket(),
+                                     "--user",
+                                     "agent",
+                                     "--password-file",
+                                     server().directory() + "/agent.password"};
+  if (::geteuid() == 0) arguments.insert(arguments.end(), {"--unix-user", server().account()});
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const ProgramResult result = run(arguments);
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+}
+
+}  // namespace orrery::test

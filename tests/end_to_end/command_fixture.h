@@ -1,0 +1,66 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/mariadb_sandbox.h"
+#include "support/program.h"
+#include "support/temporary_directory.h"
+
+namespace orrery::test {
+
+using Json = nlohmann::ordered_json;
+
+/// A command line for the built command, with the home of the test.
+std::vector<std::string> commandLine(const std::string& home, const std::vector<std::string>& arguments);
+
+/// Passes for exit status 1 with nothing on standard output and exactly one line "orrery-mysql: ..." on standard error
+/// that holds `reason`.
+testing::AssertionResult failedWith(const ProgramResult& result, const std::string& reason);
+/// The same for exit status 2.
+testing::AssertionResult refusedUsage(const ProgramResult& result, const std::string& reason);
+
+/// Names in a folder, without "." and "..", sorted.
+std::vector<std::string> namesIn(const std::string& folder);
+
+/// A fresh home, made by `init`, and the command run against it.
+class CommandTest : public testing::Test {
+ protected:
+  void SetUp() override;
+
+  const std::string& home() const noexcept { return home_; }
+  std::string log() const { return readFile(home_ + "/log/orrery-mysql.log"); }
+  ProgramResult run(const std::vector<std::string>& arguments, ProgramOptions options = {}) const;
+  /// Runs with --format json; the document, or null after a failure of the test.
+  Json runJson(std::vector<std::string> arguments) const;
+  /// Adds an instance that needs no password.
+  void addInstance(const std::string& name, const std::string& socket, std::vector<std::string> more = {}) const;
+  std::vector<std::string> instanceNames() const;
+  /// A program of this text in a folder of the test.
+  static void makeProgram(const std::string& path, const std::string& script);
+
+  TemporaryDirectory directory_;
+
+ private:
+  std::string home_ = directory_ / "home";
+};
+
+/// The same with one server for all tests of the program.
+class ServerTest : public CommandTest {
+ protected:
+  static void SetUpTestSuite() { server_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.logBin = true}); }
+  static void TearDownTestSuite() { server_.reset(); }
+  static MariaDbSandbox& server() { return *server_; }
+  /// Adds the server as "db", with its password and its Unix account.
+  void addServer(std::vector<std::string> more = {}) const;
+
+ private:
+  static inline std::unique_ptr<MariaDbSandbox> server_;
+};
+
+}  // namespace orrery::test

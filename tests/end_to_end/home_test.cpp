@@ -1,0 +1,117 @@
+// The home: made, completed, refused.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "command_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using HomeTest = CommandTest;
+
+TEST_F(HomeTest, InitTwiceKeepsWhatIsThere) {
+  addInstance("kept", "127.0.0.1:3306");
+  const Json again = runJson({"init", "--client", "another"});
+  EXPECT_EQ(again["created"], false);
+  EXPECT_EQ(again["client"], "tested");
+  EXPECT_THAT(instanceNames(), testing::ElementsAre("kept"));
+}
+
+TEST_F(HomeTest, InitLinksTheClientLibrary) {
+  const std::string link = home() + "/libmysqlclient.so";
+  ASSERT_TRUE(fs::is_symlink(link));
+  const std::string library = fs::read_symlink(link);
+  EXPECT_TRUE(fs::exists(library));
+
+  fs::remove(link);
+  fs::create_symlink("/nowhere/libmysqlclient.so.9", link);
+  EXPECT_EQ(runJson({"init"})["client_library_link_state"], "replaced");
+  EXPECT_EQ(fs::read_symlink(link).string(), library);
+
+  EXPECT_EQ(runJson({"init"})["client_library_link_state"], "kept");
+}
+
+TEST_F(HomeTest, InitNeverReplacesAFile) {
+  const std::string link = home() + "/libmysqlclient.so";
+  fs::remove(link);
+  writeFile(link, "somebody's own");
+  EXPECT_EQ(runJson({"init"})["client_library_link_state"], "file");
+  EXPECT_TRUE(failedWith(run({"init", "--client-library", "/proc/self/exe"}), "is a file of its own"));
+  EXPECT_EQ(readFile(link), "somebody's own");
+}
+
+TEST_F(HomeTest, InitRefusesALibraryThatCannotBeLoaded) {
+  const std::string text = directory_ / "text.so";
+  writeFile(text, "no library");
+  EXPECT_TRUE(failedWith(run({"init", "--client-library", text}), "no library that this program can load"));
+}
+
+TEST_F(HomeTest, TheEnvironmentNamesTheHome) {
+  ProgramOptions options;
+  options.environment = {"ORRERY_HOME=" + home()};
+  const ProgramResult result = runProgram({ORRERY_MYSQL_COMMAND, "instance", "list"}, options);
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+}
+
+TEST_F(HomeTest, AMissingHomeIsNamedWithTheNextStep) {
+  const std::string missing = directory_ / "missing";
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"instance", "list"}, {"setting", "list"}, {"ping", "db"}, {"binlog", "flush", "db"}}) {
+    const ProgramResult result = runProgram(commandLine(missing, command));
+    EXPECT_TRUE(failedWith(result, missing));
+    EXPECT_TRUE(failedWith(result, "orrery-mysql init"));
+  }
+  EXPECT_FALSE(fs::exists(missing));
+}
+
+TEST_F(HomeTest, AFileIsNoHome) {
+  const std::string file = directory_ / "file";
+  writeFile(file, "text");
+  EXPECT_TRUE(failedWith(runProgram(commandLine(file, {"init"})), file));
+  EXPECT_TRUE(failedWith(runProgram(commandLine(file, {"ping", "db"})), file));
+  EXPECT_EQ(readFile(file), "text");
+}
+
+void removeStoreLogs(const std::string& store) {
+  fs::remove(store + "-wal");
+  fs::remove(store + "-shm");
+}
+
+TEST_F(HomeTest, AStoreThatIsNoDatabaseIsRefusedAndKept) {
+  const std::string store = home() + "/store.db";
+  removeStoreLogs(store);
+  const std::string nonsense(8192, 'x');
+  writeFile(store, nonsense, 0600);
+  EXPECT_TRUE(failedWith(run({"instance", "list"}), store));
+  EXPECT_TRUE(failedWith(run({"ping", "db"}), store));
+  EXPECT_EQ(readFile(store), nonsense);
+}
+
+TEST_F(HomeTest, AStoreOfANewerVersionIsRefusedAndKept) {
+  const std::string store = home() + "/store.db";
+  removeStoreLogs(store);
+  // The schema's version stands in the file's header, at byte 60, most significant byte first.
+  std::string content = readFile(store);
+  content[60] = '\x7f';
+  writeFile(store, content, 0600);
+  EXPECT_TRUE(failedWith(run({"instance", "list"}), "newer"));
+  EXPECT_EQ(readFile(store), content);
+}
+
+TEST_F(HomeTest, SettingsWithNonsenseAreNamedByLine) {
+  const std::string settings = home() + "/settings.ini";
+  const std::string nonsense = readFile(settings) + "[MySQL\nnRetryDropDB\n";
+  writeFile(settings, nonsense, 0600);
+  EXPECT_TRUE(failedWith(run({"setting", "list"}), "settings.ini line "));
+  EXPECT_TRUE(failedWith(run({"setting", "get", "nRetryDropDB"}), "settings.ini line "));
+  EXPECT_TRUE(failedWith(run({"setting", "set", "nRetryDropDB", "3"}), "settings.ini line "));
+  EXPECT_EQ(readFile(settings), nonsense);
+}
+
+}  // namespace
+}  // namespace orrery::test

@@ -1,0 +1,208 @@
+// The inventory on the command line, without a server.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "command_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+using InstanceTest = CommandTest;
+
+TEST_F(InstanceTest, AddShowSetRemove) {
+  const std::string ca = directory_ / "ca.pem";
+  writeFile(ca, "certificate");
+  const Json added = runJson({"instance", "add", "Größe 1", "--socket", "127.0.0.1:3306", "--user", "agent",
+                              "--no-password", "--ssl-ca", ca, "--auto-discovery", "on", "--bin", "/usr/bin"});
+  EXPECT_EQ(added["name"], "Größe 1");
+  EXPECT_EQ(added["client"], "tested");
+  EXPECT_EQ(added["socket"], "127.0.0.1:3306");
+  EXPECT_EQ(added["ssl_ca"], ca);
+  EXPECT_EQ(added["auto_discovery"], true);
+  EXPECT_EQ(added["unix_user"], nullptr);
+  EXPECT_EQ(added["password_stored"], false);
+  const std::string id = std::to_string(added["id"].get<int>());
+  EXPECT_EQ(runJson({"instance", "show", id}), added);
+
+  Json expected = added;
+  expected["user"] = "other";
+  expected["ssl_ca"] = nullptr;
+  expected["version"] = "10.11";
+  runJson({"instance", "set", "Größe 1", "--user=other", "--ssl-ca=", "--version-hint", "10.11"});
+  EXPECT_EQ(runJson({"instance", "show", "Größe 1"}), expected);
+
+  EXPECT_EQ(runJson({"instance", "remove", id, "--yes"})["removed"]["name"], "Größe 1");
+  EXPECT_THAT(instanceNames(), testing::IsEmpty());
+  EXPECT_TRUE(failedWith(run({"instance", "show", id}), "there is no instance " + id));
+}
+
+TEST_F(InstanceTest, ListIsATableForPeople) {
+  addInstance("one", "127.0.0.1:3306");
+  addInstance("twenty-two", "127.0.0.1:3307");
+  EXPECT_EQ(run({"instance", "list"}).output,
+            "ID  NAME        SOCKET          ACCOUNT  UNIX ACCOUNT\n"
+            "1   one         127.0.0.1:3306  agent    -\n"
+            "2   twenty-two  127.0.0.1:3307  agent    -\n");
+}
+
+TEST_F(InstanceTest, RelativePathsAreStoredInFull) {
+  ProgramOptions options;
+  const ProgramResult result = runProgram(
+      {"sh", "-c", "cd \"$0\" && touch ca.pem && exec \"$@\"", directory_.path(), ORRERY_MYSQL_COMMAND, "--home",
+       home(), "instance", "add", "db", "--socket", "h:1", "--user", "u", "--no-password", "--ssl-ca", "ca.pem"},
+      options);
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_EQ(runJson({"instance", "show", "db"})["ssl_ca"], directory_ / "ca.pem");
+}
+
+TEST_F(InstanceTest, NamesLikeCommandsAreNames) {
+  addInstance("version", "127.0.0.1:1");
+  EXPECT_EQ(runJson({"instance", "show", "version"})["name"], "version");
+  EXPECT_TRUE(failedWith(run({"ping", "version"}), "version"));
+}
+
+struct PasswordCase {
+  const char* name;
+  std::string content;
+  const char* refusal;  ///< null: taken
+};
+
+void PrintTo(const PasswordCase& row, std::ostream* out) {
+  *out << row.name;
+}
+
+class PasswordFileTest : public CommandTest, public testing::WithParamInterface<PasswordCase> {};
+
+TEST_P(PasswordFileTest, IsReadFromFileAndStandardInputAlike) {
+  const PasswordCase& row = GetParam();
+  const std::string file = directory_ / "password";
+  writeFile(file, row.content, 0600);
+  const std::vector<std::string> common{"instance", "add", "db", "--socket", "h:1", "--user", "u"};
+  std::vector<std::string> fromFile = common;
+  fromFile.insert(fromFile.end(), {"--password-file", file});
+  std::vector<std::string> fromInput = common;
+  fromInput[2] = "db2";
+  fromInput.emplace_back("--password-stdin");
+  ProgramOptions options;
+  options.input = row.content;
+  for (const ProgramResult& result : {run(fromFile), run(fromInput, options)}) {
+    if (row.refusal == nullptr) {
+      EXPECT_EQ(result.exitStatus, 0) << result.errors;
+    } else {
+      EXPECT_TRUE(failedWith(result, row.refusal));
+    }
+  }
+  if (row.refusal != nullptr) {
+    EXPECT_THAT(instanceNames(), testing::IsEmpty());
+    return;
+  }
+  for (const char* instance : {"db", "db2"}) {
+    EXPECT_EQ(runJson({"instance", "show", instance})["password_stored"], true);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Contents, PasswordFileTest,
+                         testing::Values(PasswordCase{"newline_is_not_part", "secret\n", nullptr},
+                                         PasswordCase{"no_newline", "secret", nullptr},
+                                         PasswordCase{"longest", std::string(1024, 'p') + "\n", nullptr},
+                                         PasswordCase{"too_long", std::string(1025, 'p'), "longer than 1024"},
+                                         PasswordCase{"much_too_long", std::string(100000, 'p'), "longer than 1024"},
+                                         PasswordCase{"empty", "", "it is empty"},
+                                         PasswordCase{"newline_alone", "\n", "it is empty"},
+                                         PasswordCase{"two_lines", "one\ntwo\n", "line break"},
+                                         PasswordCase{"carriage_return", "secret\r\n", "line break"},
+                                         PasswordCase{"null", std::string("a\0b", 3), "null"}),
+                         [](const auto& row) { return row.param.name; });
+
+/// Both ends of a terminal.
+class Terminal {
+ public:
+  Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    char name[128] = {};
+    if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0 ||
+        ::ptsname_r(master_, name, sizeof name) != 0)
+      throw std::runtime_error("no terminal");
+    slave_ = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  }
+  ~Terminal() {
+    ::close(slave_);
+    ::close(master_);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+  int slave() const noexcept { return slave_; }
+  bool echoes() const {
+    termios state{};
+    return ::tcgetattr(slave_, &state) == 0 && (state.c_lflag & ECHO) != 0;
+  }
+  void type(const std::string& text) const {
+    ASSERT_EQ(::write(master_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  /// What the screen shows by now.
+  std::string shown() const {
+    ::fcntl(master_, F_SETFL, O_NONBLOCK);
+    char buffer[4096];
+    const ssize_t size = ::read(master_, buffer, sizeof buffer);
+    return size > 0 ? std::string(buffer, static_cast<std::size_t>(size)) : std::string();
+  }
+
+ private:
+  int master_;
+  int slave_ = -1;
+};
+
+TEST_F(InstanceTest, ThePromptDoesNotShowThePassword) {
+  const Terminal terminal;
+  ProgramOptions options;
+  options.standardInput = terminal.slave();
+  RunningProgram program(commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u"}), options);
+  ASSERT_TRUE(waitUntil([&] { return !terminal.echoes(); }));
+  terminal.type("typed-secret\n");
+  const ProgramResult result = program.wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_TRUE(terminal.echoes());
+  EXPECT_THAT(terminal.shown(), testing::Not(testing::HasSubstr("secret")));
+  EXPECT_EQ(runJson({"instance", "show", "db"})["password_stored"], true);
+}
+
+TEST_F(InstanceTest, CtrlCAtThePromptGivesTheTerminalBack) {
+  const Terminal terminal;
+  ProgramOptions options;
+  options.standardInput = terminal.slave();
+  RunningProgram program(commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u"}), options);
+  ASSERT_TRUE(waitUntil([&] { return !terminal.echoes(); }));
+  program.signalGroup(SIGINT);
+  EXPECT_EQ(program.wait().signal, SIGINT);
+  EXPECT_TRUE(terminal.echoes());
+  EXPECT_THAT(instanceNames(), testing::IsEmpty());
+}
+
+TEST_F(InstanceTest, RemoveAsksOnATerminal) {
+  addInstance("db", "h:1");
+  for (const auto& [answer, exitStatus] : {std::pair("no\n", 1), std::pair("y\n", 0)}) {
+    const Terminal terminal;
+    ProgramOptions options;
+    options.standardInput = terminal.slave();
+    RunningProgram program(commandLine(home(), {"instance", "remove", "db"}), options);
+    terminal.type(answer);
+    const ProgramResult result = program.wait();
+    EXPECT_EQ(result.exitStatus, exitStatus) << answer << result.errors;
+  }
+  EXPECT_THAT(instanceNames(), testing::IsEmpty());
+}
+
+TEST_F(InstanceTest, WithoutATerminalNothingIsAsked) {
+  addInstance("db", "h:1");
+  EXPECT_TRUE(refusedUsage(run({"instance", "remove", "db"}), "--yes"));
+  EXPECT_TRUE(refusedUsage(run({"instance", "add", "db2", "--socket", "h:1", "--user", "u"}), "--password-file"));
+  EXPECT_THAT(instanceNames(), testing::ElementsAre("db"));
+}
+
+}  // namespace
+}  // namespace orrery::test

@@ -1,0 +1,208 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "integration/real_session.h"
+
+namespace {
+
+using orrery::test::MariaDbSandbox;
+
+/// One server for all tests of this file, with its account's own databases kept apart by name.
+class CommandMode : public orrery::test::RealSessionTest {
+ protected:
+  static void SetUpTestSuite() {
+    MariaDbSandbox::Options options;
+    options.logBin = true;
+    server_ = std::make_unique<MariaDbSandbox>(options);
+  }
+  static void TearDownTestSuite() { server_.reset(); }
+
+  CommandMode() { session_ = sessionFor(propertiesOf(*server_)); }
+
+  bool exists(const std::string& database) {
+    return server_->execute("SELECT COUNT(*) FROM information_schema.schemata WHERE schema_name = '" + database +
+                            "'") == "1\n";
+  }
+  std::size_t binaryLogs() {
+    const std::string rows = server_->execute("SHOW BINARY LOGS");
+    return static_cast<std::size_t>(std::count(rows.begin(), rows.end(), '\n'));
+  }
+
+  static std::unique_ptr<MariaDbSandbox> server_;
+  std::unique_ptr<GetMySqlInfo> session_;
+};
+std::unique_ptr<MariaDbSandbox> CommandMode::server_;
+
+TEST_F(CommandMode, SendsTheDescribedCommandLines) {
+  std::string output;
+  const std::string file = session_->strConfigPwdFile;
+  const std::string connect = " -u agent --socket=" + server_->socket();
+  session_->PingServer();
+  EXPECT_THAT(backend_.log().texts(),
+              testing::Contains("Command to run [/usr/bin/mysqladmin  --defaults-file=" + file + connect + " ping]"));
+  session_->QueryVariable("port", output);
+  EXPECT_THAT(
+      backend_.log().texts(),
+      testing::Contains("Command to run [/usr/bin/mysql  --defaults-file=" + file + " --default-character-set=utf8" +
+                        connect + " -e \"SHOW VARIABLES LIKE 'port'\"  --batch --skip-column-names]"));
+}
+
+TEST_F(CommandMode, PingsAndReadsTheServersFacts) {
+  EXPECT_EQ(session_->PingServer(), 0);
+  std::string version;
+  EXPECT_EQ(session_->getVersionFromServer(version), 0);
+  const std::string whole = server_->execute("SELECT @@version");
+  EXPECT_EQ(version, whole.substr(0, whole.find('-')));
+  long long packet = 0;
+  EXPECT_EQ(session_->GetMaxAllowedPacket(packet), 0);
+  EXPECT_EQ(std::to_string(packet) + "\n", server_->execute("SELECT @@global.max_allowed_packet"));
+  std::string path;
+  EXPECT_EQ(session_->GetLogBinPath(path), 0);
+  EXPECT_EQ(path, server_->dataDirectory());
+}
+
+TEST_F(CommandMode, VariablesAreReadAsTheyAre) {
+  std::string value;
+  EXPECT_EQ(session_->QueryVariable("datadir", value), 0);
+  EXPECT_EQ(value, server_->dataDirectory() + "/");
+  EXPECT_EQ(session_->QueryVariable("init_connect", value), 0);
+  EXPECT_EQ(value, "") << "an empty value";
+  EXPECT_EQ(session_->QueryVariable("no_such_variable", value), 0);
+  EXPECT_EQ(value, "");
+}
+
+TEST_F(CommandMode, ClientsRunAsTheServersAccount) {
+  // The socket names its peers: the server sees the account that the client runs as.
+  std::string output;
+  ASSERT_EQ(session_->executeMySqlCommand("SELECT CONNECTION_ID()", output, false), 0);
+  struct stat info {};
+  ASSERT_EQ(session_->executeMySqlCommand("system id -un", output, false), 0);
+  EXPECT_EQ(output, server_->account() + "\n");
+  ASSERT_EQ(stat(session_->strConfigPwdFile.c_str(), &info), 0);
+}
+
+TEST_F(CommandMode, DatabasesOfEveryKindOfNameComeAndGo) {
+  for (const char* name : {"plain", "with blank", "two  blanks", "per%cent", "under_score", "dot.ted", "hy-phen",
+                           "it's", "back\\slash", "back\\", "caf\xc3\xa9", "semi;colon", "ha#sh", "-- dash"}) {
+    EXPECT_EQ(session_->CreateDB(name), 0) << name << ": " << session_->strErrorString;
+    EXPECT_EQ(session_->CreateDB(name), 0) << "an existing one will do";
+    EXPECT_NE(server_->execute("SHOW DATABASES").find(std::string("\n") + name), std::string::npos) << name;
+    EXPECT_EQ(session_->DropDB(name), 0) << name << ": " << session_->strErrorString;
+  }
+}
+
+TEST_F(CommandMode, ServerErrorsLeaveNumberAndTextWhateverTheClientPrintsBeforeThem) {
+  const struct {
+    const char* name;
+    int number;
+    std::function<int(GetMySqlInfo&)> request;
+  } table[] = {
+      {"drop of an unknown database", 1008, [](GetMySqlInfo& s) { return s.DropDB("no_such_db"); }},
+      {"use of an unknown database", 1049, [](GetMySqlInfo& s) { return s.UseDatabase("no_such_db"); }},
+      {"purge to an unknown log", 1373, [](GetMySqlInfo& s) { return s.PurgeLogsTo("nothing.000001"); }},
+      {"bad statement", 1064, [](GetMySqlInfo& s) { return s.createDatabaseUsingSchema("CREATE NOTHING"); }},
+      {"table in an unknown database", 1049,
+       [](GetMySqlInfo& s) { return s.createTableUsingSchema("no_such_db", "CREATE TABLE x.t (a INT)"); }},
+      {"no replica", 1200, [](GetMySqlInfo& s) { return s.StartSlave(); }},
+  };
+  for (const auto& row : table) {
+    session_->clearErrors();
+    EXPECT_EQ(row.request(*session_), -1) << row.name;
+    EXPECT_EQ(session_->iErrorCode, row.number) << row.name;
+    EXPECT_THAT(session_->strErrorString, testing::HasSubstr("ERROR " + std::to_string(row.number))) << row.name;
+  }
+}
+
+TEST_F(CommandMode, RotatesPurgesAndResetsBinaryLogs) {
+  ASSERT_EQ(session_->ResetMaster(), 0);
+  EXPECT_EQ(binaryLogs(), 1U);
+  ASSERT_EQ(session_->FlushLogs(), 0);
+  ASSERT_EQ(session_->FlushLogs(), 0);
+  EXPECT_EQ(binaryLogs(), 3U);
+  const std::string rows = server_->execute("SHOW BINARY LOGS");
+  const std::string last = rows.substr(rows.rfind('\n', rows.size() - 2) + 1);
+  ASSERT_EQ(session_->PurgeLogsTo(last.substr(0, last.find('\t'))), 0);
+  EXPECT_EQ(binaryLogs(), 1U);
+}
+
+TEST_F(CommandMode, StopOfReplicationOnAServerThatIsNoReplicaIsASuccess) {
+  EXPECT_EQ(session_->StopSlave(), 0);
+}
+
+TEST_F(CommandMode, SchemasTablesAndTablespaces) {
+  ASSERT_EQ(session_->createDatabaseUsingSchema("CREATE DATABASE shop\n  CHARACTER SET utf8mb4"), 0);
+  ASSERT_EQ(session_->createTableUsingSchema(
+                "shop", "CREATE TABLE shop.items (id INT PRIMARY KEY, name VARCHAR(20) DEFAULT 'a  b') ENGINE=InnoDB"),
+            0)
+      << session_->strErrorString;
+  EXPECT_EQ(
+      server_->execute(
+          "SELECT column_default FROM information_schema.columns WHERE table_schema='shop' AND column_name='name'"),
+      "'a  b'\n")
+      << "two blanks survive the command line";
+  // The statement's client has no default database: a bare table name does not resolve.
+  EXPECT_EQ(session_->discardTableSpace("shop", "items"), -1);
+  EXPECT_EQ(session_->iErrorCode, 1046);
+  EXPECT_EQ(session_->importTableSpace("no_such_db", "items"), -1);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains(" Failed to create the database [no_such_db]"));
+  ASSERT_EQ(session_->DropDB("shop"), 0);
+}
+
+TEST_F(CommandMode, ForeignKeyChecksOfTheServer) {
+  ASSERT_EQ(session_->setForeignKeyConstraint(0), 0);
+  EXPECT_EQ(server_->execute("SELECT @@global.foreign_key_checks"), "0\n");
+  ASSERT_EQ(session_->setForeignKeyConstraint(1), 0);
+  EXPECT_EQ(server_->execute("SELECT @@global.foreign_key_checks"), "1\n");
+}
+
+TEST_F(CommandMode, LongOutputComesWhole) {
+  std::string output;
+  ASSERT_EQ(session_->executeMySqlCommand("SELECT REPEAT('x', 1000000) FROM seq_1_to_20", output, false), 0);
+  EXPECT_EQ(output.size(), 20U * 1000001U);
+}
+
+TEST_F(CommandMode, PasswordShowsInNoLogAndNoArgument) {
+  session_->PingServer();
+  session_->DropDB("no_such_db");
+  EXPECT_FALSE(backend_.log().contains(server_->agentPassword()));
+}
+
+TEST_F(CommandMode, WrongPasswordIsToldWithTheServersText) {
+  auto properties = propertiesOf(*server_);
+  properties["sa_password"] = "sealed:wrong";
+  const auto session = sessionFor(properties);
+  EXPECT_EQ(session->PingServer(), -1) << "the ping client itself ends with success";
+  EXPECT_THAT(session->strErrorString, testing::HasSubstr("Access denied for user 'agent'@'localhost'"));
+  EXPECT_EQ(session->FlushLogs(), -1);
+  EXPECT_EQ(session->iErrorCode, 1045);
+}
+
+TEST_F(CommandMode, MissingClientProgramFailsAndASuccessorServes) {
+  auto properties = propertiesOf(*server_);
+  const orrery::test::TemporaryDirectory bin;
+  properties["binary_path"] = bin.path();
+  auto session = sessionFor(properties);
+  EXPECT_EQ(session->PingServer(), -1);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains("Exec failed"));
+  EXPECT_EQ(session->iErrorCode, -1);
+
+  std::filesystem::create_symlink("/usr/bin/mariadb", bin / "mariadb");
+  std::filesystem::create_symlink("/usr/bin/mariadb-admin", bin / "mariadb-admin");
+  session->iErrorCode = 0;
+  EXPECT_EQ(session->PingServer(), 0);
+  EXPECT_EQ(session->FlushLogs(), 0);
+  EXPECT_EQ(session->iErrorCode, 0) << "a first try that taught the client's name is no failure";
+  backend_.log().clear();
+  EXPECT_EQ(session->FlushLogs(), 0);
+  EXPECT_FALSE(backend_.log().contains("Exec failed")) << "learned for the rest of the session";
+}
+
+}  // namespace

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/instance_properties.h"
+#include "orrery/platform/testing/test_backend.h"
+
+#include "support/mariadb_sandbox.h"
+
+namespace orrery::test {
+
+/// A session's surroundings with everything real but the suite's services.
+class RealSessionTest : public testing::Test {
+ protected:
+  ~RealSessionTest() override { EXPECT_THAT(backend_.leftovers(), testing::IsEmpty()) << "a session left its file"; }
+
+  std::map<std::string, std::string> propertiesOf(const MariaDbSandbox& server) const {
+    namespace property = platform::property;
+    return {{property::saUser, "agent"},
+            {property::saPassword, "sealed:" + server.agentPassword()},
+            {property::unixUser, server.account()},
+            {property::socketFile, server.socket()},
+            {property::binaryPath, "/usr/bin"}};
+  }
+  long add(const std::map<std::string, std::string>& properties) {
+    return static_cast<long>(backend_.addInstance("db" + std::to_string(++instances_), properties));
+  }
+  std::unique_ptr<GetMySqlInfo> sessionFor(const std::map<std::string, std::string>& properties) {
+    auto session = std::make_unique<GetMySqlInfo>();
+    EXPECT_EQ(session->Init(add(properties)), 0);
+    return session;
+  }
+
+  platform::testing::TestBackend backend_;
+  platform::ScopedServices installed_{backend_.services()};
+
+ private:
+  int instances_ = 0;
+};
+
+}  // namespace orrery::test

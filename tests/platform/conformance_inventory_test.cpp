@@ -1,0 +1,211 @@
+#include <limits>
+
+#include "orrery/platform/instance_properties.h"
+
+#include "fixtures.h"
+
+namespace orrery::test {
+namespace {
+
+using namespace platform;
+
+class InventoryConformance : public Conformance {
+ protected:
+  Inventory& inventory() { return *services_->inventory; }
+};
+
+INSTANTIATE_TEST_SUITE_P(Backends, InventoryConformance, ::testing::ValuesIn(bothBackends()), nameOfBackend);
+
+TEST_P(InventoryConformance, OwnClientIsThere) {
+  Client own;
+  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
+  EXPECT_EQ(own.name, "thisclient");
+  EXPECT_GT(own.id, 0U);
+  EXPECT_EQ(own.applicationType, 0);
+}
+
+TEST_P(InventoryConformance, PutClientAddsThenChanges) {
+  Id first = 0;
+  Id second = 0;
+  ASSERT_TRUE(succeeded(inventory().putClient("cloud", property::clientTypeCloudDatabase, first)));
+  ASSERT_TRUE(succeeded(inventory().putClient("cloud", 0, second)));
+  EXPECT_EQ(first, second);
+  Client byId;
+  Client byName;
+  ASSERT_TRUE(succeeded(inventory().findClient(first, byId)));
+  ASSERT_TRUE(succeeded(inventory().findClient("cloud", byName)));
+  EXPECT_EQ(byId.name, "cloud");
+  EXPECT_EQ(byName.id, first);
+  EXPECT_EQ(byName.applicationType, 0);
+}
+
+TEST_P(InventoryConformance, PuttingTheOwnClientKeepsItOwn) {
+  Client own;
+  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
+  Id id = 0;
+  ASSERT_TRUE(succeeded(inventory().putClient(own.name, 1, id)));
+  EXPECT_EQ(id, own.id);
+  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
+  EXPECT_EQ(own.id, id);
+  EXPECT_EQ(own.applicationType, 1);
+}
+
+TEST_P(InventoryConformance, UnknownThingsAreNotFoundAndOutputsStay) {
+  const Id far = std::numeric_limits<Id>::max();
+  for (const Id unknown : {Id{0}, Id{999999}, far}) {
+    Client client{7, "before", 7};
+    InstanceRecord record;
+    record.name = "before";
+    std::optional<std::string> value = "before";
+    std::vector<BackupSet> sets(3);
+    std::vector<SubclientRecord> subclients(3);
+    SubclientRecord subclient;
+    std::vector<ContentEntry> content(3);
+    Id id = 77;
+    EXPECT_TRUE(failed(inventory().findClient(unknown, client), statusNotFound));
+    EXPECT_TRUE(failed(inventory().findInstance(unknown, record), statusNotFound));
+    EXPECT_TRUE(failed(inventory().readProperty(unknown, "k", value), statusNotFound));
+    EXPECT_TRUE(failed(inventory().writeProperties(unknown, {{"k", "v"}}), statusNotFound));
+    EXPECT_TRUE(failed(inventory().removeInstance(unknown), statusNotFound));
+    EXPECT_TRUE(failed(inventory().listBackupSets(unknown, sets), statusNotFound));
+    EXPECT_TRUE(failed(inventory().addSubclient(unknown, "s", id), statusNotFound));
+    EXPECT_TRUE(failed(inventory().listSubclients(unknown, subclients), statusNotFound));
+    EXPECT_TRUE(failed(inventory().findSubclient(unknown, subclient), statusNotFound));
+    EXPECT_TRUE(failed(inventory().listContent(unknown, content), statusNotFound));
+    EXPECT_TRUE(failed(inventory().putContent(unknown, {}), statusNotFound));
+    EXPECT_TRUE(failed(inventory().removeContent(unknown, 120, {"a"}), statusNotFound));
+    EXPECT_EQ(client.name, "before");
+    EXPECT_EQ(record.name, "before");
+    EXPECT_EQ(value, "before");
+    EXPECT_EQ(sets.size() + subclients.size() + content.size(), 9U);
+    EXPECT_EQ(id, 77U);
+  }
+  Client client;
+  InstanceRecord record;
+  EXPECT_TRUE(failed(inventory().findClient("nobody", client), statusNotFound));
+  EXPECT_TRUE(failed(inventory().findInstance(1, 104, "nothing", record), statusNotFound));
+}
+
+TEST_P(InventoryConformance, InstanceComesWithItsDefaults) {
+  const Id id = addInstance("db1", {{property::saUser, "root"}, {"odd key", std::string("a\0b\nc'\"\xff", 8)}});
+  InstanceRecord record;
+  ASSERT_TRUE(succeeded(inventory().findInstance(id, record)));
+  EXPECT_EQ(record.id, id);
+  EXPECT_EQ(record.name, "db1");
+  EXPECT_EQ(record.applicationType, property::applicationTypeMySql);
+  EXPECT_EQ(record.properties.size(), 2U);
+  EXPECT_EQ(record.properties["odd key"], std::string("a\0b\nc'\"\xff", 8));
+
+  std::vector<BackupSet> sets;
+  ASSERT_TRUE(succeeded(inventory().listBackupSets(id, sets)));
+  ASSERT_EQ(sets.size(), 1U);
+  EXPECT_EQ(sets[0].name, "defaultBackupSet");
+  EXPECT_TRUE(sets[0].isDefault);
+  EXPECT_EQ(sets[0].instanceId, id);
+  std::vector<SubclientRecord> subclients;
+  ASSERT_TRUE(succeeded(inventory().listSubclients(sets[0].id, subclients)));
+  ASSERT_EQ(subclients.size(), 1U);
+  EXPECT_EQ(subclients[0].name, "default");
+  EXPECT_TRUE(subclients[0].isDefault);
+  EXPECT_EQ(subclients[0].backupSetId, sets[0].id);
+}
+
+TEST_P(InventoryConformance, InstanceNamesAreUniquePerClientAndApplication) {
+  const Id first = addInstance("db1");
+  InstanceRecord record;
+  ASSERT_TRUE(succeeded(inventory().findInstance(first, record)));
+  Id id = 0;
+  EXPECT_TRUE(failed(inventory().addInstance(record, id), statusExists, "db1"));
+  record.applicationType = 1;
+  EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
+  Id other = 0;
+  ASSERT_TRUE(succeeded(inventory().putClient("other", 0, other)));
+  record.applicationType = property::applicationTypeMySql;
+  record.clientId = other;
+  EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
+  record.name = "DB1";
+  EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
+
+  InstanceRecord found;
+  ASSERT_TRUE(succeeded(inventory().findInstance(other, property::applicationTypeMySql, "db1", found)));
+  EXPECT_EQ(found.clientId, other);
+  std::vector<InstanceRecord> all;
+  ASSERT_TRUE(succeeded(inventory().listInstances(all)));
+  ASSERT_EQ(all.size(), 4U);
+  for (std::size_t i = 1; i < all.size(); ++i) EXPECT_LT(all[i - 1].id, all[i].id);
+}
+
+TEST_P(InventoryConformance, InstanceNeedsANameAndAClient) {
+  InstanceRecord record;
+  Id id = 0;
+  record.clientId = 424242;
+  record.name = "db";
+  EXPECT_TRUE(failed(inventory().addInstance(record, id), statusNotFound));
+  Client own;
+  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
+  record.clientId = own.id;
+  record.name.clear();
+  EXPECT_TRUE(failed(inventory().addInstance(record, id), statusInvalid));
+  EXPECT_TRUE(failed(inventory().putClient("", 0, id), statusInvalid));
+}
+
+TEST_P(InventoryConformance, PropertiesAreSetOneByOne) {
+  const Id id = addInstance("db1", {{"a", "1"}, {"b", "2"}});
+  ASSERT_TRUE(succeeded(inventory().writeProperties(id, {{"b", ""}, {"c", "'; DROP TABLE instances; --"}})));
+  std::optional<std::string> value;
+  ASSERT_TRUE(succeeded(inventory().readProperty(id, "a", value)));
+  EXPECT_EQ(value, "1");
+  ASSERT_TRUE(succeeded(inventory().readProperty(id, "b", value)));
+  EXPECT_EQ(value, "");
+  ASSERT_TRUE(succeeded(inventory().readProperty(id, "c", value)));
+  EXPECT_EQ(value, "'; DROP TABLE instances; --");
+  ASSERT_TRUE(succeeded(inventory().readProperty(id, "A", value)));
+  EXPECT_EQ(value, std::nullopt);
+}
+
+TEST_P(InventoryConformance, RemovedInstanceTakesItsPartsAlong) {
+  const Id id = addInstance("db1", {{"a", "1"}});
+  const Id set = onlyBackupSet(id);
+  const Id subclient = defaultSubclient(id);
+  ASSERT_TRUE(succeeded(inventory().putContent(subclient, {{120, "shop", 1, 2, true}})));
+  ASSERT_TRUE(succeeded(inventory().removeInstance(id)));
+  SubclientRecord record;
+  std::vector<SubclientRecord> subclients;
+  EXPECT_TRUE(failed(inventory().findSubclient(subclient, record), statusNotFound));
+  EXPECT_TRUE(failed(inventory().listSubclients(set, subclients), statusNotFound));
+  EXPECT_GT(addInstance("db1"), id) << "ids are not used twice";
+}
+
+TEST_P(InventoryConformance, SubclientsOfABackupSet) {
+  const Id set = onlyBackupSet(addInstance("db1"));
+  Id id = 0;
+  Id again = 0;
+  ASSERT_TRUE(succeeded(inventory().addSubclient(set, "nightly", id)));
+  EXPECT_TRUE(failed(inventory().addSubclient(set, "nightly", again), statusExists, "nightly"));
+  EXPECT_TRUE(failed(inventory().addSubclient(set, "", again), statusInvalid));
+  SubclientRecord record;
+  ASSERT_TRUE(succeeded(inventory().findSubclient(id, record)));
+  EXPECT_EQ(record.name, "nightly");
+  EXPECT_EQ(record.backupSetId, set);
+  EXPECT_FALSE(record.isDefault);
+}
+
+TEST_P(InventoryConformance, ContentIsReplacedByTypeAndName) {
+  const Id subclient = defaultSubclient(addInstance("db1"));
+  ASSERT_TRUE(succeeded(inventory().putContent(
+      subclient, {{120, "b", 10, 100, true}, {120, "a", 20, 200, false}, {7, "a", 1, 1, false}})));
+  ASSERT_TRUE(succeeded(inventory().putContent(subclient, {{120, "b", -1, 300, false}})));
+  ASSERT_TRUE(succeeded(inventory().removeContent(subclient, 7, {"a", "never was there"})));
+  std::vector<ContentEntry> content;
+  ASSERT_TRUE(succeeded(inventory().listContent(subclient, content)));
+  ASSERT_EQ(content.size(), 2U);
+  EXPECT_EQ(content[0].name, "a");
+  EXPECT_EQ(content[0].size, 20);
+  EXPECT_EQ(content[1].name, "b");
+  EXPECT_EQ(content[1].size, -1);
+  EXPECT_EQ(content[1].created, 300);
+  EXPECT_FALSE(content[1].autoDiscovered);
+}
+
+}  // namespace
+}  // namespace orrery::test

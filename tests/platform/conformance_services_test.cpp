@@ -1,0 +1,215 @@
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "fixtures.h"
+
+namespace orrery::test {
+namespace {
+
+using namespace platform;
+
+class ServiceConformance : public Conformance {
+ protected:
+  std::optional<std::string> setting(const std::string& section, const std::string& key) {
+    std::optional<std::string> value;
+    EXPECT_TRUE(succeeded(services_->settings->read(section, key, value)));
+    return value;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Backends, ServiceConformance, ::testing::ValuesIn(bothBackends()), nameOfBackend);
+
+TEST_P(ServiceConformance, SettingsReadBackExactly) {
+  EXPECT_EQ(setting("MySQL", "sServerStartCmd"), std::nullopt);
+  EXPECT_EQ(setting("no such section", "key"), std::nullopt);
+  const char* values[] = {"",   "1", "systemctl start mysqld", "a = b: c", "\"quoted\" 'text'", "#x", "caf\xc3\xa9",
+                          "a;b"};
+  for (const char* value : values) {
+    ASSERT_TRUE(succeeded(services_->settings->write("MySQL", "sServerStartCmd", value)));
+    EXPECT_EQ(setting("MySQL", "sServerStartCmd"), value);
+  }
+  ASSERT_TRUE(succeeded(services_->settings->write("MySQL", "sserverstartcmd", "other")));
+  EXPECT_EQ(setting("MySQL", "sServerStartCmd"), "a;b");
+  EXPECT_EQ(setting("mysql", "sServerStartCmd"), std::nullopt);
+}
+
+TEST_P(ServiceConformance, SettingsListASection) {
+  ASSERT_TRUE(succeeded(services_->settings->write("A", "y", "2")));
+  ASSERT_TRUE(succeeded(services_->settings->write("B", "z", "3")));
+  ASSERT_TRUE(succeeded(services_->settings->write("A", "x", "1")));
+  std::map<std::string, std::string> values{{"old", "value"}};
+  ASSERT_TRUE(succeeded(services_->settings->list("A", values)));
+  EXPECT_EQ(values, (std::map<std::string, std::string>{{"x", "1"}, {"y", "2"}}));
+  ASSERT_TRUE(succeeded(services_->settings->list("C", values)));
+  EXPECT_TRUE(values.empty());
+}
+
+struct BadSetting {
+  const char* name;
+  std::string section, key, value;
+};
+
+TEST_P(ServiceConformance, SettingsThatNoFileCanHoldAreRefused) {
+  const BadSetting cases[] = {
+      {"no section", "", "key", "value"},
+      {"no key", "Section", "", "value"},
+      {"section with bracket", "a]b", "key", "value"},
+      {"section with line break", "a\nb", "key", "value"},
+      {"key with equals sign", "Section", "a=b", "value"},
+      {"key with colon", "Section", "a:b", "value"},
+      {"key like a section", "Section", "[key", "value"},
+      {"key like a comment", "Section", ";key", "value"},
+      {"key like another comment", "Section", "#key", "value"},
+      {"key with line break", "Section", "a\nb", "value"},
+      {"key with blank before", "Section", " key", "value"},
+      {"key with blank behind", "Section", "key ", "value"},
+      {"value with line break", "Section", "key", "a\nb"},
+      {"value with carriage return", "Section", "key", "a\rb"},
+      {"value with null", "Section", "key", std::string("a\0b", 3)},
+      {"value with blank before", "Section", "key", " a"},
+      {"value with blank behind", "Section", "key", "a\t"},
+  };
+  for (const BadSetting& bad : cases) {
+    SCOPED_TRACE(bad.name);
+    EXPECT_TRUE(failed(services_->settings->write(bad.section, bad.key, bad.value), statusInvalid));
+    std::map<std::string, std::string> values;
+    ASSERT_TRUE(succeeded(services_->settings->list("Section", values)));
+    EXPECT_TRUE(values.empty());
+  }
+}
+
+TEST_P(ServiceConformance, DirectoriesExistAndLetOthersPass) {
+  std::string temporary, home, baseHome, results;
+  Directories& directories = *services_->directories;
+  ASSERT_TRUE(succeeded(directories.temporary(temporary)));
+  ASSERT_TRUE(succeeded(directories.home(home)));
+  ASSERT_TRUE(succeeded(directories.baseHome(baseHome)));
+  ASSERT_TRUE(succeeded(directories.jobResults("", results)));
+  for (const std::string& path : {temporary, home, baseHome, results}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0) << path;
+    EXPECT_EQ(status.st_mode & 07777, 0711U) << path;
+    EXPECT_NE(path.back(), '/');
+  }
+  EXPECT_EQ(temporary, home + "/tmp");
+}
+
+TEST_P(ServiceConformance, JobResultsOfKnownClients) {
+  Id id = 0;
+  ASSERT_TRUE(succeeded(services_->inventory->putClient("other", 0, id)));
+  std::string own, other, unknown = "before";
+  ASSERT_TRUE(succeeded(services_->directories->jobResults("thisclient", own)));
+  ASSERT_TRUE(succeeded(services_->directories->jobResults("other", other)));
+  EXPECT_EQ(own, other);
+  EXPECT_TRUE(failed(services_->directories->jobResults("nobody", unknown), statusNotFound));
+  EXPECT_EQ(unknown, "before");
+}
+
+TEST_P(ServiceConformance, VaultOpensWhatItSealed) {
+  for (const std::string& plain :
+       {std::string(), std::string("secret"), std::string("a\0\n'\xff", 5), std::string(5000, 'x')}) {
+    std::string sealed, opened = "before";
+    ASSERT_TRUE(succeeded(services_->vault->seal(plain, sealed)));
+    EXPECT_FALSE(sealed.empty());
+    EXPECT_NE(sealed, plain);
+    ASSERT_TRUE(succeeded(services_->vault->open(sealed, opened)));
+    EXPECT_EQ(opened, plain);
+  }
+  std::string opened = "before";
+  ASSERT_TRUE(succeeded(services_->vault->open("", opened)));
+  EXPECT_EQ(opened, "");
+  opened = "before";
+  EXPECT_TRUE(failed(services_->vault->open("plain text", opened), statusFailed));
+  EXPECT_EQ(opened, "before");
+}
+
+TEST_P(ServiceConformance, ProxyDirectoryPrefersTheVersion) {
+  ASSERT_TRUE(succeeded(services_->settings->write("Proxy", "12/104", "/opt/any")));
+  ASSERT_TRUE(succeeded(services_->settings->write("Proxy", "12/104/8.0", "/opt/8.0")));
+  ASSERT_TRUE(succeeded(services_->settings->write("Proxy", "12/104/8.4", "")));
+  const struct {
+    ProxyRequest request;
+    std::optional<std::string> directory;
+  } cases[] = {{{12, 104, "8.0", 0}, "/opt/8.0"},
+               {{12, 104, "5.7", 0}, "/opt/any"},
+               {{12, 104, "8.4", 0}, "/opt/any"},
+               {{13, 104, "8.0", 0}, std::nullopt},
+               {{12, 10, "8.0", 0}, std::nullopt}};
+  for (const auto& test : cases) {
+    std::optional<std::string> directory = "before";
+    ASSERT_TRUE(succeeded(services_->proxies->installDirectory(test.request, directory)));
+    EXPECT_EQ(directory, test.directory) << test.request.clientId << " " << test.request.version;
+  }
+}
+
+TEST_P(ServiceConformance, IndexKeepsPathsInOrder) {
+  Index& index = *services_->index;
+  const IndexKey first{1, 5, 6, 1, "image1"};
+  const IndexKey second{2, 5, 6, 2, "image2"};
+  ASSERT_TRUE(succeeded(index.addPaths(first, {{"/b", "b", 10, 20, 3}, {"/a", "a", 0, 0, 0}})));
+  ASSERT_TRUE(succeeded(index.addPaths(second, {{"/c", "c", 1, 2, 4294967295U}})));
+  ASSERT_TRUE(succeeded(index.addPaths({3, 9, 6, 1, ""}, {{"/d", "d", 0, 0, 0}})));
+  std::vector<BrowsePath> paths;
+  ASSERT_TRUE(succeeded(index.listPaths(5, 1, paths)));
+  ASSERT_EQ(paths.size(), 2U);
+  EXPECT_EQ(paths[0].path, "/b");
+  EXPECT_EQ(paths[0].size, 10);
+  EXPECT_EQ(paths[0].modified, 20);
+  EXPECT_EQ(paths[0].kind, 3U);
+  EXPECT_EQ(paths[1].name, "a");
+  ASSERT_TRUE(succeeded(index.listPaths(5, 0, paths)));
+  ASSERT_EQ(paths.size(), 3U);
+  EXPECT_EQ(paths[2].kind, 4294967295U);
+  ASSERT_TRUE(succeeded(index.listPaths(5, 3, paths)));
+  EXPECT_TRUE(paths.empty());
+}
+
+TEST_P(ServiceConformance, IndexKeepsRecordsAsTheyAre) {
+  Index& index = *services_->index;
+  const std::string bytes("\x08\x96\x01\0\xff", 5);
+  ASSERT_TRUE(succeeded(index.addRecord({1, 5, 6, 1, "image"}, "Image", "two", bytes)));
+  ASSERT_TRUE(succeeded(index.addRecord({1, 5, 6, 1, "image"}, "Image", "one", "")));
+  ASSERT_TRUE(succeeded(index.addRecord({1, 5, 6, 1, "image"}, "Other", "one", "x")));
+  std::vector<std::pair<std::string, std::string>> records;
+  ASSERT_TRUE(succeeded(index.listRecords(1, "Image", records)));
+  EXPECT_EQ(records, (std::vector<std::pair<std::string, std::string>>{{"two", bytes}, {"one", ""}}));
+  ASSERT_TRUE(succeeded(index.listRecords(2, "Image", records)));
+  EXPECT_TRUE(records.empty());
+}
+
+TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
+  ArchiveManager& archive = *services_->archive;
+  Id ids[4];
+  const std::int64_t created[4] = {300, 100, 200, 400};
+  for (int i = 0; i < 4; ++i)
+    ASSERT_TRUE(
+        succeeded(archive.addFile({999, 1, 2, 3, 104, 1, "file" + std::to_string(i), created[i], 1LL << 40}, ids[i])));
+  Id other = 0;
+  ASSERT_TRUE(succeeded(archive.addFile({0, 2, 2, 3, 104, 1, "other set", 200, 0}, other)));
+  std::vector<ArchiveFile> files;
+  ASSERT_TRUE(succeeded(archive.listFiles(1, 104, 100, 300, files)));
+  ASSERT_EQ(files.size(), 3U);
+  EXPECT_EQ(files[0].id, ids[1]);
+  EXPECT_EQ(files[1].id, ids[2]);
+  EXPECT_EQ(files[2].name, "file0");
+  EXPECT_EQ(files[2].size, 1LL << 40);
+  EXPECT_EQ(files[2].jobId, 3);
+  ASSERT_TRUE(succeeded(archive.removeFile(ids[2])));
+  EXPECT_TRUE(failed(archive.removeFile(ids[2]), statusNotFound));
+  ASSERT_TRUE(succeeded(archive.listFiles(1, 104, 0, 1000, files)));
+  EXPECT_EQ(files.size(), 3U);
+  ASSERT_TRUE(succeeded(archive.listFiles(1, 1, 0, 1000, files)));
+  EXPECT_TRUE(files.empty());
+}
+
+TEST_P(ServiceConformance, SleepTakesItsTimeOnTheClock) {
+  const std::int64_t before = services_->clock->now();
+  services_->clock->sleep(2);
+  EXPECT_GE(services_->clock->now(), before + 2000);
+  services_->clock->sleep(0);
+  services_->clock->sleep(-1000000);  // must not wait
+}
+
+}  // namespace
+}  // namespace orrery::test

@@ -1,0 +1,252 @@
+#include <regex.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "fixtures.h"
+
+namespace orrery::test {
+namespace {
+
+using namespace platform;
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+class LogFileTest : public HomeTest {
+ protected:
+  void SetUp() override { create(); }
+  std::string file() const { return inHome("log/orrery-mysql.log"); }
+  std::vector<std::string> lines() const {
+    std::vector<std::string> result;
+    std::istringstream stream(readFile(file()));
+    for (std::string line; std::getline(stream, line);) result.push_back(line);
+    return result;
+  }
+};
+
+LogLine debugLine(std::string_view tag, std::string_view text, int level = 0, long long job = 0) {
+  return {LogKind::debug, level, job, tag, text};
+}
+
+/// Whether the whole text is as the extended regular expression says.
+bool matches(const std::string& text, const std::string& pattern) {
+  regex_t expression;
+  EXPECT_EQ(::regcomp(&expression, ("^(" + pattern + ")$").c_str(), REG_EXTENDED | REG_NOSUB), 0) << pattern;
+  const bool result = ::regexec(&expression, text.c_str(), 0, nullptr, 0) == 0;
+  ::regfree(&expression);
+  return result;
+}
+
+const std::string timePattern = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{6}Z ";
+
+TEST_F(LogFileTest, LineSaysWhenWhoAndWhat) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  services->log->write(debugLine("Session::open", "text", 4, 17));
+  services->log->write({LogKind::error, 0, 0, "", ""});
+  const std::vector<std::string> found = lines();
+  ASSERT_EQ(found.size(), 2U);
+  const std::string ids = std::to_string(::getpid()) + " " + std::to_string(::gettid());
+  EXPECT_TRUE(matches(found[0], timePattern + ids + R"( 17 D4 \[Session::open\] text)")) << found[0];
+  EXPECT_TRUE(matches(found[1], timePattern + ids + R"( 0 E \[\] )")) << found[1];
+  struct stat status {};
+  ASSERT_EQ(::stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
+TEST_F(LogFileTest, TimeIsUtcOfThisMoment) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  const time_t before = ::time(nullptr);
+  services->log->write(debugLine("t", "x"));
+  const time_t after = ::time(nullptr);
+  tm parsed{};
+  ASSERT_NE(::strptime(lines().at(0).c_str(), "%Y-%m-%dT%H:%M:%S", &parsed), nullptr);
+  const time_t told = ::timegm(&parsed);
+  EXPECT_LE(before, told);
+  EXPECT_LE(told, after);
+}
+
+TEST_F(LogFileTest, OneMessageIsOneLine) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  const std::string text = "a\nb\tc\rd\\e\0f\x1b[0m\x7f \xc3\xa9"s;
+  services->log->write(debugLine("tag\nwith break", text));
+  services->log->writeInChild(debugLine("t", text));
+  const std::string escaped = R"(a\nb\tc\x0dd\\e\x00f\x1b[0m\x7f )"
+                              "\xc3\xa9";
+  ASSERT_EQ(lines().size(), 2U);
+  EXPECT_NE(lines()[0].find(R"([tag\nwith break] )" + escaped), std::string::npos) << lines()[0];
+  EXPECT_NE(lines()[1].find("[t] " + escaped), std::string::npos) << lines()[1];
+}
+
+TEST_F(LogFileTest, LongMessagesAreWholeExceptInAChild) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  for (const std::size_t size : {3000U, 4096U, 100000U}) {
+    const std::string text(size, '\n');
+    services->log->write(debugLine("t", text));
+    const std::string line = lines().back();
+    EXPECT_EQ(line.size() - line.find("] ") - 2, 2 * size);
+  }
+  services->log->writeInChild(debugLine("t", std::string(100000, '\x01')));
+  const std::string cut = lines().back();
+  EXPECT_LE(cut.size(), 8192U);
+  EXPECT_GT(cut.size(), 8000U);
+  EXPECT_TRUE(matches(cut, R"(.*\\x01\.\.\.)")) << cut.substr(cut.size() - 12);
+}
+
+TEST_F(LogFileTest, ThresholdComesFromTheSettings) {
+  const struct {
+    const char* settings;
+    int highest;
+  } cases[] = {{"", 0},
+               {"[Log]\nnLevel = 5\n", 5},
+               {"[Log]\nnLevel = -1\n", -1},
+               {"[Log]\nnLevel = 5x\n", 0},
+               {"[Log]\nnLevel = 99999999999999\n", 0},
+               {"this is no settings file\n", 0}};
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.settings);
+    writeFile(inHome("settings.ini"), test.settings, 0600);
+    const auto services = open();
+    ASSERT_NE(services, nullptr);
+    EXPECT_TRUE(services->log->wants(test.highest));
+    EXPECT_FALSE(services->log->wants(test.highest + 1));
+  }
+}
+
+TEST_F(LogFileTest, LinesOfThreadsAndProcessesStayWhole) {
+  constexpr int processes = 3;
+  constexpr int threads = 3;
+  constexpr int each = 60;
+  inChildrenTogether(processes, [&](int process) {
+    std::shared_ptr<const Services> services;
+    if (!openHome(home(), services).ok()) return 1;
+    std::vector<std::thread> writers;
+    writers.reserve(threads);
+    for (int thread = 0; thread < threads; ++thread)
+      writers.emplace_back([&, thread] {
+        for (int i = 0; i < each; ++i) {
+          const std::string name = std::to_string(process) + "-" + std::to_string(thread) + "-" + std::to_string(i);
+          services->log->write(debugLine("t", name + std::string(static_cast<std::size_t>(i) * 50, 'x') + "!"));
+        }
+      });
+    for (std::thread& writer : writers) writer.join();
+    return 0;
+  });
+  std::set<std::string> names;
+  for (const std::string& line : lines()) {
+    ASSERT_TRUE(matches(line, timePattern + R"([0-9]+ [0-9]+ 0 D0 \[t\] [0-9]-[0-9]-[0-9]+x*!)")) << line;
+    const std::size_t name = line.find("] ") + 2;
+    names.insert(line.substr(name, line.find_first_of("x!", name) - name));
+  }
+  EXPECT_EQ(names.size(), static_cast<std::size_t>(processes * threads * each));
+}
+
+TEST_F(LogFileTest, LineOfAForkedChildArrivesWithItsOwnProcessId) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    errno = EXDEV;
+    services->log->writeInChild(debugLine("t", "from the child"));
+    ::_exit(errno == EXDEV ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0) << "errno was changed";
+  ASSERT_EQ(lines().size(), 1U);
+  EXPECT_NE(lines()[0].find("Z " + std::to_string(child) + " "), std::string::npos);
+}
+
+TEST_F(LogFileTest, LargeLogIsSetAside) {
+  constexpr std::uintmax_t limit = 16U << 20;
+  const auto fill = [&](const std::string& mark, std::uintmax_t size) {
+    writeFile(file(), mark, 0600);
+    fs::resize_file(file(), size);
+  };
+  fill("exactly", limit);
+  ASSERT_NE(open(), nullptr);
+  EXPECT_FALSE(fs::exists(file() + ".1")) << "a log of the limit stays";
+  for (int i = 1; i <= 6; ++i) {
+    fill("number " + std::to_string(i), limit + 1);
+    ASSERT_NE(open(), nullptr);
+    EXPECT_EQ(fs::file_size(file()), 0U);
+  }
+  for (int i = 1; i <= 4; ++i) {
+    const std::string older = file() + "." + std::to_string(i);
+    EXPECT_EQ(readFile(older).substr(0, 8), "number " + std::to_string(7 - i)) << older;
+  }
+  EXPECT_FALSE(fs::exists(file() + ".5"));
+}
+
+TEST_F(LogFileTest, ManyStartersSetAsideOnce) {
+  writeFile(file(), "old", 0600);
+  fs::resize_file(file(), 17U << 20);
+  inChildrenTogether(6, [&](int) {
+    std::shared_ptr<const Services> services;
+    return openHome(home(), services).ok() ? 0 : 1;
+  });
+  EXPECT_EQ(fs::file_size(file() + ".1"), 17U << 20);
+  EXPECT_FALSE(fs::exists(file() + ".2"));
+}
+
+TEST_F(LogFileTest, FullDiskDropsLinesAndFailsNobody) {
+  // Rows of two lines: the first hits the limit in its middle, the second comes when there is room again.
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  const int result = inChild([&] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+    limit.rlim_cur = 100;
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+    services->log->write(debugLine("t", std::string(500, 'a')));
+    services->log->write(debugLine("t", "lost"));
+    limit.rlim_cur = limit.rlim_max;
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 3;
+    services->log->write(debugLine("t", "back again"));
+    return 0;
+  });
+  EXPECT_EQ(result, 0);
+  const std::vector<std::string> found = lines();
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].size(), 100U);
+  EXPECT_TRUE(matches(found[1], timePattern + R"(.*\[t\] back again)")) << found[1];
+}
+
+TEST_F(LogFileTest, LogThatCannotBeOpenedGoesToStandardError) {
+  fs::create_directory(file());
+  ::testing::internal::CaptureStderr();
+  const auto services = open();
+  if (services != nullptr) services->log->write(debugLine("t", "where people look"));
+  EXPECT_NE(::testing::internal::GetCapturedStderr().find("[t] where people look\n"), std::string::npos);
+  ASSERT_NE(services, nullptr);
+  Client own;
+  EXPECT_TRUE(succeeded(services->inventory->ownClient(own)));
+}
+
+TEST_F(LogFileTest, EventsAreToldWithTheirSentence) {
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  ASSERT_TRUE(succeeded(services->events->raise({Severity::critical, 0x57000056, 3, {"no such\nfile"}})));
+  ASSERT_TRUE(succeeded(services->events->raise({Severity::information, 0x57000020, 0, {"a,b", "default"}})));
+  const std::vector<std::string> found = lines();
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_NE(found[0].find(R"( 3 E [Event] )"), std::string::npos) << found[0];
+  EXPECT_NE(found[0].find(R"(no such\nfile)"), std::string::npos) << found[0];
+  EXPECT_NE(found[1].find(R"( 0 D0 [Event] )"), std::string::npos) << found[1];
+}
+
+}  // namespace
+}  // namespace orrery::test

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace orrery::test {
+
+struct ProgramResult {
+  int exitStatus = -1;  ///< -1 when a signal ended the program
+  int signal = 0;       ///< the signal that did, else 0
+  bool timedOut = false;
+  std::string output;
+  std::string errors;
+};
+
+struct ProgramOptions {
+  /// "NAME=VALUE", added to the caller's environment or in place of what it holds of that name.
+  std::vector<std::string> environment = {};
+  std::string input = {};  ///< what the program reads on standard input
+  /// A descriptor for standard input in place of `input`, a terminal say; it stays the caller's.
+  int standardInput = -1;
+  std::chrono::milliseconds limit = std::chrono::seconds(60);
+};
+
+/// A program that runs, in a process group of its own, with its standard streams held by this object. The group gets
+/// SIGKILL when the limit passes and when the object ends before `wait`. Everything throws std::runtime_error when the
+/// system refuses.
+class RunningProgram {
+ public:
+  /// `arguments[0]` is looked for in PATH unless it holds a slash.
+  explicit RunningProgram(const std::vector<std::string>& arguments, ProgramOptions options = {});
+  ~RunningProgram();
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+
+  pid_t pid() const noexcept { return pid_; }
+  /// Sends a signal to the whole group, as a terminal does for Ctrl-C.
+  void signalGroup(int signal) const;
+  /// Feeds the input, gathers both outputs and reaps the program. What a grandchild writes after the program's end is
+  /// not waited for.
+  ProgramResult wait();
+
+ private:
+  void closeAll() noexcept;
+  bool exchange(ProgramResult& result, std::chrono::steady_clock::time_point deadline);
+  void feedInput();
+  void reap(ProgramResult& result);
+
+  ProgramOptions options_;
+  std::size_t fed_ = 0;
+  pid_t pid_ = -1;
+  int ended_ = -1;  // descriptor of the process, readable at its end
+  int input_ = -1;
+  int output_ = -1;
+  int errors_ = -1;
+};
+
+ProgramResult runProgram(const std::vector<std::string>& arguments, ProgramOptions options = {});
+
+/// Asks `condition` every few milliseconds until it holds; false when the limit passes first.
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+}  // namespace orrery::test

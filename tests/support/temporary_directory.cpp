@@ -1,0 +1,80 @@
+#include "support/temporary_directory.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+namespace orrery::test {
+namespace {
+
+[[noreturn]] void throwErrno(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string defaultParent() {
+  const char* parent = ::secure_getenv("TMPDIR");
+  return parent != nullptr && *parent != '\0' ? parent : "/tmp";
+}
+
+class File {
+ public:
+  File(const std::string& path, int flags, unsigned mode)
+      : path_(path), descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {
+    if (descriptor_ < 0) throwErrno(path_);
+  }
+  ~File() { ::close(descriptor_); }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  int get() const noexcept { return descriptor_; }
+
+ private:
+  std::string path_;
+  int descriptor_;
+};
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory(const std::string& parent)
+    : path_((parent.empty() ? defaultParent() : parent) + "/orrery-XXXXXX") {
+  if (::mkdtemp(path_.data()) == nullptr) throwErrno("mkdtemp " + path_);
+  if (::chmod(path_.c_str(), 0711) != 0) throwErrno("chmod " + path_);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code error;
+  std::filesystem::remove_all(path_, error);
+  if (error) std::fprintf(stderr, "%s was not removed: %s\n", path_.c_str(), error.message().c_str());
+}
+
+std::string readFile(const std::string& path) {
+  const File file(path, O_RDONLY, 0);
+  std::string content;
+  char buffer[16384];
+  for (;;) {
+    const ssize_t count = ::read(file.get(), buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throwErrno(path);
+    if (count == 0) return content;
+    content.append(buffer, static_cast<std::size_t>(count));
+  }
+}
+
+void writeFile(const std::string& path, const std::string& content, unsigned mode) {
+  const File file(path, O_WRONLY | O_CREAT | O_TRUNC, mode);
+  if (::fchmod(file.get(), mode) != 0) throwErrno(path);
+  std::size_t written = 0;
+  while (written < content.size()) {
+    const ssize_t count = ::write(file.get(), content.data() + written, content.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throwErrno(path);
+    written += static_cast<std::size_t>(count);
+  }
+}
+
+}  // namespace orrery::test

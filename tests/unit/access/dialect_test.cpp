@@ -1,0 +1,86 @@
+#include "access/dialect.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "orrery/platform/testing/test_backend.h"
+
+#include "support/temporary_directory.h"
+
+namespace {
+
+using orrery::mysql::Dialect;
+using orrery::platform::ScopedServices;
+using orrery::platform::testing::TestBackend;
+using orrery::test::TemporaryDirectory;
+using orrery::test::writeFile;
+
+class DialectTest : public testing::Test {
+ protected:
+  bool learn(const std::string& statement, int errorNumber) {
+    return dialect_.learn({bin_.path(), "mysql", statement, false, errorNumber, ""}, EvEvent(), "tag");
+  }
+
+  TestBackend backend_;
+  ScopedServices installed_{backend_.services()};
+  TemporaryDirectory bin_;
+  Dialect dialect_;
+};
+
+TEST_F(DialectTest, SendsTheKnownTextFirstAndItsSuccessorOnlyAfterAParseError) {
+  const struct {
+    const char* known;
+    const char* successor;
+  } table[] = {
+      {"START SLAVE", "START REPLICA"},
+      {"STOP SLAVE", "STOP REPLICA"},
+      {"RESET MASTER", "RESET BINARY LOGS AND GTIDS"},
+      {"use 'shop'", "use `shop`"},
+  };
+  for (const auto& row : table) {
+    EXPECT_EQ(dialect_.statement(row.known), row.known);
+    EXPECT_FALSE(learn(row.known, 1227)) << "a refused privilege is no unknown text";
+    EXPECT_TRUE(learn(row.known, 1064));
+    EXPECT_EQ(dialect_.statement(row.known), row.successor);
+    EXPECT_FALSE(learn(row.known, 1064)) << "learned twice, it would be tried without end";
+  }
+  EXPECT_EQ(dialect_.statement("use 'other'"), "use `other`") << "one rejected use tells of all";
+  EXPECT_FALSE(learn("DROP DATABASE `x`", 1064)) << "a statement without a successor";
+}
+
+TEST_F(DialectTest, LogsBothTexts) {
+  learn("STOP SLAVE", 1064);
+  EXPECT_EQ(backend_.log().texts().back(), "[STOP SLAVE] is not known here, using [STOP REPLICA] from now on");
+}
+
+TEST_F(DialectTest, TakesTheSuccessorOfAProgramOnlyWhereTheProgramIsMissing) {
+  EXPECT_FALSE(learn("x", 0)) << "neither is there";
+  writeFile(bin_ / "mariadb", "", 0755);
+  EXPECT_EQ(dialect_.program("mysql"), "mysql");
+  EXPECT_TRUE(learn("x", 0));
+  EXPECT_EQ(dialect_.program("mysql"), "mariadb");
+  EXPECT_EQ(dialect_.program("mysqladmin"), "mysqladmin");
+
+  Dialect fresh;
+  writeFile(bin_ / "mysql", "", 0755);
+  EXPECT_FALSE(fresh.learn({bin_.path(), "mysql", "x", false, 0, ""}, EvEvent(), "tag")) << "the known one is there";
+}
+
+TEST_F(DialectTest, TakesTheSuccessorOfTheTlsOptionWhereAClientRejectsIt) {
+  const std::string rejection = "mysql: [ERROR] unknown option '--ssl'.";
+  EXPECT_EQ(dialect_.tlsOption(), " --ssl");
+  EXPECT_FALSE(dialect_.learn({bin_.path(), "mysql", "x", false, 0, rejection}, EvEvent(), "tag")) << "not asked for";
+  EXPECT_FALSE(dialect_.learn({bin_.path(), "mysql", "x", true, 2026, "TLS error"}, EvEvent(), "tag"));
+  EXPECT_TRUE(dialect_.learn({bin_.path(), "mysql", "x", true, 0, rejection}, EvEvent(), "tag"));
+  EXPECT_EQ(dialect_.tlsOption(), " --ssl-mode=REQUIRED");
+}
+
+TEST(Alive, IsSaidByBothNamesOfTheServer) {
+  EXPECT_TRUE(Dialect::saysAlive("mysqld is alive"));
+  EXPECT_TRUE(Dialect::saysAlive("mariadbd is alive"));
+  EXPECT_FALSE(Dialect::saysAlive("mysqld is alive\n"));
+  EXPECT_FALSE(Dialect::saysAlive(""));
+}
+
+}  // namespace

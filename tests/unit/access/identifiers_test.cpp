@@ -1,0 +1,54 @@
+#include "access/identifiers.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using orrery::mysql::Quoting;
+using orrery::mysql::reasonToRefuse;
+
+struct Case {
+  const char* name;
+  std::string text;
+  bool inBackTicks;
+  bool inSingleQuotes;
+  bool asStatement;
+};
+
+const Case cases[] = {
+    {"plain", "shop", true, true, true},
+    {"blank_hyphen_dot_percent", "a b-c.d%e_f", true, true, true},
+    {"not_ascii", "caf\xc3\xa9", true, true, true},
+    {"back_tick", "a`b", false, true, true},
+    {"double_quote", "a\"b", false, false, false},
+    {"single_quote", "it's", true, false, true},
+    {"line_feed", "a\nb", false, false, true},
+    {"line_feed_at_the_end", "a\n", false, false, true},
+    {"carriage_return", "a\rb", false, false, true},
+    {"null", std::string("a\0b", 3), false, false, false},
+    {"backslash_inside", "a\\b", true, true, true},
+    {"backslash_at_the_end", "ab\\", true, false, true},
+    {"two_backslashes_at_the_end", "ab\\\\", true, true, true},
+    {"nothing_but_a_backslash", "\\", true, false, true},
+    {"empty", "", false, false, true},
+};
+
+class Names : public testing::TestWithParam<Case> {};
+
+TEST_P(Names, ThatCouldEndTheirQuotingAreRefused) {
+  const Case& c = GetParam();
+  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::backTicks), c.inBackTicks);
+  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::singleQuotes), c.inSingleQuotes);
+  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::none), c.asStatement);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Names, testing::ValuesIn(cases),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST(Names, AreNamedInTheReason) {
+  EXPECT_EQ(reasonToRefuse("table name", "a`b", Quoting::backTicks), "the table name holds a back-tick");
+}
+
+}  // namespace

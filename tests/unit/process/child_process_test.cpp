@@ -1,0 +1,391 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orrery/mysql/MySqlChildProcess.h"
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/testing/test_backend.h"
+
+#include "support/program.h"
+#include "support/temporary_directory.h"
+
+namespace {
+
+using orrery::platform::ScopedServices;
+using orrery::platform::Status;
+using orrery::platform::testing::TestBackend;
+using orrery::test::readFile;
+using orrery::test::TemporaryDirectory;
+using orrery::test::waitUntil;
+using orrery::test::writeFile;
+
+/// A finished run.
+struct Outcome {
+  int waited = -1;
+  int lastError = 0;
+  std::string output;
+  std::string errors;
+};
+
+class ChildProcess : public testing::Test {
+ protected:
+  std::string program(const std::string& script) {
+    const std::string path = place_ / ("program" + std::to_string(++programs_));
+    writeFile(path, "#!/bin/sh\n" + script + "\n", 0755);
+    return path;
+  }
+
+  Outcome run(const std::string& command, GetMySqlInfo* session = nullptr, bool cleanEnvironment = false) {
+    Outcome result;
+    MySqlChildProcess child;
+    EXPECT_EQ(child.Initialize(command, session), 0);
+    EXPECT_EQ(child.DZ_CreateProcess(true, false, cleanEnvironment), 0);
+    std::array<char, 4096> buffer{};
+    for (long length = buffer.size(); child.ReadBuf(buffer.data(), &length) == 0 && length > 0;
+         length = buffer.size()) {
+      result.output.append(buffer.data(), static_cast<std::size_t>(length));
+    }
+    result.waited = child.Wait(30);
+    result.lastError = child.GetLastErrNo();
+    long length = buffer.size();
+    if (child.ReadErrBuf(buffer.data(), &length) == 0) result.errors = buffer.data();
+    return result;
+  }
+
+  TestBackend backend_;
+  ScopedServices installed_{backend_.services()};
+  TemporaryDirectory place_;
+
+ private:
+  int programs_ = 0;
+};
+
+std::size_t openDescriptors() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+  return count;
+}
+
+TEST_F(ChildProcess, GivesOutputErrorsAndExitCode) {
+  const Outcome good = run(program("echo \"$1|$2\"; echo oops >&2") + " a \"b  c\"");
+  EXPECT_EQ(good.waited, 0);
+  EXPECT_EQ(good.output, "a|b  c\n");
+  EXPECT_EQ(good.errors, "oops\n");
+  const Outcome bad = run(program("exit 7"));
+  EXPECT_EQ(bad.waited, -1);
+  EXPECT_EQ(bad.lastError, 7);
+  EXPECT_TRUE(backend_.log().contains("Child exited with error: 7"));
+}
+
+TEST_F(ChildProcess, EndsAreToldApart) {
+  const struct {
+    const char* script;
+    const char* line;
+  } table[] = {
+      {"exit 77", "Dup failed"},
+      {"exit 79", "Exec failed"},
+      {"exit 81", "Child exited with error: 81"},
+      {"exit 83", "Env failed"},
+      {"exit 3", "Exit status 0x300 (return 3 0x3)"},
+      {"kill -TERM $$", "Child died after receiving signal 15"},
+  };
+  for (const auto& row : table) {
+    backend_.log().clear();
+    EXPECT_EQ(run(program(row.script)).waited, -1);
+    EXPECT_THAT(backend_.log().texts(), testing::Contains(row.line));
+  }
+}
+
+TEST_F(ChildProcess, MissingProgramShowsInWait) {
+  const Outcome result = run("/no/such/program -x");
+  EXPECT_EQ(result.waited, -1);
+  EXPECT_EQ(result.lastError, -1);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains("Exec failed"));
+}
+
+TEST_F(ChildProcess, ChildLogsItsOwnFailureBeforeItEnds) {
+  const std::string path = place_ / "lines";
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 3);
+  backend_.log().forwardChildLines(file);
+  run("/no/such/program");
+  backend_.log().forwardChildLines(-1);
+  close(file);
+  EXPECT_THAT(readFile(path), testing::HasSubstr("MySqlChildProcess::PostFork: Child exec failed, errno: 2\n"));
+}
+
+TEST_F(ChildProcess, SeesTheStandardStreamsOnly) {
+  const int inherited = open("/dev/null", O_RDONLY);  // a descriptor of the host that is not close-on-exec
+  ASSERT_GE(inherited, 3);
+  const Outcome result = run("/bin/ls /proc/self/fd");
+  close(inherited);
+  EXPECT_EQ(result.output, "0\n1\n2\n3\n") << "3 is what ls itself opened to look";
+}
+
+TEST_F(ChildProcess, EnvironmentIsInheritedOrHoldsOneEntry) {
+  setenv("ORRERY_TEST_MARK", "here", 1);
+  EXPECT_THAT(run("/usr/bin/env").output, testing::HasSubstr("ORRERY_TEST_MARK=here\n"));
+  EXPECT_EQ(run("/usr/bin/env", nullptr, true).output, "LD_LIBRARY_PATH=/lib64:/lib:/usr/lib:/usr/lib64\n");
+}
+
+TEST_F(ChildProcess, TakesInputAndSurvivesAChildThatDoesNot) {
+  MySqlChildProcess child;
+  ASSERT_EQ(child.Initialize("/bin/cat", nullptr), 0);
+  ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  std::string text(100000, 'x');
+  std::string back;
+  std::array<char, 4096> buffer{};
+  for (std::size_t at = 0; at < text.size(); at += 10000) {
+    ASSERT_EQ(child.WriteBuf(text.data() + at, 10000), 0);
+    for (std::size_t before = back.size(); back.size() < before + 10000;) {
+      long length = buffer.size();
+      ASSERT_EQ(child.ReadBuf(buffer.data(), &length), 0);
+      back.append(buffer.data(), static_cast<std::size_t>(length));
+    }
+  }
+  EXPECT_EQ(back, text);
+  EXPECT_EQ(child.Finalize(), 0);
+  EXPECT_EQ(child.Wait(0), 0);
+
+  MySqlChildProcess deaf;
+  ASSERT_EQ(deaf.Initialize(program("echo no >&2; exec <&-; exec >&-; exit 1"), nullptr), 0);
+  ASSERT_EQ(deaf.DZ_CreateProcess(true, false, false), 0);
+  long length = buffer.size();
+  ASSERT_EQ(deaf.ReadBuf(buffer.data(), &length), 0);
+  EXPECT_EQ(deaf.WriteBuf(text.data(), 10), -1) << "and SIGPIPE did not end this program";
+  EXPECT_EQ(deaf.GetLastErrNo(), EPIPE);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains("Error Stream: no\n"));
+}
+
+TEST_F(ChildProcess, LimitsAreRefusedBeforeAnythingStarts) {
+  const auto words = [](int count) {
+    std::string line = "/bin/true";
+    for (int i = 1; i < count; ++i) line += " x";
+    return line;
+  };
+  GetMySqlInfo longName;
+  longName.strUnixUser.assign(104, 'u');
+  GetMySqlInfo longestName;
+  longestName.strUnixUser.assign(103, 'u');
+  const struct {
+    const char* name;
+    std::string command;
+    GetMySqlInfo* session;
+    int result;
+    int error;
+  } table[] = {
+      {"longest command", "/bin/true " + std::string(2989, 'x'), nullptr, 0, 0},
+      {"one character more", "/bin/true " + std::string(2990, 'x'), nullptr, -1, E2BIG},
+      {"most arguments", words(49), nullptr, 0, 0},
+      {"one argument more", words(50), nullptr, -1, E2BIG},
+      {"longest account", "/bin/true", &longestName, 0, 0},
+      {"one letter more", "/bin/true", &longName, -1, ENAMETOOLONG},
+      {"no command", "", nullptr, -1, EINVAL},
+      {"null in the command", std::string("/bin/true\0x", 11), nullptr, -1, EINVAL},
+  };
+  for (const auto& row : table) {
+    MySqlChildProcess child;
+    EXPECT_EQ(child.Initialize(row.command, row.session), row.result) << row.name;
+    EXPECT_EQ(child.GetLastErrNo(), row.error) << row.name;
+    EXPECT_EQ(child.GetLastErrText().empty(), row.result == 0) << row.name;
+    if (row.result != 0) continue;
+    EXPECT_EQ(child.DZ_CreateProcess(true, false, false), 0) << row.name;
+    EXPECT_EQ(child.Wait(0), 0) << row.name;
+  }
+}
+
+TEST_F(ChildProcess, SecondChildOfAnErrorFileDoesNotRecordIntoIt) {
+  EvEvent event;
+  const std::string errFile = place_ / "errors";
+  for (const char* word : {"first", "second"}) {
+    MySqlChildProcess child;
+    ASSERT_EQ(child.Initialize("/bin/true", nullptr), 0);
+    std::string command = program(std::string("echo ") + word + " >&2");
+    std::string user;
+    int pw[2];
+    int cw[2];
+    ASSERT_EQ(pipe2(pw, O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(cw, O_CLOEXEC), 0);
+    MySqlChildParam param;
+    child.SetPostForkParam(&param, command.data(), user.data(), pw, cw, false, errFile);
+    DzProcess process;
+    std::array<char, 100> text{};
+    ASSERT_EQ(process.Fork(MySqlChildProcess::PostFork, &param, text.data(), text.size()), 1);
+    int status = 0;
+    EXPECT_EQ(process.WaitForProcessToEnd(status, text.data(), text.size(), -1), 1);
+    for (int fd : {pw[0], pw[1], cw[0], cw[1]}) close(fd);
+  }
+  EXPECT_EQ(readFile(errFile), "first\n") << "kept: what the first child wrote stays as it is";
+}
+
+TEST_F(ChildProcess, ErrorFileIsNotReadThroughALink) {
+  MySqlChildProcess child;
+  const std::string secret = place_ / "secret";
+  writeFile(secret, "hidden");
+  ASSERT_EQ(child.Initialize("/bin/true", nullptr), 0);
+  std::string errFile;
+  for (const auto& text : backend_.log().texts()) {
+    if (text.rfind("Error file [", 0) == 0) errFile = text.substr(12, text.size() - 13);
+  }
+  std::filesystem::create_symlink(secret, errFile);
+  std::array<char, 100> buffer{};
+  long length = buffer.size();
+  EXPECT_EQ(child.ReadErrBuf(buffer.data(), &length), -1);
+  EXPECT_STREQ(buffer.data(), "");
+}
+
+TEST_F(ChildProcess, FolderThatCannotBeMadeIsAFailure) {
+  backend_.setJobResults("/dev/null");
+  MySqlChildProcess child;
+  EXPECT_EQ(child.Initialize("/bin/true", nullptr), -1);
+  EXPECT_TRUE(backend_.log().contains("Unable to create log folder [/dev/null/DZ_JobResults/2/0/0], error=["));
+}
+
+TEST_F(ChildProcess, WithoutAFreeDescriptorIsAFailureThatLeaksNothing) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const std::size_t open = openDescriptors();
+  for (rlim_t room = 0; room < 5; ++room) {
+    MySqlChildProcess child;
+    ASSERT_EQ(child.Initialize("/bin/true", nullptr), 0);
+    const rlimit tight{open - 1 + room, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    const int started = child.DZ_CreateProcess(true, false, false);
+    const int error = child.GetLastErrNo();
+    setrlimit(RLIMIT_NOFILE, &before);
+    if (started != 0) {
+      EXPECT_EQ(error, EMFILE) << room;
+    }
+  }
+  EXPECT_EQ(openDescriptors(), open);
+}
+
+TEST_F(ChildProcess, StartedWithoutStandardStreamsStillGetsItsOwn) {
+  const pid_t tester = fork();
+  if (tester == 0) {
+    for (int fd : {0, 1, 2}) close(fd);
+    const Outcome result = run(program("echo out; echo err >&2"));
+    _exit(result.output == "out\n" && result.errors == "err\n" ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(tester, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(ChildProcess, IsEndedAndReapedWithItsObject) {
+  std::int32_t pid = 0;
+  {
+    MySqlChildProcess child;
+    ASSERT_EQ(child.Initialize("/bin/sleep 1000", nullptr), 0);
+    ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+    for (const auto& text : backend_.log().texts()) {
+      if (text.rfind("Parent: child process pid= ", 0) == 0) pid = std::stoi(text.substr(27));
+    }
+    ASSERT_GT(pid, 0);
+    ASSERT_EQ(kill(pid, 0), 0);
+  }
+  EXPECT_EQ(kill(pid, 0), -1);
+  EXPECT_EQ(errno, ESRCH) << "not even a zombie";
+}
+
+TEST_F(ChildProcess, TerminatedIsToldBySignal) {
+  MySqlChildProcess child;
+  EXPECT_EQ(child.Terminate(), -1) << "nothing runs yet";
+  ASSERT_EQ(child.Initialize("/bin/sleep 1000", nullptr), 0);
+  ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  EXPECT_EQ(child.Terminate(), 0);
+  EXPECT_EQ(child.Wait(30), -1);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains("Child died after receiving signal 9"));
+  EXPECT_EQ(child.Terminate(), -1) << "its number may be another process's by now";
+  EXPECT_EQ(child.Wait(0), -1);
+}
+
+/// An account of the system other than the one that runs the tests; the tests install it.
+class AsAnotherAccount : public ChildProcess {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can start programs as other accounts";
+    const passwd* entry = getpwnam("mysql");
+    ASSERT_NE(entry, nullptr) << "scripts/packages.sh servers makes the account";
+    uid_ = entry->pw_uid;
+    session_.strUnixUser = "mysql";
+  }
+  GetMySqlInfo session_;
+  uid_t uid_ = 0;
+};
+
+TEST_F(AsAnotherAccount, RunsAndWritesItsErrorFile) {
+  const Outcome result = run(program("id -un; id -Gn; echo oops >&2"), &session_);
+  EXPECT_EQ(result.output, "mysql\nmysql\n") << "with the account's groups and no other";
+  EXPECT_EQ(result.errors, "oops\n");
+  const std::string folder = backend_.directory() + "/results/DZ_JobResults/2/0/0";
+  struct stat info {};
+  ASSERT_EQ(stat(folder.c_str(), &info), 0);
+  EXPECT_EQ(info.st_uid, 0U);
+  EXPECT_EQ(info.st_mode & 07777, 01730U) << "the account may create files there, others nothing";
+  for (const auto& file : std::filesystem::directory_iterator(folder)) {
+    ASSERT_EQ(stat(file.path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, uid_) << "made by the child after it took the account";
+  }
+}
+
+TEST_F(AsAnotherAccount, CannotReachWhatBelongsToTheAgent) {
+  writeFile(place_ / "private", "x", 0600);
+  EXPECT_EQ(run("/bin/cat " + (place_ / "private"), &session_).waited, -1);
+}
+
+TEST_F(AsAnotherAccount, ParentKeepsItsAccountAndItsCoreDumps) {
+  run("/usr/bin/id -u", &session_);
+  EXPECT_EQ(geteuid(), 0U);
+  EXPECT_EQ(getuid(), 0U);
+  EXPECT_NE(readFile("/proc/self/status").find("Uid:\t0\t0\t0\t0"), std::string::npos);
+  struct stat info {};
+  ASSERT_EQ(stat("/proc/self/fd", &info), 0);
+  EXPECT_EQ(run("/usr/bin/id -u", &session_).output, std::to_string(uid_) + "\n");
+}
+
+TEST_F(AsAnotherAccount, FolderServesTwoAccountsInTurn) {
+  GetMySqlInfo nobody;
+  nobody.strUnixUser = "nobody";
+  const std::string script = program("echo \"$(id -un)\" >&2");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(run(script, &session_).errors, "mysql\n");
+    EXPECT_EQ(run(script, &nobody).errors, "nobody\n");
+  }
+}
+
+TEST_F(AsAnotherAccount, AccountThatDoesNotExistRunsAsTheAgentAndSaysSoLoudly) {
+  session_.strUnixUser = "no_such_account";
+  EXPECT_EQ(run("/usr/bin/id -u", &session_).output, "0\n");
+  EXPECT_TRUE(backend_.log().contains("the account [no_such_account] does not exist"));
+}
+
+TEST_F(AsAnotherAccount, AccountThatCannotBeTakenEndsTheChild) {
+  const pid_t tester = fork();
+  if (tester == 0) {
+    if (setuid(uid_) != 0) _exit(9);
+    session_.strUnixUser = "root";
+    const Outcome result = run("/usr/bin/id -u", &session_);
+    _exit(result.waited == -1 && result.lastError == 81 && result.output.empty() ? 0 : 1);
+  }
+  chmod(backend_.directory().c_str(), 0777);
+  std::filesystem::permissions(backend_.directory() + "/results", std::filesystem::perms::all);
+  int status = -1;
+  waitpid(tester, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace

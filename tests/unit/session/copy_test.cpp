@@ -1,0 +1,73 @@
+#include <filesystem>
+#include <memory>
+
+#include <gtest/gtest.h>
+
+#include "session/session_fixture.h"
+
+namespace {
+
+using orrery::platform::Status;
+using Copy = orrery::test::SessionTest;
+
+TEST_F(Copy, OwnsAFileOfItsOwnAndLeavesTheSourcesAlone) {
+  GetMySqlInfo source;
+  ASSERT_EQ(source.Init(id()), 0);
+  {
+    GetMySqlInfo copy(source);
+    EXPECT_NE(copy.strConfigPwdFile, source.strConfigPwdFile);
+    EXPECT_TRUE(std::filesystem::exists(copy.strConfigPwdFile));
+  }
+  EXPECT_TRUE(std::filesystem::exists(source.strConfigPwdFile));
+}
+
+TEST_F(Copy, SharesTheInstanceWhichOutlivesTheSource) {
+  auto source = std::make_unique<GetMySqlInfo>();
+  ASSERT_EQ(source->Init(id()), 0);
+  auto copy = std::make_unique<GetMySqlInfo>(*source);
+  EXPECT_EQ(copy->pMySqlInstance, source->pMySqlInstance);
+  source.reset();
+  EXPECT_EQ(copy->pMySqlInstance->getInstanceId(), instance_);
+  GetMySqlInfo second(*copy);
+  copy.reset();
+  EXPECT_EQ(second.pMySqlInstance->getInstanceId(), instance_);
+}
+
+TEST_F(Copy, TakesOverWhatDescribesTheServerAndNothingOfTheRun) {
+  GetMySqlInfo source;
+  ASSERT_EQ(source.Init(id()), 0);
+  source.iErrorCode = 5;
+  source.strErrorString = "e";
+  source.strMasterLogFile = source.strReplicationFile = source.strSessionString1 = source.strSessionString7 = "x";
+  source.bSlaveStoppedBySession = true;
+  source.iSessionMode = 9;
+  GetMySqlInfo copy(source);
+  EXPECT_EQ(copy.iErrorCode, 5);
+  EXPECT_EQ(copy.strErrorString, "e");
+  EXPECT_EQ(copy.strPassword, "secret");
+  EXPECT_EQ(copy.iDbAutoDiscovery, 1);
+  EXPECT_EQ(copy.iSessionMode, 9);
+  EXPECT_EQ(copy.strMasterLogFile + copy.strReplicationFile + copy.strSessionString1 + copy.strSessionString7, "");
+  EXPECT_FALSE(copy.bSlaveStoppedBySession);
+  EXPECT_EQ(copy.ulClientId, 0U);
+  EXPECT_EQ(copy.appId.getInstanceId(), 0U);
+}
+
+TEST_F(Copy, CountsAsInitialisedEvenWithoutAFile) {
+  GetMySqlInfo source;
+  ASSERT_EQ(source.Init(id()), 0);
+  backend_.failures().failAlways("Directories::temporary", Status::failure("no"));
+  GetMySqlInfo copy(source);
+  EXPECT_TRUE(copy.bInitialized);
+  EXPECT_TRUE(logged("CreateConfigPwdFile failed"));
+}
+
+TEST_F(Copy, MadeInTheSecondThatItsNameHoldsKeepsTheTwoNumbersApart) {
+  GetMySqlInfo source;
+  ASSERT_EQ(source.Init(id()), 0);
+  GetMySqlInfo copy(source);
+  EXPECT_NE(copy.strConfigPwdFile.find("orrery_bkp_mycnf_1767225600_1767225601_"), std::string::npos)
+      << copy.strConfigPwdFile;
+}
+
+}  // namespace

@@ -1,0 +1,46 @@
+#include "context.h"
+
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+#include "orrery/platform/home.h"
+
+#include "failure.h"
+#include "posix.h"
+
+namespace orrery::tool {
+
+std::string Context::homePath() const {
+  return absolutePath(options_.home.empty() ? platform::defaultHome() : options_.home);
+}
+
+const platform::Services& Context::services() {
+  if (installed_) return platform::services();
+  std::shared_ptr<const platform::Services> home;
+  require(platform::openHome(homePath(), home), "the home cannot be opened");
+  auto services = std::make_shared<platform::Services>(*home);
+  log_ = std::make_shared<TeeLog>(services->log, options_.verbosity);
+  services->log = log_;
+  installed_.emplace(std::move(services));
+  require(platform::removeLeftovers(temporaryDirectory(), nullptr), "leftovers of ended processes cannot be removed");
+  return platform::services();
+}
+
+std::string Context::temporaryDirectory() {
+  std::string path;
+  require(services().directories->temporary(path), "the folder for short-lived files is not known");
+  return path;
+}
+
+std::string Context::resultsDirectory() {
+  std::string path;
+  require(services().directories->jobResults({}, path), "the folder for results is not known");
+  return path;
+}
+
+void Context::note(const std::string& text) const {
+  std::fprintf(stderr, "orrery-mysql: note: %s\n", onOneLine(text).c_str());
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "orrery/platform/services.h"
+
+#include "output.h"
+#include "tee_log.h"
+
+namespace CLI {
+class App;
+}
+
+namespace orrery::tool {
+
+struct GlobalOptions {
+  std::string home;  ///< empty: the default home
+  Format format = Format::table;
+  std::string access = "auto";
+  int verbosity = 0;
+};
+
+/// What a running command works with: the user's global options, the home, and the way out.
+class Context {
+ public:
+  explicit Context(GlobalOptions options) : options_(std::move(options)) {}
+
+  /// The home's folder, absolute.
+  std::string homePath() const;
+
+  /// Opens the home on first use, makes it the process's backend, and removes what killed processes left in its tmp
+  /// folder. Throws Failure when it cannot be opened.
+  const platform::Services& services();
+
+  /// The home's folder for short-lived files, and the one for results.
+  std::string temporaryDirectory();
+  std::string resultsDirectory();
+
+  /// What this process logged last that may tell of a failure; empty before the home is open.
+  std::string lastWords() const { return log_ ? log_->lastWords() : std::string(); }
+
+  /// Prints the command's result.
+  void print(const Json& document, const Table& table) const { tool::print(options_.format, document, table); }
+  /// Tells the user something on standard error that is no failure.
+  void note(const std::string& text) const;
+  /// Whether a sign of life may be drawn on the terminal.
+  bool wantsProgress() const noexcept { return options_.format == Format::table && options_.verbosity == 0; }
+
+ private:
+  GlobalOptions options_;
+  std::shared_ptr<TeeLog> log_;
+  std::optional<platform::ScopedServices> installed_;
+};
+
+/// What a command line asks for. Parsing puts it together; it runs once parsing is done.
+using Action = std::function<void(Context&)>;
+
+// The groups of commands: each adds its own to the program and puts the chosen action into `chosen`.
+void addInitCommand(CLI::App& program, Action& chosen);
+void addInstanceCommands(CLI::App& program, Action& chosen);
+void addSettingCommands(CLI::App& program, Action& chosen);
+void addServerCommands(CLI::App& program, Action& chosen);
+
+}  // namespace orrery::tool

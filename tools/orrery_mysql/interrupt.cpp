@@ -1,0 +1,133 @@
+#include "interrupt.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "failure.h"
+
+namespace orrery::tool {
+namespace {
+
+constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr int kForwardEveryMilliseconds = 100;
+
+// Written by the signal handler, which has nothing but these.
+std::atomic<int> firstSignal{0};
+std::atomic<int> signalCount{0};
+std::atomic<int> wakeDescriptor{-1};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void remember(int signal) {
+  const int saved = errno;
+  int none = 0;
+  firstSignal.compare_exchange_strong(none, signal);
+  if (signalCount.fetch_add(1) >= 2) endBySignal(signal);
+  const char byte = 's';
+  if (::write(wakeDescriptor.load(), &byte, 1) < 0) {
+    // The pipe is full of earlier wakes, or gone: nothing more to wake.
+  }
+  errno = saved;
+}
+
+/// Parent of a process, 0 when it is gone.
+pid_t parentOf(const char* pid) {
+  const std::string path = std::string("/proc/") + pid + "/stat";
+  const OwnFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 512> buffer{};
+  const ssize_t size = file.valid() ? ::read(file.get(), buffer.data(), buffer.size()) : 0;
+  if (size <= 0) return 0;
+  const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
+  const std::size_t name = text.rfind(") ");  // the name may hold anything, a parenthesis too
+  if (name == std::string_view::npos || name + 4 > text.size()) return 0;
+  pid_t parent = 0;
+  std::from_chars(text.data() + name + 4, text.data() + text.size(), parent);
+  return parent;
+}
+
+void signalChildren(int signal) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> processes(::opendir("/proc"), ::closedir);
+  if (!processes) return;
+  const pid_t self = ::getpid();
+  while (const dirent* entry = ::readdir(processes.get())) {  // NOLINT(concurrency-mt-unsafe): own stream
+    pid_t pid = 0;
+    const char* end = entry->d_name + std::strlen(entry->d_name);
+    if (std::from_chars(entry->d_name, end, pid).ptr == end && parentOf(entry->d_name) == self) ::kill(pid, signal);
+  }
+}
+
+}  // namespace
+
+InterruptGuard::InterruptGuard() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw Failure("signals cannot be handled", errorText(errno));
+  }
+  wake_ = OwnFd(ends[0]);
+  wakeEnd_ = OwnFd(ends[1]);
+  wakeDescriptor = ends[1];
+  forwarder_ = std::thread([this] { forward(); });
+  struct sigaction action {};
+  action.sa_handler = remember;
+  action.sa_flags = SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  for (const int signal : kSignals) {
+    struct sigaction earlier {};
+    ::sigaction(signal, nullptr, &earlier);
+    if (earlier.sa_handler != SIG_IGN) ::sigaction(signal, &action, nullptr);
+  }
+}
+
+InterruptGuard::~InterruptGuard() {
+  wakeDescriptor = -1;
+  // Only this thread's end of the pipe is closed here; the forwarder sees that and ends.
+  wakeEnd_ = OwnFd();
+  forwarder_.join();
+}
+
+/// Hands the signal on again and again: a client that starts just now must hear it too.
+void InterruptGuard::forward() const {
+  pollfd polled{wake_.get(), POLLIN, 0};
+  int timeout = -1;
+  for (;;) {
+    const int ready = ::poll(&polled, 1, timeout);
+    if (ready < 0 && errno != EINTR) return;
+    if (ready > 0) {
+      std::array<char, 16> bytes{};
+      if (::read(wake_.get(), bytes.data(), bytes.size()) == 0) return;
+    }
+    if (firstSignal != 0) {
+      signalChildren(signalCount > 1 ? SIGKILL : firstSignal.load());
+      timeout = kForwardEveryMilliseconds;
+    }
+  }
+}
+
+int interruptSignal() noexcept {
+  return firstSignal;
+}
+
+void endBySignal(int signal) noexcept {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(signal, &action, nullptr);
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signal);
+  ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  ::raise(signal);
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,136 @@
+// The command orrery-mysql: reads the command line, runs the chosen command, tells how it went.
+
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "orrery/mysql/version.h"
+
+#include "context.h"
+#include "failure.h"
+#include "interrupt.h"
+
+namespace orrery::tool {
+namespace {
+
+enum ExitStatus { exitDone = 0, exitFailed = 1, exitWrongUsage = 2 };
+
+/// "--name=" says that the value is empty, but the parser would take the next argument for it.
+std::vector<std::string> withEmptyValues(int argc, char** argv) {
+  std::vector<std::string> result;
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view argument = argv[i];
+    optionsEnded = optionsEnded || argument == "--";
+    if (!optionsEnded && argument.starts_with("--") && argument.find('=') == argument.size() - 1) {
+      result.emplace_back(argument.substr(0, argument.size() - 1));
+      result.emplace_back();
+    } else {
+      result.emplace_back(argument);
+    }
+  }
+  return result;
+}
+
+void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
+  program.set_version_flag("--version", std::string("orrery-mysql ") + mysql::version());
+  program.add_option("--home", options.home, "The agent's home; else ORRERY_HOME, else the account's own")
+      ->type_name("DIR");
+  program
+      .add_option_function<std::string>(
+          "--format",
+          [&options](const std::string& value) { options.format = value == "json" ? Format::json : Format::table; },
+          "Tables for people or JSON for programs")
+      ->check(CLI::IsMember({"table", "json"}).description(""))
+      ->type_name("table|json");
+  program.add_option("--access", options.access, "How servers are reached; auto chooses")
+      ->check(CLI::IsMember({"auto", "command", "library"}).description(""))
+      ->type_name("auto|command|library");
+  program.add_flag(
+      "-v", [&options](std::int64_t count) { options.verbosity = static_cast<int>(count); },
+      "Show log lines on standard error; twice: of every level");
+}
+
+void requireOfferedAccess(const GlobalOptions& options) {
+  if (options.access == "library") {
+    throw Failure("--access library", "this build has no library mode yet", "use --access command or auto");
+  }
+}
+
+int fail(std::string_view text, int status) {
+  std::fprintf(stderr, "orrery-mysql: %s\n", onOneLine(text).c_str());
+  return status;
+}
+
+/// Help that was asked for goes to standard output; everything else is wrong usage.
+int endOfParsing(const CLI::App& program, const CLI::ParseError& error) {
+  if (error.get_exit_code() == 0) return program.exit(error, std::cout, std::cerr);
+  constexpr std::string_view kHelp = "; orrery-mysql --help and orrery-mysql COMMAND --help tell what there is";
+  const bool commandMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+  const std::vector<std::string> unknown = program.remaining(true);
+  if (commandMissing && !unknown.empty()) {
+    return fail("there is no command " + unknown.front() + std::string(kHelp), exitWrongUsage);
+  }
+  if (commandMissing && error.what() == std::string_view("A subcommand is required")) {
+    return fail("the command is missing" + std::string(kHelp), exitWrongUsage);
+  }
+  return fail(error.what() + std::string(kHelp), exitWrongUsage);
+}
+
+int runChosen(const Action& action, const GlobalOptions& options) {
+  try {
+    requireOfferedAccess(options);
+    Context context(options);
+    action(context);
+    return exitDone;
+  } catch (const Interrupted&) {
+    return exitFailed;
+  } catch (const WrongUsage& error) {
+    return fail(error.what(), exitWrongUsage);
+  } catch (const std::exception& error) {
+    return fail(error.what(), exitFailed);
+  }
+}
+
+int run(int argc, char** argv) {
+  GlobalOptions options;
+  Action chosen;
+  CLI::App program("Access to MySQL and MariaDB servers for backup agents", "orrery-mysql");
+  // Global options may stand behind the command as well.
+  program.fallthrough();
+  program.require_subcommand(1);
+  addGlobalOptions(program, options);
+  addInitCommand(program, chosen);
+  addInstanceCommands(program, chosen);
+  addSettingCommands(program, chosen);
+  addServerCommands(program, chosen);
+  try {
+    std::vector<std::string> arguments = withEmptyValues(argc, argv);
+    program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& error) {
+    return endOfParsing(program, error);
+  }
+  int status = exitFailed;
+  {
+    const InterruptGuard signals;
+    status = runChosen(chosen, options);
+  }
+  if (const int signal = interruptSignal(); signal != 0) endBySignal(signal);
+  return status;
+}
+
+}  // namespace
+}  // namespace orrery::tool
+
+int main(int argc, char** argv) {
+  try {
+    return orrery::tool::run(argc, argv);
+  } catch (const std::exception& error) {
+    return orrery::tool::fail(error.what(), orrery::tool::exitFailed);
+  }
+}

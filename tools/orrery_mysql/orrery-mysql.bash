@@ -1,0 +1,79 @@
+# Bash completion for orrery-mysql.
+
+# Names of the instances in the home that the command line chooses.
+_orrery_mysql_instances() {
+  local index home=()
+  for ((index = 1; index < COMP_CWORD; index++)); do
+    [[ ${COMP_WORDS[index]} == --home ]] && home=(--home "${COMP_WORDS[index + 1]}")
+  done
+  orrery-mysql "${home[@]}" --format json instance list 2>/dev/null | sed -n 's/^ *"name": "\(.*\)",\{0,1\}$/\1/p'
+}
+
+_orrery_mysql_setting_keys() {
+  orrery-mysql --format json setting list 2>/dev/null | sed -n 's/^ *"key": "\(.*\)",\{0,1\}$/\1/p'
+}
+
+# One candidate per line; names may hold blanks.
+_orrery_mysql_offer() {
+  local candidate
+  COMPREPLY=()
+  while IFS= read -r candidate; do
+    [[ -n $candidate && $candidate == "$current"* ]] && COMPREPLY+=("$(printf '%q' "$candidate")")
+  done
+}
+
+_orrery_mysql() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local global='--home --format --access -v --version --help'
+  local fields='--socket --user --unix-user --bin --data --config --binlog-index --ssl-ca --ssl-key --ssl-cert
+    --auto-discovery --meb --meb-bin --meb-no-locking --version-hint --password-file --password-stdin --ask-password
+    --no-password'
+
+  case $previous in
+    --format) mapfile -t COMPREPLY < <(compgen -W 'table json' -- "$current"); return ;;
+    --access) mapfile -t COMPREPLY < <(compgen -W 'auto command library' -- "$current"); return ;;
+    --auto-discovery | --meb | --meb-no-locking) mapfile -t COMPREPLY < <(compgen -W 'on off' -- "$current"); return ;;
+    --unix-user) mapfile -t COMPREPLY < <(compgen -u -- "$current"); return ;;
+    --home | --bin | --data | --meb-bin) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$current"); return ;;
+    --socket | --config | --binlog-index | --ssl-ca | --ssl-key | --ssl-cert | --password-file | --client-library)
+      compopt -o filenames
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return ;;
+    --user | --version-hint | --client) return ;;
+  esac
+
+  # The words of the command without options and their values.
+  local words=() index
+  for ((index = 1; index < COMP_CWORD; index++)); do
+    case ${COMP_WORDS[index]} in
+      -v | --version | --help | -h | --yes | --password-stdin | --ask-password | --no-password) ;;
+      --*=*) ;;
+      --*) index=$((index + 1)) ;;
+      *) words+=("${COMP_WORDS[index]}") ;;
+    esac
+  done
+
+  local command="${words[*]:0:2}" options=$global
+  case $command in
+    'instance add'*) options="$global $fields --client" ;;
+    'instance set'*) options="$global $fields" ;;
+    'instance remove'*) options="$global --yes" ;;
+    init*) options="$global --client --client-library" ;;
+  esac
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+    return
+  fi
+
+  case "${#words[@]} $command" in
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting ping version variable binlog' -- "$current") ;;
+    '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove' -- "$current") ;;
+    '1 setting') mapfile -t COMPREPLY < <(compgen -W 'list get set' -- "$current") ;;
+    '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'flush' -- "$current") ;;
+    '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
+    '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush')
+      _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
+  esac
+}
+
+complete -F _orrery_mysql orrery-mysql
