@@ -8,7 +8,7 @@ build_packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev li
   nlohmann-json3-dev)
 # The server's core and the clients only: the full server package would start a service of its own.
 servers_packages=(mariadb-server-core mariadb-client openssl passwd procps)
-checks_packages=(git libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy libclang-rt-dev
+checks_packages=(git libgtest-dev libgmock-dev clang clang-format clang-tidy libclang-rt-dev
   binutils man-db)
 
 wanted=()

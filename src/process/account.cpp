@@ -5,6 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <mutex>
+
+#include "orrery/platform/services.h"
 
 namespace orrery::mysql {
 namespace {
@@ -46,11 +50,47 @@ void findGroups(const std::string& name, Account& account) {
   account.groups.resize(static_cast<std::size_t>(count));
 }
 
+/// The last account found, for a short while: finding the groups of an account asks every source of the name service,
+/// which costs more than the start of a client, and an agent asks for the same account with every statement.
+class LastFound {
+ public:
+  bool get(const std::string& name, Account& account) {
+    const std::lock_guard lock(mutex_);
+    const std::int64_t age = platform::services().clock->now() - foundAt_;
+    if (name_ != name || age < 0 || age > lifetimeMicroseconds) return false;
+    account = account_;
+    return true;
+  }
+  void put(const std::string& name, const Account& account) {
+    const std::lock_guard lock(mutex_);
+    name_ = name;
+    account_ = account;
+    foundAt_ = platform::services().clock->now();
+  }
+
+ private:
+  static constexpr std::int64_t lifetimeMicroseconds = 10 * 1000000;
+
+  std::mutex mutex_;
+  std::string name_;
+  Account account_;
+  std::int64_t foundAt_ = 0;
+};
+
+LastFound& lastFound() {
+  static LastFound last;
+  return last;
+}
+
 }  // namespace
 
 AccountLookup findAccount(const std::string& name, Account& account) {
+  if (lastFound().get(name, account)) return AccountLookup::found;
   const AccountLookup result = findEntry(name, account);
-  if (result == AccountLookup::found) findGroups(name, account);
+  if (result == AccountLookup::found) {
+    findGroups(name, account);
+    lastFound().put(name, account);
+  }
   return result;
 }
 

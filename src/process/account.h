@@ -20,6 +20,7 @@ enum class AccountLookup {
   failed,   ///< the name service could not answer; errno tells why
 };
 
+/// An answer of "found" may be up to ten seconds old. May be called from several threads.
 AccountLookup findAccount(const std::string& name, Account& account);
 
 }  // namespace orrery::mysql

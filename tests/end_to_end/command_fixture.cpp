@@ -56,7 +56,7 @@ Json CommandTest::runJson(std::vector<std::string> arguments) const {
   arguments.insert(arguments.end(), {"--format", "json"});
   const ProgramResult result = run(arguments);
   EXPECT_EQ(result.exitStatus, 0) << result.errors;
-  const Json document = Json::parse(result.output, nullptr, false);
+  Json document = Json::parse(result.output, nullptr, false);
   EXPECT_FALSE(document.is_discarded()) << result.output;
   return document;
 }

@@ -183,6 +183,24 @@ TEST_F(InstanceTest, CtrlCAtThePromptGivesTheTerminalBack) {
   EXPECT_THAT(instanceNames(), testing::IsEmpty());
 }
 
+TEST_F(InstanceTest, CtrlCEndsTheWaitForAPasswordOnAPipe) {
+  RunningProgram program(
+      commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u", "--password-stdin"}));
+  // Once it has the store open it reads its standard input, to which nobody writes.
+  const std::string descriptors = "/proc/" + std::to_string(program.pid()) + "/fd";
+  ASSERT_TRUE(waitUntil([&] {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(descriptors, error)) {
+      if (std::filesystem::read_symlink(entry.path(), error).filename() == "store.db") return true;
+    }
+    return false;
+  }));
+  program.signalGroup(SIGINT);
+  const ProgramResult result = program.wait();
+  EXPECT_EQ(result.signal, SIGINT);
+  EXPECT_EQ(result.output + result.errors, "");
+}
+
 TEST_F(InstanceTest, RemoveAsksOnATerminal) {
   addInstance("db", "h:1");
   for (const auto& [answer, exitStatus] : {std::pair("no\n", 1), std::pair("y\n", 0)}) {

@@ -72,10 +72,9 @@ TEST_F(ServerCommandTest, ThePasswordShowsNowhere) {
   // Clients that tell how they were started, then run for real.
   const std::string seen = directory_ / "seen";
   writeFile(seen, "", 0666);
-  for (const char* program : {"mysql", "mysqladmin"}) {
-    const std::string real = program == std::string("mysql") ? "mariadb" : "mariadb-admin";
-    makeProgram(directory_ / "bin/" + program, "{ echo \"$0 $*\"; env; } >>" + seen + "\nexec " + real + " \"$@\"\n");
-  }
+  const std::string tell = "{ echo \"$0 $*\"; env; } >>" + seen + "\n";
+  makeProgram(directory_ / "bin/mysql", tell + "exec mariadb \"$@\"\n");
+  makeProgram(directory_ / "bin/mysqladmin", tell + "exec mariadb-admin \"$@\"\n");
   std::filesystem::permissions(directory_ / "bin", std::filesystem::perms(0755));
   runJson({"setting", "set", "nLevel", "10"});
   addServer({"--bin", directory_ / "bin"});

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <regex.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +14,7 @@
 #include <thread>
 
 #include "fixtures.h"
+#include "support/program.h"
 
 namespace orrery::test {
 namespace {
@@ -190,13 +193,28 @@ TEST_F(LogFileTest, LargeLogIsSetAside) {
   EXPECT_FALSE(fs::exists(file() + ".5"));
 }
 
-TEST_F(LogFileTest, ManyStartersSetAsideOnce) {
-  writeFile(file(), "old", 0600);
+/// Holds the lock as a process does that is setting the log aside, and finishes when another one waits for it.
+TEST_F(LogFileTest, StarterThatWaitedDoesNotSetAsideAgain) {
+  writeFile(file(), "large", 0600);
   fs::resize_file(file(), 17U << 20);
-  inChildrenTogether(6, [&](int) {
+  const int folder = ::open(inHome("log").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(::flock(folder, LOCK_EX), 0);
+  const pid_t starter = ::fork();
+  ASSERT_GE(starter, 0);
+  if (starter == 0) {
     std::shared_ptr<const Services> services;
-    return openHome(home(), services).ok() ? 0 : 1;
-  });
+    ::_exit(openHome(home(), services).ok() ? 0 : 1);
+  }
+  const std::string waiting = "-> FLOCK  ADVISORY  WRITE " + std::to_string(starter) + " ";
+  EXPECT_TRUE(waitUntil([&] { return readFile("/proc/locks").find(waiting) != std::string::npos; }));
+  EXPECT_FALSE(fs::exists(file() + ".1"));
+  fs::rename(file(), file() + ".1");
+  writeFile(file(), "", 0600);
+  ASSERT_EQ(::flock(folder, LOCK_UN), 0);
+  ::close(folder);
+  int status = 0;
+  ASSERT_EQ(::waitpid(starter, &status, 0), starter);
+  EXPECT_EQ(status, 0);
   EXPECT_EQ(fs::file_size(file() + ".1"), 17U << 20);
   EXPECT_FALSE(fs::exists(file() + ".2"));
 }

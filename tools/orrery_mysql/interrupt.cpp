@@ -80,7 +80,7 @@ InterruptGuard::InterruptGuard() {
   forwarder_ = std::thread([this] { forward(); });
   struct sigaction action {};
   action.sa_handler = remember;
-  action.sa_flags = SA_RESTART;
+  // No SA_RESTART: a call that waits comes back, and whoever made it can look whether to go on.
   sigemptyset(&action.sa_mask);
   for (const int signal : kSignals) {
     struct sigaction earlier {};

@@ -62,7 +62,9 @@ void requireOfferedAccess(const GlobalOptions& options) {
   }
 }
 
+/// After Ctrl-C the end itself says enough.
 int fail(std::string_view text, int status) {
+  if (interruptSignal() != 0) return status;
   std::fprintf(stderr, "orrery-mysql: %s\n", onOneLine(text).c_str());
   return status;
 }

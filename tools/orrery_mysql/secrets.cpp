@@ -44,14 +44,28 @@ class EchoOff {
   bool changed_;
 };
 
+/// Waits until there is something to read. The wait is in short pieces because a signal may come just before one of
+/// them, and must not be noticed only with the next byte.
+void waitForInput(int descriptor, const std::string& source) {
+  constexpr int kPieceMilliseconds = 200;
+  for (;;) {
+    pollfd polled{descriptor, POLLIN, 0};
+    const int ready = ::poll(&polled, 1, kPieceMilliseconds);
+    const int reason = errno;
+    if (interruptSignal() != 0) throw Interrupted();
+    if (ready > 0) return;
+    if (ready < 0 && reason != EINTR) throw Failure("nothing can be read from " + source, errorText(reason));
+  }
+}
+
 /// What the descriptor holds, up to one byte more than a password with its newline may have.
 Secret readLimited(int descriptor, const std::string& source) {
   std::array<char, kLongestPassword + 3> buffer{};
   std::size_t size = 0;
   while (size < buffer.size()) {
+    waitForInput(descriptor, source);
     const ssize_t count = ::read(descriptor, buffer.data() + size, buffer.size() - size);
-    if (count < 0 && errno == EINTR && interruptSignal() == 0) continue;
-    if (interruptSignal() != 0) throw Interrupted();
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (count < 0) throw Failure("the password cannot be read from " + source, errorText(errno));
     if (count == 0) break;
     size += static_cast<std::size_t>(count);
@@ -80,19 +94,12 @@ void say(std::string_view text) {
     throw Failure("the terminal cannot be asked", errorText(errno));
 }
 
-/// One line from the terminal, without its newline.
+/// One line from the terminal, with its newline.
 Secret readLine() {
+  waitForInput(STDIN_FILENO, "the terminal");
   std::array<char, kLongestPassword + 3> buffer{};
-  for (;;) {
-    // The wait is short because a signal may come just before it, and must not be noticed only with the next key.
-    pollfd polled{STDIN_FILENO, POLLIN, 0};
-    const int ready = ::poll(&polled, 1, 200);
-    if (interruptSignal() != 0) throw Interrupted();
-    if (ready > 0) break;
-    if (ready < 0 && errno != EINTR) throw Failure("the terminal cannot be read", errorText(errno));
-  }
   const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
-  if (count < 0) throw Failure("the terminal cannot be read", errorText(errno));
+  if (count < 0) throw Failure("nothing can be read from the terminal", errorText(errno));
   Secret line(std::string(buffer.data(), static_cast<std::size_t>(count)));
   ::explicit_bzero(buffer.data(), buffer.size());
   return line;
@@ -119,7 +126,8 @@ Secret& Secret::operator=(Secret&& other) noexcept {
 }
 
 Secret readPasswordFile(const std::string& path) {
-  const OwnFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  // Without waiting, because a named pipe that nobody writes to yet would hold the program in `open`.
+  const OwnFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file.valid()) throw Failure("the password file " + path + " cannot be opened", errorText(errno));
   return checked(readLimited(file.get(), path), path);
 }

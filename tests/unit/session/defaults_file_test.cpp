@@ -27,8 +27,8 @@ TEST_F(DefaultsFile, HoldsThePasswordAndNothingElseForItsOwnerOnly) {
   const orrery::platform::ScopedJob job(77);
   GetMySqlInfo session;
   ASSERT_EQ(session.Init(id()), 0);
-  EXPECT_EQ(session.strConfigPwdFile,
-            backend_.temporary() + "/orrery_bkp_mycnf_" + std::to_string(id()) + "_1767225600_" + pid() + "_" + pid() + "_77.cnf");
+  EXPECT_EQ(session.strConfigPwdFile, backend_.temporary() + "/orrery_bkp_mycnf_" + std::to_string(id()) +
+                                          "_1767225600_" + pid() + "_" + pid() + "_77.cnf");
   EXPECT_EQ(readFile(session.strConfigPwdFile), "[client]\npassword='secret'\n");
   struct stat info {};
   ASSERT_EQ(stat(session.strConfigPwdFile.c_str(), &info), 0);
@@ -72,7 +72,8 @@ TEST_F(DefaultsFile, RemovedOnRequestMakesTheSessionRefuseStatements) {
 
 TEST_F(DefaultsFile, IsNeverWrittenThroughALinkThatSomebodyPlanted) {
   const std::string target = backend_.directory() + "/victim";
-  const std::string planted = backend_.temporary() + "/orrery_bkp_mycnf_" + std::to_string(id()) + "_1767225600_" + pid() + "_" + pid() + "_0.cnf";
+  const std::string planted = backend_.temporary() + "/orrery_bkp_mycnf_" + std::to_string(id()) + "_1767225600_" +
+                              pid() + "_" + pid() + "_0.cnf";
   std::filesystem::create_symlink(target, planted);
   GetMySqlInfo session;
   ASSERT_EQ(session.Init(id()), 0);

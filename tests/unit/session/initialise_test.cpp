@@ -95,7 +95,8 @@ TEST_F(Initialise, OtherFailuresAreToldApart) {
     std::string message;
   } table[] = {
       {"Inventory::findInstance", 1, "new MySqlInstance (" + std::to_string(id()) + ") returned NULL"},
-      {"Inventory::findInstance", 2, "Unable to fetch client ID for instance ID [" + std::to_string(id()) + "] retCode [1]."},
+      {"Inventory::findInstance", 2,
+       "Unable to fetch client ID for instance ID [" + std::to_string(id()) + "] retCode [1]."},
       {"PasswordVault::open", 1, "PW.decrypt error"},
       {"Directories::temporary", 1, "CreateConfigPwdFile failed"},
   };

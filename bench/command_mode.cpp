@@ -1,0 +1,203 @@
+// What command mode costs beside the client that it starts. Both ways run in turn against the same private server:
+//   session  GetMySqlInfo::executeMySqlCommand, from building the command line to the reaped client
+//   direct   the same client program with the same arguments, started with posix_spawn and read through a pipe
+// usage: orrery-bench-command-mode [PAIRS]        prints a table; the ratios are medians of the pairs' ratios
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/DzProcess.h"
+#include "orrery/platform/home.h"
+#include "orrery/platform/instance_properties.h"
+#include "orrery/platform/services.h"
+
+#include "support/mariadb_sandbox.h"
+
+namespace {
+
+namespace property = orrery::platform::property;
+using Clock = std::chrono::steady_clock;
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::runtime_error(what);
+}
+
+double milliseconds(const std::function<void()>& work) {
+  const auto start = Clock::now();
+  work();
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+  std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+  return values[values.size() / 2];
+}
+
+/// The raw way: posix_spawn, a pipe for standard output, standard error to nowhere.
+std::string runDirectly(std::vector<std::string> arguments) {
+  int ends[2];
+  require(pipe2(ends, O_CLOEXEC) == 0, "pipe");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  require(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0, "posix_spawn");
+  posix_spawn_file_actions_destroy(&actions);
+  close(ends[1]);
+  std::string output;
+  std::vector<char> buffer(65536);
+  for (ssize_t count = 0; (count = read(ends[0], buffer.data(), buffer.size())) > 0;) {
+    output.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  int status = 0;
+  require(waitpid(pid, &status, 0) == pid && status == 0, "the direct client failed");
+  return output;
+}
+
+std::vector<std::string> directArguments(const GetMySqlInfo& session, const std::string& statement) {
+  return {session.strBinaryPath + "/mysql",
+          "--defaults-file=" + session.strConfigPwdFile,
+          "--default-character-set=utf8",
+          "-u",
+          session.strSaUser,
+          "--socket=" + session.strSocketFile,
+          "-e",
+          statement,
+          "--batch",
+          "--skip-column-names"};
+}
+
+void compare(const char* name, GetMySqlInfo& session, int pairs) {
+  const std::string statement = "SHOW VARIABLES LIKE 'port'";
+  std::vector<double> ours;
+  std::vector<double> direct;
+  std::vector<double> ratios;
+  for (int i = -3; i < pairs; ++i) {  // the first three warm up
+    std::string output;
+    const auto runOurs = [&] {
+      require(session.executeMySqlCommand(statement, output, false) == 0, "a statement failed");
+    };
+    const auto runDirect = [&] {
+      require(runDirectly(directArguments(session, statement)) == output, "outputs differ");
+    };
+    const double a = milliseconds(runOurs);
+    const double b = milliseconds(runDirect);
+    if (i < 0) continue;
+    ours.push_back(a);
+    direct.push_back(b);
+    ratios.push_back(a / b);
+  }
+  std::printf("%-37s %8.2f ms %8.2f ms   %.3f\n", name, median(ours), median(direct), median(ratios));
+}
+
+long peakKilobytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+/// In a process of its own, whose peak is its own.
+int largeOutput(const std::string& home, long instance) {
+  std::shared_ptr<const orrery::platform::Services> services;
+  require(orrery::platform::openHome(home, services).ok(), "the home cannot be opened");
+  const orrery::platform::ScopedServices installed(services);
+  int rc = -1;
+  GetMySqlInfo session(instance, rc);
+  require(rc == 0, "the session cannot be opened");
+  const long before = peakKilobytes();
+  std::string output;
+  require(session.executeMySqlCommand("SELECT REPEAT('x', 1000000) FROM mysql.seq_1_to_100", output, false) == 0,
+          session.strErrorString);
+  const double peak = static_cast<double>(peakKilobytes() - before) * 1024;
+  std::printf("%-37s %8.1f MB %8.1f MB   %.3f\n", "peak memory of a 100 MB result", peak / 1e6,
+              static_cast<double>(output.size()) / 1e6, peak / static_cast<double>(output.size()));
+  return EXIT_SUCCESS;
+}
+
+/// What the start of a child alone costs in a large process, on borrowed memory and on a copy.
+void compareStarts(int pairs) {
+  const auto start = [](DzProcess::ChildMemory memory) {
+    DzProcess child;
+    char text[50] = "";
+    int status = 0;
+    require(child.Fork([](void*) { _exit(0); }, nullptr, text, sizeof(text), memory) == 1, text);
+    require(child.WaitForProcessToEnd(status, text, sizeof(text), -1) == 1, text);
+  };
+  std::vector<double> borrowed;
+  std::vector<double> copied;
+  std::vector<double> ratios;
+  for (int i = 0; i < pairs; ++i) {
+    borrowed.push_back(milliseconds([&] { start(DzProcess::ChildMemory::borrowed); }));
+    copied.push_back(milliseconds([&] { start(DzProcess::ChildMemory::copied); }));
+    ratios.push_back(borrowed.back() / copied.back());
+  }
+  std::printf("%-37s %8.2f ms %8.2f ms   %.3f  (borrowed, copied)\n", "child alone, 1 GiB of touched memory",
+              median(borrowed), median(copied), median(ratios));
+}
+
+int measure(int pairs) {
+  const orrery::test::MariaDbSandbox server;
+  const orrery::test::TemporaryDirectory place;
+  using namespace orrery::platform;
+  require(createHome(place / "home", "bench").ok(), "the home cannot be made");
+  std::shared_ptr<const Services> services;
+  require(openHome(place / "home", services).ok(), "the home cannot be opened");
+  const ScopedServices installed(services);
+  std::string password;
+  require(services->vault->seal(server.agentPassword(), password).ok(), "the password cannot be sealed");
+  Client client;
+  require(services->inventory->ownClient(client).ok(), "no client");
+  InstanceRecord record;
+  record.clientId = client.id;
+  record.applicationType = property::applicationTypeMySql;
+  record.name = "bench";
+  record.properties = {{property::saUser, "agent"},
+                       {property::saPassword, password},
+                       {property::unixUser, server.account()},
+                       {property::socketFile, server.socket()},
+                       {property::binaryPath, "/usr/bin"}};
+  Id id = 0;
+  require(services->inventory->addInstance(record, id).ok(), "the instance cannot be added");
+
+  std::printf("%-37s %11s %11s   %s\n", "", "session", "direct", "ratio");
+  std::printf("%s", runDirectly({"/proc/self/exe", "--large", place / "home", std::to_string(id)}).c_str());
+  GetMySqlInfo session;
+  require(session.Init(static_cast<long>(id)) == 0, "the session cannot be opened");
+  compare("statement, small process", session, pairs);
+  std::vector<char> ballast(std::size_t{1} << 30);
+  for (std::size_t at = 0; at < ballast.size(); at += 4096) ballast[at] = 1;
+  compare("statement, 1 GiB of touched memory", session, pairs);
+  compareStarts(pairs);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    if (argc == 4 && std::string(argv[1]) == "--large") return largeOutput(argv[2], std::atol(argv[3]));
+    return measure(argc > 1 ? std::atoi(argv[1]) : 100);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+    return EXIT_FAILURE;
+  }
+}
