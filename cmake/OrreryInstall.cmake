@@ -18,6 +18,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/orrery-mysql-config.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/orrery-mysql-config-version.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orrery-mysql COMPONENT dev)
 
+# Relative to the file itself, so that a copy installed elsewhere is found where it is.
+file(RELATIVE_PATH prefix_from_pkgconfig "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 foreach(library platform mysql)
   configure_file(cmake/orrery-${library}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/orrery-${library}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/orrery-${library}.pc
