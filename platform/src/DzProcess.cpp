@@ -30,7 +30,8 @@ namespace {
 
 thread_local bool isForkedChild = false;
 
-constexpr std::size_t childStackSize = 64 * 1024;
+constexpr std::size_t childStackSize = std::size_t{64} * 1024;
+constexpr std::size_t guardSize = 4096;
 constexpr int pollMilliseconds = 20;
 
 struct ChildStart {
@@ -64,36 +65,63 @@ class [[nodiscard]] Undisturbed {
   int cancelState_ = 0;
 };
 
-/// A child on borrowed memory that takes another account makes the kernel forbid core dumps of that memory, and so of
-/// the parent. This puts the parent's own setting back.
+/// A child on borrowed memory that takes another account makes the kernel forbid core dumps and tracing of that memory,
+/// and so of the parent. The first of several children at a time remembers the parent's setting and the last one puts
+/// it back: not before, since until exec the setting keeps the account away from the parent's memory. Nobody waits for
+/// a child here, so one that is stopped holds up its own thread only.
 class [[nodiscard]] KeptDumpable {
  public:
-  KeptDumpable() : before_(prctl(PR_GET_DUMPABLE)) {}
+  KeptDumpable() {
+    static const int registered = pthread_atfork(lock, unlock, startAnew);
+    static_cast<void>(registered);
+    const std::lock_guard guard(mutex);
+    if (children++ == 0) before = prctl(PR_GET_DUMPABLE);
+  }
   ~KeptDumpable() {
     const int error = errno;
-    if (before_ == 1 && prctl(PR_GET_DUMPABLE) != 1) prctl(PR_SET_DUMPABLE, 1);
+    {
+      const std::lock_guard guard(mutex);
+      if (--children == 0) putBack();
+    }
     errno = error;
   }
   KeptDumpable(const KeptDumpable&) = delete;
   KeptDumpable& operator=(const KeptDumpable&) = delete;
 
  private:
-  int before_;
+  static void putBack() {
+    if (before == 1 && prctl(PR_GET_DUMPABLE) != 1) prctl(PR_SET_DUMPABLE, 1);
+  }
+  static void lock() { mutex.lock(); }
+  static void unlock() { mutex.unlock(); }
+  /// In a copy that the host made of the process, the children in flight are not its own.
+  static void startAnew() {
+    if (std::exchange(children, 0) != 0) putBack();
+    mutex.unlock();
+  }
+
+  static inline std::mutex mutex;
+  static inline int children = 0;
+  static inline int before = 1;
 };
 
 class [[nodiscard]] ChildStack {
  public:
+  /// One page more, at the end that the stack grows towards, which nobody may touch.
   ChildStack()
-      : base_(mmap(nullptr, childStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0)) {}
+      : base_(mmap(nullptr, childStackSize + guardSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK,
+                   -1, 0)) {
+    if (valid()) mprotect(base_, guardSize, PROT_NONE);
+  }
   ~ChildStack() {
     const int error = errno;
-    if (valid()) munmap(base_, childStackSize);
+    if (valid()) munmap(base_, childStackSize + guardSize);
     errno = error;
   }
   ChildStack(const ChildStack&) = delete;
   ChildStack& operator=(const ChildStack&) = delete;
   bool valid() const { return base_ != MAP_FAILED; }
-  void* top() const { return static_cast<char*>(base_) + childStackSize; }
+  void* top() const { return static_cast<char*>(base_) + guardSize + childStackSize; }
 
  private:
   void* base_;
@@ -114,7 +142,7 @@ void resetSignalHandlers() {
 int childMain(void* param) {
   const auto& start = *static_cast<ChildStart*>(param);
   resetSignalHandlers();
-  sigprocmask(SIG_SETMASK, &start.mask, nullptr);
+  pthread_sigmask(SIG_SETMASK, &start.mask, nullptr);
   start.routine(start.param);
   _exit(127);
 }
@@ -130,10 +158,8 @@ pid_t startCopied(ChildStart& start) {
 }
 
 [[maybe_unused]] pid_t startBorrowed(ChildStart& start) {
-  static std::mutex oneAtATime;  // KeptDumpable reads and writes a setting of the whole process
   const ChildStack stack;
   if (!stack.valid()) return -1;
-  const std::lock_guard lock(oneAtATime);
   const KeptDumpable dumpable;
   isForkedChild = true;  // the child reads this thread's copy; nothing else runs on this thread meanwhile
   const pid_t pid = clone(childMain, stack.top(), CLONE_VM | CLONE_VFORK | SIGCHLD, &start);

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
+#include <string>
 
 namespace orrery::mysql {
 namespace {
@@ -18,10 +19,18 @@ int numberOfErrorLine(std::string_view line) {
   return result.ec == std::errc() ? number : -1;
 }
 
+/// Some clients print the failed statement first, between two rules; a line of it is not the server's.
+std::string_view behindEcho(std::string_view text) {
+  constexpr std::string_view rule = "--------------\n";
+  if (text.substr(0, rule.size()) != rule) return text;
+  const std::size_t last = text.rfind("\n" + std::string(rule));
+  return last == std::string_view::npos ? text : text.substr(last + 1 + rule.size());
+}
+
 }  // namespace
 
 int errorNumberIn(std::string_view text) {
-  for (std::string_view rest = text; !rest.empty();) {
+  for (std::string_view rest = behindEcho(text); !rest.empty();) {
     const std::size_t end = rest.find('\n');
     if (const int number = numberOfErrorLine(rest.substr(0, end)); number >= 0) return number;
     if (end == std::string_view::npos) break;

@@ -9,6 +9,7 @@
 
 #include "access/client_output.h"
 #include "access/dialect.h"
+#include "access/identifiers.h"
 #include "session/guarded.h"
 
 using orrery::mysql::Dialect;
@@ -55,6 +56,11 @@ int GetMySqlInfo::executeMySqlCommand(std::string statement, std::string& output
     if (!bInitialized) {
       evEvent.Debug(executeTag, "GetMySqlInfo Not Initialized...ABORT");
       return -1;
+    }
+    if (strSaUser.empty()) return refuse(executeTag, "the instance has no account to connect as");
+    if (!bPing) {
+      const auto reason = orrery::mysql::reasonToRefuse("statement", statement, orrery::mysql::Quoting::none);
+      if (reason) return refuse(executeTag, *reason);
     }
     const struct {
       const char* name;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace orrery::mysql {
 namespace {
@@ -48,9 +49,15 @@ const Pair* findPair(const Pairs& pairs, std::string_view known) {
   return found == pairs.end() ? nullptr : &*found;
 }
 
-/// Key under which a rejection is remembered; every "use" is one text with another name.
+bool isPlain(std::string_view name) {
+  return std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+}
+
+/// Key under which a rejection is remembered. Every "use" is one text with another name; but a name with other signs
+/// may itself be what the client stumbled over, and then tells nothing of the others.
 std::string_view statementKey(std::string_view text) {
-  return isUseQuoted(text) ? useQuoted : text;
+  if (!isUseQuoted(text)) return text;
+  return isPlain(text.substr(useQuoted.size(), text.size() - useQuoted.size() - 1)) ? useQuoted : text;
 }
 
 std::string successorOf(std::string_view text) {
@@ -71,7 +78,8 @@ void tell(const EvEvent& log, const char* tag, std::string_view known, std::stri
 }  // namespace
 
 std::string Dialect::statement(const std::string& text) const {
-  return rejected_.count(statementKey(text)) != 0 ? successorOf(text) : text;
+  const bool rejected = rejected_.count(text) != 0 || (isUseQuoted(text) && rejected_.count(useQuoted) != 0);
+  return rejected ? successorOf(text) : text;
 }
 
 std::string Dialect::program(const std::string& name) const {
@@ -108,6 +116,7 @@ bool Dialect::learnTlsOption(const Rejection& rejection, const EvEvent& log, con
 bool Dialect::learnStatement(const Rejection& rejection, const EvEvent& log, const char* tag) {
   const std::string_view key = statementKey(rejection.statement);
   if (rejection.errorNumber != parseError || rejected_.count(key) != 0) return false;
+  if (isUseQuoted(rejection.statement) && rejected_.count(useQuoted) != 0) return false;
   const std::string successor = successorOf(rejection.statement);
   if (successor.empty()) return false;
   tell(log, tag, rejection.statement, successor);

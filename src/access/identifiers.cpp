@@ -20,7 +20,6 @@ std::optional<std::string> reasonToRefuse(const char* what, std::string_view nam
   }
   if (quoting == Quoting::none) return std::nullopt;
 
-  if (name.empty()) return refused("is empty");
   if (name.find_first_of("\n\r") != std::string_view::npos) return refused("holds a line break");
   if (quoting == Quoting::backTicks && name.find('`') != std::string_view::npos) return refused("holds a back-tick");
   if (quoting == Quoting::singleQuotes) {

@@ -34,7 +34,6 @@ namespace exitCode = orrery::mysql::exitCode;
 namespace {
 
 constexpr int firstFree = 3;
-constexpr int noMemory = 12;
 constexpr int brokenPipeElsewhere = 109;  // the number for it on another system, kept for callers that test for it
 
 void closeEnd(int& fd) {
@@ -78,41 +77,42 @@ void copyBounded(char* to, std::size_t room, const char* from) {
 }  // namespace
 
 MySqlChildProcess::~MySqlChildProcess() {
+  closePipes();
+}
+
+void MySqlChildProcess::closePipes() {
   for (int* end : {&m_filedesPW[0], &m_filedesPW[1], &m_filedesCW[0], &m_filedesCW[1]}) closeEnd(*end);
 }
 
-int MySqlChildProcess::refuse(int error, std::string reason) {
+int MySqlChildProcess::refuse(const char* tag, int error, std::string reason) {
   m_lastErr = error;
   m_lastErrText = std::move(reason);
-  m_pEvent->Error("MySqlChildProcess", "%s", m_lastErrText.c_str());
+  m_pEvent->Error(tag, "%s", m_lastErrText.c_str());
   return -1;
 }
 
 int MySqlChildProcess::Initialize(std::string cmd, GetMySqlInfo* info) {
   constexpr const char* tag = "MySqlChildProcess::Initialize";
   m_cmd = std::move(cmd);
-  m_eventOwner.reset(new (std::nothrow) EvEvent);
-  m_pEvent = m_eventOwner.get();
-  if (m_pEvent == nullptr) {
-    m_lastErr = noMemory;
-    return -1;
-  }
+  m_ownEvent = EvEvent();  // the job may have changed since the object was made
   return guarded(*m_pEvent, tag, [&] {
     m_startMicros = uniqueMicros();
     if (m_cmd.size() > kMaxCommandLength) {
-      return refuse(E2BIG, "the command line has " + std::to_string(m_cmd.size()) + " characters, more than the " +
-                               std::to_string(kMaxCommandLength) + " that a client can be given");
+      return refuse(tag, E2BIG,
+                    "the command line has " + std::to_string(m_cmd.size()) + " characters, more than the " +
+                        std::to_string(kMaxCommandLength) + " that a client can be given");
     }
-    if (m_cmd.find('\0') != std::string::npos) return refuse(EINVAL, "the command line holds a null character");
+    if (m_cmd.find('\0') != std::string::npos) return refuse(tag, EINVAL, "the command line holds a null character");
     const std::size_t arguments = orrery::mysql::splitArguments(m_cmd).size();
-    if (arguments == 0) return refuse(EINVAL, "the command line is empty");
+    if (arguments == 0) return refuse(tag, EINVAL, "the command line is empty");
     if (arguments > kMaxArguments) {
-      return refuse(E2BIG, "the command line has " + std::to_string(arguments) + " arguments, more than the " +
-                               std::to_string(kMaxArguments) + " that a client can be given");
+      return refuse(tag, E2BIG,
+                    "the command line has " + std::to_string(arguments) + " arguments, more than the " +
+                        std::to_string(kMaxArguments) + " that a client can be given");
     }
     if (info != nullptr) {
       if (info->strUnixUser.size() > kMaxUserLength) {
-        return refuse(ENAMETOOLONG,
+        return refuse(tag, ENAMETOOLONG,
                       "the Unix user's name is longer than " + std::to_string(kMaxUserLength) + " characters");
       }
       copyBounded(m_impUser, sizeof(m_impUser), info->strUnixUser.c_str());
@@ -124,7 +124,7 @@ int MySqlChildProcess::Initialize(std::string cmd, GetMySqlInfo* info) {
     const DZPI_CommClient client;
     std::string results;
     if (client.getJobResultsDirectory(client.getFocusClientName(true), results) != 0) {
-      return refuse(ENOENT, "the agent has no directory for job results");
+      return refuse(tag, ENOENT, "the agent has no directory for job results");
     }
     m_jobFolder = results + "/DZ_JobResults/2/0/" + std::to_string(m_pEvent->getJobId());
     const CKyError error = CKyDirectory::Create(m_jobFolder);
@@ -163,11 +163,11 @@ int MySqlChildProcess::makePipes() {
 
 int MySqlChildProcess::DZ_CreateProcess(bool, bool, bool bCleanEnv) {
   constexpr const char* tag = "MySqlChildProcess::DZ_CreateProcess";
-  if (m_pEvent == nullptr || m_dzProcess != nullptr) {
+  if (m_dzProcess != nullptr) {
     m_lastErr = EINVAL;
     return -1;
   }
-  return guarded(*m_pEvent, tag, [&] {
+  const int result = guarded(*m_pEvent, tag, [&] {
     if (makePipes() != 0) return -1;
     m_dzProcess.reset(new (std::nothrow) DzProcess);
     if (m_dzProcess == nullptr) {
@@ -185,8 +185,9 @@ int MySqlChildProcess::DZ_CreateProcess(bool, bool, bool bCleanEnv) {
     if (param.plan->takesAccount && geteuid() == 0) {
       grant.emplace(m_jobFolder, param.plan->account.gid);
       if (!grant->valid()) {
-        return refuse(errno, "the job folder [" + m_jobFolder + "] cannot be opened to the account [" +
-                                 std::string(m_impUser) + "]");
+        return refuse(
+            tag, errno,
+            "the job folder [" + m_jobFolder + "] cannot be opened to the account [" + std::string(m_impUser) + "]");
       }
     }
     std::array<char, 120> errorText{};
@@ -202,10 +203,13 @@ int MySqlChildProcess::DZ_CreateProcess(bool, bool, bool bCleanEnv) {
     m_pEvent->Debug(tag, "Parent: child process pid= %d", m_childPid);
     return 0;
   });
+  if (result != 0) closePipes();  // a read would wait for a child that never was
+  return result;
 }
 
 void MySqlChildProcess::SetPostForkParam(MySqlChildParam* param, char* cmd, char* user, int* pw, int* cw,
                                          bool bCleanEnv, const std::string& errFile) {
+  constexpr const char* tag = "MySqlChildProcess::SetPostForkParam";
   *param = MySqlChildParam();
   copyBounded(param->cmd, sizeof(param->cmd), cmd);
   copyBounded(param->user, sizeof(param->user), user);
@@ -222,12 +226,11 @@ void MySqlChildProcess::SetPostForkParam(MySqlChildParam* param, char* cmd, char
   if (param->user[0] != '\0') {
     const auto lookup = orrery::mysql::findAccount(param->user, plan->account);
     if (lookup == orrery::mysql::AccountLookup::failed) {
-      refuse(errno, std::string("the account [") + param->user + "] could not be looked up");
+      refuse(tag, errno, std::string("the account [") + param->user + "] could not be looked up");
       return;
     }
     if (lookup == orrery::mysql::AccountLookup::unknown) {
-      m_pEvent->Error("MySqlChildProcess",
-                      "the account [%s] does not exist: the command runs as the agent's own account", param->user);
+      m_pEvent->Error(tag, "the account [%s] does not exist: the command runs as the agent's own account", param->user);
     } else {
       // An agent that is no superuser cannot change accounts, and need not when it is the account already.
       plan->takesAccount = geteuid() == 0 || plan->account.uid != geteuid();
@@ -281,10 +284,11 @@ int MySqlChildProcess::ReadErrBuf(char* buf, long* len) {
   std::memset(buf, 0, static_cast<std::size_t>(*len));
   m_pEvent->Debug(tag, "Previous errno = [%d].", GetLastErr());
   errno = 0;
-  // The folder is writable for the server's account: a link or a pipe that it planted there is not read.
+  // The folder is writable for the server's account: a link of
+  // either kind or a pipe that it planted there is not read.
   const OwnedFd file(open(m_errFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat info {};
-  if (!file.valid() || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+  if (!file.valid() || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink != 1) {
     m_pEvent->Debug(tag, "failed to open the file [%s] errno [%d]", m_errFile.c_str(), errno);
     return -1;
   }
@@ -308,7 +312,7 @@ int MySqlChildProcess::Wait(unsigned int) {
   constexpr const char* tag = "MySqlChildProcess::Wait";
   m_lastErr = 0;
   if (m_dzProcess == nullptr) {
-    if (m_pEvent != nullptr) m_pEvent->Debug(tag, "m_dzProcess is null, Child Process may not be Created....");
+    m_pEvent->Debug(tag, "m_dzProcess is null, Child Process may not be Created....");
     return -1;
   }
   m_pEvent->Debug(tag, "Waititng for Child process...");
@@ -366,7 +370,7 @@ int MySqlChildProcess::Terminate() {
 }
 
 int MySqlChildProcess::Finalize() {
-  if (m_pEvent != nullptr) m_pEvent->Debug("MySqlChildProcess::Finalize", "start");
+  m_pEvent->Debug("MySqlChildProcess::Finalize", "start");
   closeEnd(m_filedesPW[1]);
   closeEnd(m_filedesCW[0]);
   return 0;

@@ -13,7 +13,7 @@
 namespace orrery::mysql {
 namespace {
 
-constexpr std::size_t largestEntry = 1024 * 1024;
+constexpr std::size_t largestEntry = std::size_t{1024} * 1024;
 
 /// What getpwnam_r answers, on some systems, instead of "no entry" (its manual page names them).
 bool meansUnknown(int error) {
@@ -69,7 +69,7 @@ class LastFound {
   }
 
  private:
-  static constexpr std::int64_t lifetimeMicroseconds = 10 * 1000000;
+  static constexpr std::int64_t lifetimeMicroseconds = std::int64_t{10} * 1000000;
 
   std::mutex mutex_;
   std::string name_;

@@ -23,6 +23,9 @@ using orrery::mysql::ChildPlan;
 namespace exitCode = orrery::mysql::exitCode;
 
 constexpr const char* tag = "MySqlChildProcess::PostFork";
+// On smaller machines the bare calls take 16-bit ids.
+static_assert(sizeof(void*) == 8, "64-bit Linux only");
+
 constexpr int firstOther = 3;
 constexpr int lastOther = 1024;
 
@@ -90,6 +93,10 @@ void closeOthersOnExec() {
 }
 
 [[noreturn]] void execute(const ChildPlan& plan, bool cleanEnvironment, const EvEvent& event) {
+  // The runner ignores SIGPIPE in the agent; a program expects it as it is by default.
+  struct sigaction pipeSignal {};
+  pipeSignal.sa_handler = SIG_DFL;
+  sigaction(SIGPIPE, &pipeSignal, nullptr);
   static char libraryPath[] = "LD_LIBRARY_PATH=/lib64:/lib:/usr/lib:/usr/lib64";
   std::array<char*, 2> clean{libraryPath, nullptr};
   execve(plan.argv[0], plan.argv.data(), cleanEnvironment ? clean.data() : environ);

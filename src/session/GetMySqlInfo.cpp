@@ -112,6 +112,7 @@ int GetMySqlInfo::adoptInstance(std::unique_ptr<MySqlInstance> instance) {
 int GetMySqlInfo::Init(ApplicationId application) {
   constexpr const char* tag = "GetMySqlInfo::Init(ApplicationId appId)";
   return guarded(evEvent, tag, [&] {
+    evEvent.Debug(tag, "start, instance %lu", application.getInstanceId());
     appId = application;
     const auto instance = appId.getInstance();
     if (instance == nullptr) {
@@ -129,7 +130,8 @@ int GetMySqlInfo::Init(ApplicationId application) {
 int GetMySqlInfo::Init(long instanceId) {
   constexpr const char* tag = "GetMySqlInfo::Init(InstanceID)";
   return guarded(evEvent, tag, [&] {
-    // An earlier entity is not deleted here: a caller may hold its address. It goes with the session.
+    evEvent.Debug(tag, "start, instance %ld", instanceId);
+    // Kept: an earlier entity is not deleted here: a caller may hold its address. It goes with the session.
     pMySqlInstance = nullptr;
     if (adoptInstance(MySqlInstance::create(instanceId)) != 0) {
       evEvent.Debug(tag, "new MySqlInstance (%ld) returned NULL", instanceId);
@@ -141,6 +143,7 @@ int GetMySqlInfo::Init(long instanceId) {
 
 int GetMySqlInfo::Init(MySqlInstance* instance) {
   return guarded(evEvent, fromInstanceTag, [&] {
+    evEvent.Debug(fromInstanceTag, "start");
     if (instance == nullptr) {
       evEvent.Debug(fromInstanceTag, "no MySqlInstance given");
       return -1;
@@ -149,8 +152,17 @@ int GetMySqlInfo::Init(MySqlInstance* instance) {
   });
 }
 
+/// What an earlier server of this object left behind: its address would go before the new one's socket, and its texts
+/// before those that the new one knows.
+void GetMySqlInfo::forgetEarlierServer() {
+  strHost.clear();
+  strPort.clear();
+  dialect_ = std::make_unique<orrery::mysql::Dialect>();
+}
+
 int GetMySqlInfo::initFromInstance(const char* tag, MySqlInstance& instance) {
   if (bInitialized) DeleteConfFile();
+  forgetEarlierServer();
   if (readProperties(tag, instance) != 0) return -1;
   updateUseSsl();
   evEvent.Debug(tag, "Received all MySqlInstance properties.");
@@ -246,6 +258,9 @@ int GetMySqlInfo::Init(MySqlServer server) {
   constexpr const char* tag = "GetMySqlInfo::Init(MySqlServer)";
   return guarded(evEvent, tag, [&] {
     evEvent.Debug(tag, "socket [%s] user [%s]", server.GetSocketFile().c_str(), server.GetSaUser().c_str());
+    if (bInitialized) DeleteConfFile();
+    strConfigPwdFile.clear();
+    forgetEarlierServer();
     strSaUser = server.GetSaUser();
     strSaPassword = server.GetPasswd();
     strSocketFile = server.GetSocketFile();

@@ -33,8 +33,8 @@ bool isTaken(const std::string& path) {
   return lstat(path.c_str(), &info) == 0;  // a link that leads nowhere takes a name as well
 }
 
-/// The process id stands in the name twice; the second place is meant for a thread in the name's pattern, which
-/// leftovers of killed processes are told by.
+/// Kept: the process id stands in the name twice, and the log calls the second one a thread. Leftovers of killed
+/// processes are told by this pattern, and people find a session's file by its log line.
 std::string namePart(unsigned long suffix, unsigned long long timestamp) {
   std::array<char, 96> buffer{};
   std::snprintf(buffer.data(), buffer.size(), "%ld_%llu_%d_%d_", static_cast<long>(suffix), timestamp, getpid(),
@@ -118,31 +118,30 @@ int GetMySqlInfo::CreateConfigPwdFile(unsigned long suffix) {
     const auto nameFor = [&](unsigned long long stamp) {
       return std::string(directory) + "/" + "orrery_bkp_mycnf_" + namePart(suffix, stamp) + jobIdBuf + ".cnf";
     };
-    strConfigPwdFile = nameFor(timestamp);
+    std::string path = nameFor(timestamp);
 
     OwnedFd file;
     for (;;) {
-      while (isTaken(strConfigPwdFile)) {
+      while (isTaken(path)) {
         evEvent.Debug(createTag, "multiple objects with same timestamp, changing timestamp...");
         ++timestamp;
         evEvent.Debug(createTag, "suffix = [%ld] timestamp [%lld] ", static_cast<long>(suffix),
                       static_cast<long long>(timestamp));
-        strConfigPwdFile = nameFor(timestamp);
+        path = nameFor(timestamp);
       }
       // Never through a link, never into a file that somebody else made between the look and the opening.
-      file =
-          OwnedFd(open(strConfigPwdFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+      file = OwnedFd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
       if (file.valid() || errno != EEXIST) break;
     }
     if (!file.valid()) {
       evEvent.Debug(createTag,
                     " Failed to open file [%s] for writing. This was to store the instance details for running backup. "
                     "errnno=[%d]",
-                    strConfigPwdFile.c_str(), errno);
+                    path.c_str(), errno);
       return -1;
     }
 
-    UnfinishedFile unfinished(strConfigPwdFile);
+    UnfinishedFile unfinished(path);
     if (!strUnixUser.empty()) {
       if (!giveTo(strUnixUser, file.get())) {
         evEvent.Debug(createTag, " Failed to Set Permissions to Config File..");
@@ -157,12 +156,14 @@ int GetMySqlInfo::CreateConfigPwdFile(unsigned long suffix) {
                     "clients will be refused; choose a password without backslashes, quotes before # and line breaks",
                     strSaUser.c_str());
     }
-    if (writeAll(file.get(), content.text(), strConfigPwdFile, evEvent) != 0) return -1;
+    if (writeAll(file.get(), content.text(), path, evEvent) != 0) return -1;
     if (file.closeNow() != 0) {
-      evEvent.Debug(createTag, "close failed, errno=[%d], filename= [%s]", errno, strConfigPwdFile.c_str());
+      evEvent.Debug(createTag, "close failed, errno=[%d], filename= [%s]", errno, path.c_str());
       return -1;
     }
     unfinished.finish();
+    if (bInitialized && !strConfigPwdFile.empty()) unlink(strConfigPwdFile.c_str());
+    strConfigPwdFile = path;
     bInitialized = true;
     return 0;
   });

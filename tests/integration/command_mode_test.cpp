@@ -1,3 +1,4 @@
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -47,7 +48,7 @@ class CommandMode : public orrery::test::RealSessionTest {
 };
 std::unique_ptr<MariaDbSandbox> CommandMode::server_;
 
-TEST_F(CommandMode, SendsTheDescribedCommandLines) {
+TEST_F(CommandMode, SendsCommandLinesThatEveryClientKnows) {
   std::string output;
   const std::string file = session_->strConfigPwdFile;
   const std::string connect = " -u agent --socket=" + server_->socket();
@@ -86,13 +87,13 @@ TEST_F(CommandMode, VariablesAreReadAsTheyAre) {
 }
 
 TEST_F(CommandMode, ClientsRunAsTheServersAccount) {
-  // The socket names its peers: the server sees the account that the client runs as.
   std::string output;
-  ASSERT_EQ(session_->executeMySqlCommand("SELECT CONNECTION_ID()", output, false), 0);
-  struct stat info {};
   ASSERT_EQ(session_->executeMySqlCommand("system id -un", output, false), 0);
   EXPECT_EQ(output, server_->account() + "\n");
+  struct stat info {};
   ASSERT_EQ(stat(session_->strConfigPwdFile.c_str(), &info), 0);
+  EXPECT_EQ(info.st_uid, getpwnam(server_->account().c_str())->pw_uid) << "or they could not read the password";
+  EXPECT_EQ(info.st_mode & 07777, 0600U);
 }
 
 TEST_F(CommandMode, DatabasesOfEveryKindOfNameComeAndGo) {
@@ -143,7 +144,39 @@ TEST_F(CommandMode, StopOfReplicationOnAServerThatIsNoReplicaIsASuccess) {
   EXPECT_EQ(session_->StopSlave(), 0);
 }
 
-TEST_F(CommandMode, SchemasTablesAndTablespaces) {
+TEST_F(CommandMode, ARequestsLinesCarryItsTag) {
+  backend_.log().clear();
+  session_->FlushLogs();
+  session_->UseDatabase("mysql");
+  const auto lines = backend_.log().lines();
+  EXPECT_THAT(lines, testing::Contains(" <<FALLBACK>> GetMySqlInfo::FlushLogs: running [FLUSH LOGS]"));
+  EXPECT_THAT(lines, testing::Contains("<<FALLBACK>> GetMySqlInfo::UseDatabase: running [use 'mysql']"))
+      << "kept: this tag has no blank in front";
+  EXPECT_THAT(
+      lines, testing::Contains(" <<FALLBACK>> GetMySqlInfo::executeMySqlCommand: ---END OF CHILD OUTPUT REACHED---- "));
+}
+
+TEST_F(CommandMode, ASessionFromARecordRunsWithoutAnOptionFile) {
+  MySqlServer record;
+  record.SetSaUser("agent");
+  record.SetSocketFile(server_->socket());
+  record.SetBinaryPath("/usr/bin");
+  record.SetUnixUser(server_->account());
+  GetMySqlInfo session;
+  ASSERT_EQ(session.Init(record), 0);
+  EXPECT_EQ(session.FlushLogs(), -1);
+  EXPECT_THAT(session.strErrorString, testing::HasSubstr("(using password: NO)"));
+}
+
+TEST_F(CommandMode, ARunnerThatCannotStartIsTold) {
+  backend_.setJobResults("/dev/null");
+  EXPECT_EQ(session_->FlushLogs(), -1);
+  EXPECT_THAT(backend_.log().texts(), testing::Contains("Initialize failed"));
+  EXPECT_THAT(session_->strErrorString, testing::HasSubstr("the folder for error files cannot be created"));
+}
+
+// Kept: the check that the database can be reached and the statement run in different clients.
+TEST_F(CommandMode, SchemasTablesAndTablespacesRunInClientsWithoutADefaultDatabase) {
   ASSERT_EQ(session_->createDatabaseUsingSchema("CREATE DATABASE shop\n  CHARACTER SET utf8mb4"), 0);
   ASSERT_EQ(session_->createTableUsingSchema(
                 "shop", "CREATE TABLE shop.items (id INT PRIMARY KEY, name VARCHAR(20) DEFAULT 'a  b') ENGINE=InnoDB"),

@@ -96,8 +96,9 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
   const std::string& GetLastErrText() const noexcept { return m_lastErrText; }
 
  private:
-  ORRERY_MYSQL_HIDDEN int refuse(int error, std::string reason);
+  ORRERY_MYSQL_HIDDEN int refuse(const char* tag, int error, std::string reason);
   ORRERY_MYSQL_HIDDEN int makePipes();
+  ORRERY_MYSQL_HIDDEN void closePipes();
   ORRERY_MYSQL_HIDDEN int decodeStatus(int status);
 
   std::string m_cmd;
@@ -110,9 +111,9 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
   std::int32_t m_childPid = -1;
   std::unique_ptr<DzProcess> m_dzProcess;
   char m_impUser[kMaxUserLength + 1] = {};
-  EvEvent* m_pEvent = nullptr;  // of m_eventOwner; log lines before Initialize go nowhere
+  EvEvent* m_pEvent = &m_ownEvent;  // not deleted: the context belongs to the object and goes with it
   std::int32_t m_lastErr = 0;
   std::string m_lastErrText;
   std::string m_jobFolder;
-  std::unique_ptr<EvEvent> m_eventOwner;
+  EvEvent m_ownEvent;
 };

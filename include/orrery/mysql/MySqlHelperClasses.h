@@ -10,7 +10,9 @@
 /// `evEvent` with the failed step. A failed client leaves the server's error number and text in `iErrorCode` and
 /// `strErrorString`; so does a request that the session refuses to send (`iErrorCode` is then -1). No operation throws.
 ///
-/// One thread uses one object at a time. Different objects may be used at the same time.
+/// One thread uses one object at a time. Different objects may be used at the same time. A thread that uses one must
+/// not be cancelled meanwhile (pthread_cancel), and the process must not ignore SIGCHLD: its clients could not be
+/// waited for.
 
 #include <sys/types.h>
 
@@ -72,7 +74,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Whether the server answers. 0 only when the client reports it alive; a server that refuses the account counts as
   /// not answering.
   virtual int PingServer();
-  /// Reads a server variable. `name` is a LIKE pattern. A variable that does not exist yields an empty value and 0.
+  /// Reads a server variable. `name` is a LIKE pattern; one that could end its quoting is refused. A variable that does
+  /// not exist yields an empty value and 0.
   virtual int QueryVariable(std::string name, std::string& value);
   /// Whether binary logging is on: 0 off, 1 on, 2 unknown.
   virtual int FindBinLogStatus();
@@ -143,7 +146,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Writes this session's defaults file: a private option file for the clients, "[client]" and the password, in the
   /// agent's temporary directory, mode 0600, owned by `strUnixUser` when that is set. Sets `strConfigPwdFile` and
   /// `bInitialized`. -1 when there is no temporary directory, the account does not exist or the file cannot be
-  /// written; nothing is left on disk then. A password that an option file cannot carry as it is, is written all the
+  /// written; nothing of the attempt is left on disk then. An earlier file of this session is removed once the new
+  /// one is written. A password that an option file cannot carry as it is, is written all the
   /// same and a log line warns, without showing it: the clients will be refused.
   int CreateConfigPwdFile(unsigned long suffix);
   /// Removes the defaults file; afterwards the session refuses statements. 0 also when there is nothing to remove. -1
@@ -172,11 +176,13 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
 
   /// Runs one statement with `mysql`, or a ping with `mysqladmin` when `bPing` is set (`statement` is then ignored).
   /// `output` receives what the client wrote to standard output: rows without a header, columns separated by tabs.
-  /// -1 when the session is not initialised, a part of the command line cannot be carried, the client cannot be
-  /// started, or it fails. Each call is a client of its own: no default database and no session variable lasts.
+  /// -1 when the session is not initialised, a part of the command line cannot be carried (a blank or a quote in a
+  /// path, no account, a double quote in the statement), the client cannot be started, or it fails. Each call is a
+  /// client of its own: no default database and no session variable lasts.
   int executeMySqlCommand(std::string statement, std::string& output, bool bPing);
   /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
-  /// statements. A name with a quote, a back-tick, a line break, a null, or a backslash at its end is refused.
+  /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
+  /// backslashes in this request and would check another database.
   int UseDatabase(std::string db);
 
   // The session. Callers may read it; only the library writes it.
@@ -234,6 +240,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int runClient(const char* tag, const std::string& command, bool bPing, std::string& output);
   ORRERY_MYSQL_HIDDEN int rememberClientError(const char* tag, MySqlChildProcess& client);
   ORRERY_MYSQL_HIDDEN void updateUseSsl();
+  ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
 
   // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because
   // a caller may still hold their address.

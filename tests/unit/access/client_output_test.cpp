@@ -96,7 +96,7 @@ TEST(ClientErrors, GiveTheServersNumber) {
       {"ERROR 1007 (HY000) at line 1: Can't create database 'x'; database exists\n", 1007},
       {"ERROR 1049 (42000): Unknown database 'x'", 1049},
       {"--------------\nDROP DATABASE `x`\n--------------\n\nERROR 1008 (HY000) at line 1: Can't drop\n", 1008},
-      {"--------------\nselect 'ERROR 7 is mine'\nERROR 12 in my own text\n", 12},
+      {"--------------\nCREATE DATABASE\nERROR 7 x\n--------------\n\nERROR 1064 (42000) at line 1: no\n", 1064},
       {"ERROR at line 1: Unknown command '\\G'.", 0},
       {"mysqladmin: connect to server at 'localhost' failed", 0},
       {"warning 42 words", 42},

@@ -47,6 +47,13 @@ TEST_F(DialectTest, SendsTheKnownTextFirstAndItsSuccessorOnlyAfterAParseError) {
   }
   EXPECT_EQ(dialect_.statement("use 'other'"), "use `other`") << "one rejected use tells of all";
   EXPECT_FALSE(learn("DROP DATABASE `x`", 1064)) << "a statement without a successor";
+  EXPECT_FALSE(learn("use 'a;b'", 1064)) << "the successor was in use already";
+}
+
+TEST_F(DialectTest, AnOddNameTellsNothingOfOtherNames) {
+  EXPECT_TRUE(learn("use 'a;b'", 1064)) << "worth another try, for this name";
+  EXPECT_EQ(dialect_.statement("use 'a;b'"), "use `a;b`");
+  EXPECT_EQ(dialect_.statement("use 'shop'"), "use 'shop'");
 }
 
 TEST_F(DialectTest, LogsBothTexts) {

@@ -34,7 +34,7 @@ const Case cases[] = {
 
 class Arguments : public testing::TestWithParam<Case> {};
 
-TEST_P(Arguments, AreSplitAsDescribed) {
+TEST_P(Arguments, AreSplitLikeThis) {
   EXPECT_EQ(orrery::mysql::splitArguments(GetParam().line), GetParam().arguments);
 }
 

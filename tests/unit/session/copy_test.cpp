@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <iterator>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -36,21 +37,40 @@ TEST_F(Copy, SharesTheInstanceWhichOutlivesTheSource) {
 TEST_F(Copy, TakesOverWhatDescribesTheServerAndNothingOfTheRun) {
   GetMySqlInfo source;
   ASSERT_EQ(source.Init(id()), 0);
+  std::string GetMySqlInfo::*const copied[] = {&GetMySqlInfo::strErrorString, &GetMySqlInfo::strArchiveLogIndexFile,
+                                               &GetMySqlInfo::strSocketFile,  &GetMySqlInfo::strSaUser,
+                                               &GetMySqlInfo::strSaPassword,  &GetMySqlInfo::strPassword,
+                                               &GetMySqlInfo::strVersion,     &GetMySqlInfo::strBinaryPath,
+                                               &GetMySqlInfo::strDataPath,    &GetMySqlInfo::strConfigFile,
+                                               &GetMySqlInfo::strNTUser,      &GetMySqlInfo::strNTPassword,
+                                               &GetMySqlInfo::strHost,        &GetMySqlInfo::strPort,
+                                               &GetMySqlInfo::strSslCa,       &GetMySqlInfo::strSslKey,
+                                               &GetMySqlInfo::strSslCert};
+  for (std::size_t i = 0; i < std::size(copied); ++i) source.*copied[i] = "value" + std::to_string(i);
+  source.bUseSsl = true;
   source.iErrorCode = 5;
-  source.strErrorString = "e";
   source.strMasterLogFile = source.strReplicationFile = source.strSessionString1 = source.strSessionString7 = "x";
   source.bSlaveStoppedBySession = true;
   source.iSessionMode = 9;
   GetMySqlInfo copy(source);
+  for (std::size_t i = 0; i < std::size(copied); ++i) EXPECT_EQ(copy.*copied[i], source.*copied[i]) << i;
+  EXPECT_TRUE(copy.bUseSsl);
   EXPECT_EQ(copy.iErrorCode, 5);
-  EXPECT_EQ(copy.strErrorString, "e");
-  EXPECT_EQ(copy.strPassword, "secret");
   EXPECT_EQ(copy.iDbAutoDiscovery, 1);
   EXPECT_EQ(copy.iSessionMode, 9);
   EXPECT_EQ(copy.strMasterLogFile + copy.strReplicationFile + copy.strSessionString1 + copy.strSessionString7, "");
   EXPECT_FALSE(copy.bSlaveStoppedBySession);
   EXPECT_EQ(copy.ulClientId, 0U);
   EXPECT_EQ(copy.appId.getInstanceId(), 0U);
+}
+
+TEST_F(Copy, OfAnAccountIsTakenOver) {
+  GetMySqlInfo source;
+  ASSERT_EQ(source.Init(id()), 0);
+  source.strUnixUser = "no_such_account";
+  GetMySqlInfo withoutFile(source);
+  EXPECT_EQ(withoutFile.strUnixUser, "no_such_account");
+  EXPECT_EQ(withoutFile.strConfigPwdFile, "") << "or its end would remove a file that another copy made since";
 }
 
 TEST_F(Copy, CountsAsInitialisedEvenWithoutAFile) {

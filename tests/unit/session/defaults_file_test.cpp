@@ -54,6 +54,16 @@ TEST_F(DefaultsFile, IsReplacedByASecondInitialisation) {
   EXPECT_THAT(backend_.leftovers(), testing::SizeIs(1));
 }
 
+TEST_F(DefaultsFile, WrittenAnewReplacesTheSessionsEarlierOneAndAFailureKeepsIt) {
+  GetMySqlInfo session;
+  ASSERT_EQ(session.Init(id()), 0);
+  ASSERT_EQ(session.CreateConfigPwdFile(9), 0);
+  EXPECT_THAT(backend_.leftovers(), testing::ElementsAre(testing::StartsWith("orrery_bkp_mycnf_9_")));
+  backend_.setTemporary(std::nullopt);
+  EXPECT_EQ(session.CreateConfigPwdFile(10), -1);
+  EXPECT_TRUE(std::filesystem::exists(session.strConfigPwdFile));
+}
+
 TEST_F(DefaultsFile, RemovedOnRequestMakesTheSessionRefuseStatements) {
   GetMySqlInfo session;
   EXPECT_EQ(session.DeleteConfFile(), 0) << "there is nothing to remove yet";

@@ -12,6 +12,13 @@ using orrery::platform::Status;
 using Initialise = orrery::test::SessionTest;
 
 TEST_F(Initialise, TakesEveryPropertyIntoItsMember) {
+  auto all = properties();
+  all[property::ntUser] = "ntu ";
+  all[property::ntPassword] = "ntp";
+  all[property::sslCa] = "/ca";
+  all[property::sslKey] = "/key";
+  all[property::sslCert] = "/cert";
+  instance_ = backend_.addInstance("all", all);
   int rc = -1;
   GetMySqlInfo session(id(), rc);
   ASSERT_EQ(rc, 0);
@@ -30,7 +37,9 @@ TEST_F(Initialise, TakesEveryPropertyIntoItsMember) {
   EXPECT_NE(session.ulClientId, 0U);
   EXPECT_EQ(session.strHost, "");
   EXPECT_EQ(session.iSessionMode, 2);
-  EXPECT_FALSE(session.bUseSsl);
+  EXPECT_EQ(session.strNTUser + session.strNTPassword, "ntu ntp");
+  EXPECT_EQ(session.strSslCa + session.strSslKey + session.strSslCert, "/ca/key/cert");
+  EXPECT_TRUE(session.bUseSsl);
 }
 
 TEST_F(Initialise, EveryRoadLeadsToTheSameSession) {
@@ -112,6 +121,7 @@ TEST_F(Initialise, OtherFailuresAreToldApart) {
   MySqlInstance none(0);
   GetMySqlInfo session;
   EXPECT_EQ(session.Init(&none), -1);
+  EXPECT_TRUE(backend_.log().contains("retCode=[2]")) << "an instance that does not exist has no properties";
   EXPECT_EQ(session.Init(ApplicationId()), -1);
   EXPECT_EQ(backend_.log().texts().back(), "ApplicationId::getInstance failed");
   EXPECT_EQ(session.Init(static_cast<MySqlInstance*>(nullptr)), -1);
@@ -142,6 +152,30 @@ TEST_F(Initialise, UsesTlsForACaOrForAKeyWithItsCertificate) {
     EXPECT_EQ(fromInstance.Init(static_cast<long>(instance)), 0);
     EXPECT_EQ(fromInstance.bUseSsl, row.tls);
   }
+}
+
+TEST_F(Initialise, ASecondServerTakesNothingOverFromTheFirst) {
+  auto properties = this->properties();
+  properties[property::socketFile] = "10.0.0.5:3306";
+  const long overTcp = static_cast<long>(backend_.addInstance("tcp", properties));
+  GetMySqlInfo session;
+  ASSERT_EQ(session.Init(overTcp), 0);
+  ASSERT_EQ(session.Init(id()), 0);
+  EXPECT_EQ(session.GetConnectMethod(), " --socket=/run/db1.sock");
+  ASSERT_EQ(session.Init(overTcp), 0);
+  MySqlServer server;
+  server.SetSocketFile("/run/other.sock");
+  ASSERT_EQ(session.Init(server), 0);
+  EXPECT_EQ(session.GetConnectMethod(), " --socket=/run/other.sock");
+  EXPECT_EQ(session.strConfigPwdFile, "") << "nor its password";
+}
+
+TEST_F(Initialise, KeepsAnEarlierInstanceUntilTheSessionEnds) {
+  GetMySqlInfo session;
+  ASSERT_EQ(session.Init(id()), 0);
+  const MySqlInstance* earlier = session.pMySqlInstance;
+  ASSERT_EQ(session.Init(static_cast<long>(backend_.addInstance("second", properties()))), 0);
+  EXPECT_EQ(earlier->getInstanceId(), instance_) << "a caller may still hold its address";
 }
 
 TEST_F(Initialise, FromARecordWritesNoFileAndOpensNoPassword) {

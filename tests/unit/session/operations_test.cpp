@@ -39,15 +39,18 @@ TEST_F(Operations, RefuseNamesThatCouldEndTheirQuotingBeforeAnythingIsStarted) {
                          session.PurgeLogsTo("a'b"),
                          session.UseDatabase("a'b"),
                          session.UseDatabase("a`b"),
+                         session.UseDatabase("a\\b"),
                          session.QueryVariable("a' OR '1", value),
-                         session.createTableUsingSchema("d", "CREATE TABLE t (a TEXT DEFAULT \"x\")"),
                          session.createDatabaseUsingSchema("CREATE DATABASE \"x\""),
                          session.discardTableSpace("d", "t`"),
                          session.importTableSpace("d'", "t")};
   for (const int result : results) EXPECT_EQ(result, -1);
-  EXPECT_FALSE(backend_.log().contains("Command to run")) << "nothing may be sent";
   EXPECT_EQ(session.iErrorCode, -1);
   EXPECT_EQ(session.strErrorString, "the database name holds a single quote");
+  EXPECT_EQ(session.executeMySqlCommand("SELECT 1\" --socket=/other -e \"x", value, false), -1);
+  session.strSaUser.clear();
+  EXPECT_EQ(session.PingServer(), -1) << "the next argument would become the account";
+  EXPECT_FALSE(backend_.log().contains("Command to run")) << "nothing may be sent";
 }
 
 TEST_F(Operations, RefuseCommandLinesWhosePartsWouldFallApart) {

@@ -77,6 +77,7 @@ int destroyed = 0;
 class Watched : public GetMySqlInfo {
  public:
   ~Watched() override { ++destroyed; }
+  static void* operator new(std::size_t size) { return ::operator new(size); }
   static void operator delete(void* memory) { ++freed, ::operator delete(memory); }
   static int freed;
 };

@@ -5,7 +5,8 @@
 #include "orrery/platform/export.h"
 
 /// A child process: started, waited for, never left behind. The object is the only one that reaps its child.
-/// One thread uses one object; several objects may be used at the same time.
+/// One thread uses one object; several objects may be used at the same time. The process must not ignore SIGCHLD, or
+/// the system forgets how its children ended.
 class ORRERY_PLATFORM_EXPORT DzProcess {
  public:
   /// Runs in the child and never returns; if it does, the child exits with 127.
@@ -16,7 +17,8 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
     /// A copy, as fork makes it. Costs time in proportion to the memory of the parent.
     copied,
     /// The parent's own memory, on a stack of its own (64 KiB), while the calling thread waits for exec or exit; other
-    /// threads go on. For routines that only make system calls and write to nothing but their stack and what `param`
+    /// threads go on, and start children of their own. For routines that only make system calls and write to nothing
+    /// but their stack and what `param`
     /// reserves for them. Costs the same however much memory the parent holds. Builds with a sanitizer copy instead.
     borrowed,
   };

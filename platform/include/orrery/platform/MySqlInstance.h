@@ -15,6 +15,8 @@
 class ORRERY_PLATFORM_EXPORT Instance {
  public:
   explicit Instance(unsigned long id) noexcept : id_(id) {}
+  Instance(const Instance&) = default;
+  Instance& operator=(const Instance&) = default;
   virtual ~Instance();
 
   /// 0 when the entity stands for no instance.
@@ -28,6 +30,8 @@ class ORRERY_PLATFORM_EXPORT Instance {
 class ORRERY_PLATFORM_EXPORT MySqlInstance : public Instance {
  public:
   explicit MySqlInstance(unsigned long id) noexcept : Instance(id) {}
+  MySqlInstance(const MySqlInstance&) = default;
+  MySqlInstance& operator=(const MySqlInstance&) = default;
   ~MySqlInstance() override;
 
   /// The entity of an instance that the inventory holds. Null when it holds none of that id, cannot be reached, or
