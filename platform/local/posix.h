@@ -8,32 +8,11 @@
 #include <string_view>
 #include <utility>
 
-#include "../src/error_text.h"
+#include "orrery/platform/posix.h"
+
 #include "failure.h"
 
 namespace orrery::platform::local {
-
-/// Sole owner of a descriptor; -1 stands for none.
-class OwnFd {
- public:
-  explicit OwnFd(int fd = -1) noexcept : fd_(fd) {}
-  OwnFd(OwnFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  OwnFd& operator=(OwnFd&& other) noexcept {
-    std::swap(fd_, other.fd_);  // what this one held is closed with `other`
-    return *this;
-  }
-  OwnFd(const OwnFd&) = delete;
-  OwnFd& operator=(const OwnFd&) = delete;
-  ~OwnFd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int get() const noexcept { return fd_; }
-  int release() noexcept { return std::exchange(fd_, -1); }
-  explicit operator bool() const noexcept { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
 
 /// Holds an advisory lock on an open folder for one scope. The lock belongs to the open description, so it excludes
 /// other threads of the process as well as other processes.

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "error_text.h"
+#include "orrery/platform/posix.h"
 
 namespace {
 

@@ -14,9 +14,8 @@
 #include <mutex>
 #include <utility>
 
+#include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
-
-#include "error_text.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ORRERY_SANITIZED 1

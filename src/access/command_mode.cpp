@@ -26,7 +26,8 @@ bool canStandUnquoted(const std::string& part) {
   return part.find_first_of(std::string(" \"'\0", 4)) == std::string::npos;
 }
 
-/// Puts the last error back unless told otherwise: a request that succeeds at its second try has not failed.
+/// The session's last error, to be put back where a request has none of its own: a success leaves the last failure to
+/// be read.
 class [[nodiscard]] KeptError {
  public:
   explicit KeptError(GetMySqlInfo& session)
@@ -51,47 +52,59 @@ int GetMySqlInfo::refuse(const char* tag, const std::string& reason) {
   return -1;
 }
 
+int GetMySqlInfo::checkCommandParts(const std::string& statement, bool bPing) {
+  if (strSaUser.empty()) return refuse(executeTag, "the instance has no account to connect as");
+  const struct {
+    const char* name;
+    const std::string& text;
+  } parts[] = {{"binary path", strBinaryPath},
+               {"defaults file", strConfigPwdFile},
+               {"account", strSaUser},
+               {"socket", strSocketFile},
+               {"host", strHost},
+               {"port", strPort}};
+  for (const auto& part : parts) {
+    if (canStandUnquoted(part.text)) continue;
+    return refuse(executeTag, std::string("the ") + part.name + " [" + part.text +
+                                  "] holds a blank or a quote, which a client's command line cannot carry");
+  }
+  if (bPing) return 0;
+  const auto reason = orrery::mysql::reasonToRefuse("statement", statement, orrery::mysql::Quoting::none);
+  return reason ? refuse(executeTag, *reason) : 0;
+}
+
+std::string GetMySqlInfo::commandLine(const std::string& program, const std::string& statement, bool bPing) {
+  const std::string start = strBinaryPath + "/" + dialect_->program(program) + " ";
+  const std::string tls = bUseSsl ? dialect_->tlsOption() : std::string();
+  if (bPing) {
+    return start + " --defaults-file=" + strConfigPwdFile + " -u " + strSaUser + GetConnectMethod() + " ping" + tls;
+  }
+  return start + " --defaults-file=" + strConfigPwdFile + " --default-character-set=utf8 -u " + strSaUser +
+         GetConnectMethod() + " -e " + "\"" + dialect_->statement(statement) + "\" " + " --batch --skip-column-names" +
+         tls;
+}
+
 int GetMySqlInfo::executeMySqlCommand(std::string statement, std::string& output, bool bPing) {
   return orrery::mysql::guarded(evEvent, executeTag, [&] {
     if (!bInitialized) {
       evEvent.Debug(executeTag, "GetMySqlInfo Not Initialized...ABORT");
       return -1;
     }
-    if (strSaUser.empty()) return refuse(executeTag, "the instance has no account to connect as");
-    if (!bPing) {
-      const auto reason = orrery::mysql::reasonToRefuse("statement", statement, orrery::mysql::Quoting::none);
-      if (reason) return refuse(executeTag, *reason);
-    }
-    const struct {
-      const char* name;
-      const std::string& text;
-    } parts[] = {{"binary path", strBinaryPath},
-                 {"defaults file", strConfigPwdFile},
-                 {"account", strSaUser},
-                 {"socket", strSocketFile},
-                 {"host", strHost},
-                 {"port", strPort}};
-    for (const auto& part : parts) {
-      if (canStandUnquoted(part.text)) continue;
-      return refuse(executeTag, std::string("the ") + part.name + " [" + part.text +
-                                    "] holds a blank or a quote, which a client's command line cannot carry");
-    }
+    if (checkCommandParts(statement, bPing) != 0) return -1;
 
-    const char* const program = bPing ? "mysqladmin" : "mysql";
+    const std::string program = bPing ? "mysqladmin" : "mysql";
     const KeptError before(*this);
     for (;;) {
-      const std::string start = strBinaryPath + "/" + dialect_->program(program) + " ";
-      const std::string command =
-          (bPing ? start + " --defaults-file=" + strConfigPwdFile + " -u " + strSaUser + GetConnectMethod() + " ping"
-                 : start + " --defaults-file=" + strConfigPwdFile + " --default-character-set=utf8 -u " + strSaUser +
-                       GetConnectMethod() + " -e " + "\"" + dialect_->statement(statement) + "\" " +
-                       " --batch --skip-column-names") +
-          (bUseSsl ? dialect_->tlsOption() : std::string());
-      if (runClient(executeTag, command, bPing, output) == 0) return 0;
-      const Dialect::Rejection rejection{strBinaryPath, program,    bPing ? std::string_view() : statement,
-                                         bUseSsl,       iErrorCode, strErrorString};
-      if (!dialect_->learn(rejection, evEvent, executeTag)) return -1;
-      before.putBack();
+      clearErrors();
+      const int rc = runClient(executeTag, commandLine(program, statement, bPing), bPing, output);
+      const bool toldWhy = iErrorCode != 0 || !strErrorString.empty();
+      if (rc != 0 && toldWhy) {
+        const Dialect::Rejection rejection{strBinaryPath, program,    bPing ? std::string_view() : statement,
+                                           bUseSsl,       iErrorCode, strErrorString};
+        if (dialect_->learn(rejection, evEvent, executeTag)) continue;
+      }
+      if (!toldWhy) before.putBack();
+      return rc;
     }
   });
 }

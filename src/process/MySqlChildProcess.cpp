@@ -18,17 +18,17 @@
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/CKyDirectory.h"
 #include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
 #include "process/arguments.h"
 #include "process/child_plan.h"
 #include "process/exit_codes.h"
 #include "process/job_folder.h"
-#include "process/owned_fd.h"
 #include "session/guarded.h"
 
 using orrery::mysql::guarded;
-using orrery::mysql::OwnedFd;
+using orrery::platform::OwnFd;
 namespace exitCode = orrery::mysql::exitCode;
 
 namespace {
@@ -45,7 +45,7 @@ void closeEnd(int& fd) {
 /// them, and the child's redirections would overwrite it.
 int aboveStandardStreams(int fd) {
   if (fd < 0 || fd >= firstFree) return fd;
-  const OwnedFd low(fd);
+  const OwnFd low(fd);
   return fcntl(low.get(), F_DUPFD_CLOEXEC, firstFree);
 }
 
@@ -286,7 +286,7 @@ int MySqlChildProcess::ReadErrBuf(char* buf, long* len) {
   errno = 0;
   // The folder is writable for the server's account: a link of
   // either kind or a pipe that it planted there is not read.
-  const OwnedFd file(open(m_errFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const OwnFd file(open(m_errFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat info {};
   if (!file.valid() || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink != 1) {
     m_pEvent->Debug(tag, "failed to open the file [%s] errno [%d]", m_errFile.c_str(), errno);

@@ -51,7 +51,7 @@ JobFolderGrant::JobFolderGrant(const std::string& folder, gid_t group)
     : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
   if (!folder_.valid() || obtain(folder_.get(), group)) return;
   const int error = errno;
-  folder_ = OwnedFd();
+  folder_ = platform::OwnFd();
   errno = error;
 }
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "process/owned_fd.h"
+#include "orrery/platform/posix.h"
 
 namespace orrery::mysql {
 
@@ -22,7 +22,7 @@ class [[nodiscard]] JobFolderGrant {
   bool valid() const noexcept { return folder_.valid(); }
 
  private:
-  OwnedFd folder_;
+  platform::OwnFd folder_;
 };
 
 }  // namespace orrery::mysql

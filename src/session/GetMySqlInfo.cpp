@@ -90,8 +90,8 @@ GetMySqlInfo::GetMySqlInfo(GetMySqlInfo& other)
   // Kept: a copy always counts as initialised. Agents copy sessions without a way to learn of a failure, and a
   // statement that the client refuses tells more than one that never ran.
   bInitialized = true;
-  for (std::string* text : {&strSessionString1, &strSessionString2, &strSessionString3, &strSessionString4,
-                            &strSessionString5, &strSessionString6}) {
+  for (std::string* text : {&strSessionString2, &strSessionString3, &strSessionString4, &strSessionString5,
+                            &strSessionString6, &strSessionString7}) {
     text->clear();
   }
 }

@@ -13,15 +13,15 @@
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
 #include "process/account.h"
-#include "process/owned_fd.h"
 #include "session/guarded.h"
 #include "session/option_file.h"
 
 using orrery::mysql::guarded;
-using orrery::mysql::OwnedFd;
+using orrery::platform::OwnFd;
 
 namespace {
 
@@ -120,7 +120,7 @@ int GetMySqlInfo::CreateConfigPwdFile(unsigned long suffix) {
     };
     std::string path = nameFor(timestamp);
 
-    OwnedFd file;
+    OwnFd file;
     for (;;) {
       while (isTaken(path)) {
         evEvent.Debug(createTag, "multiple objects with same timestamp, changing timestamp...");
@@ -130,7 +130,7 @@ int GetMySqlInfo::CreateConfigPwdFile(unsigned long suffix) {
         path = nameFor(timestamp);
       }
       // Never through a link, never into a file that somebody else made between the look and the opening.
-      file = OwnedFd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+      file = OwnFd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
       if (file.valid() || errno != EEXIST) break;
     }
     if (!file.valid()) {

@@ -75,6 +75,16 @@ TEST_F(StandInClients, DeathBySignalLeavesNoNumber) {
   EXPECT_EQ(session_.iErrorCode, 2013) << "unless it said something before";
 }
 
+TEST_F(StandInClients, ASuccessLeavesTheLastFailureToBeRead) {
+  install("mysql", "echo 'ERROR 1007 (HY000): there' >&2; exit 1");
+  EXPECT_EQ(statement(), -1);
+  install("mysql", "exit 0");
+  EXPECT_EQ(statement(), 0);
+  EXPECT_EQ(session_.iErrorCode, 1007);
+  session_.clearErrors();
+  EXPECT_EQ(session_.iErrorCode, 0);
+}
+
 TEST_F(StandInClients, EndlessOneIsEndedFromOutsideAndReported) {
   install("mysql", "echo $$ >" + (bin_ / "pid") + "; exec sleep 1000");
   std::thread killer([&] {

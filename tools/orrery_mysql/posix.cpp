@@ -12,14 +12,6 @@
 
 namespace orrery::tool {
 
-OwnFd::~OwnFd() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-}
-
-std::string errorText(int error) {
-  return std::generic_category().message(error);
-}
-
 FileKind kindOf(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return FileKind::missing;

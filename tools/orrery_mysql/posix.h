@@ -3,32 +3,13 @@
 /// Small questions to the operating system that several commands ask.
 
 #include <string>
-#include <utility>
+
+#include "orrery/platform/posix.h"
 
 namespace orrery::tool {
 
-/// Sole owner of one descriptor; -1 means none.
-class OwnFd {
- public:
-  explicit OwnFd(int descriptor = -1) noexcept : descriptor_(descriptor) {}
-  OwnFd(OwnFd&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  OwnFd& operator=(OwnFd&& other) noexcept {
-    // What this one owned goes with `earlier`.
-    const OwnFd earlier(std::exchange(descriptor_, std::exchange(other.descriptor_, -1)));
-    return *this;
-  }
-  OwnFd(const OwnFd&) = delete;
-  OwnFd& operator=(const OwnFd&) = delete;
-  ~OwnFd();
-  int get() const noexcept { return descriptor_; }
-  bool valid() const noexcept { return descriptor_ >= 0; }
-
- private:
-  int descriptor_;
-};
-
-/// The system's text for an errno value.
-std::string errorText(int error);
+using platform::errorText;
+using platform::OwnFd;
 
 enum class FileKind { missing, regular, directory, socket, other };
 /// What a path leads to, links followed.

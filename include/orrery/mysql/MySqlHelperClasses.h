@@ -237,6 +237,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int runStatement(const char* tag, const std::string& statement);
   ORRERY_MYSQL_HIDDEN int runQuery(const char* tag, const std::string& statement, std::string& output);
   ORRERY_MYSQL_HIDDEN int runTableStatement(const char* tag, const std::string& db, const std::string& statement);
+  ORRERY_MYSQL_HIDDEN int checkCommandParts(const std::string& statement, bool bPing);
+  ORRERY_MYSQL_HIDDEN std::string commandLine(const std::string& program, const std::string& statement, bool bPing);
   ORRERY_MYSQL_HIDDEN int runClient(const char* tag, const std::string& command, bool bPing, std::string& output);
   ORRERY_MYSQL_HIDDEN int rememberClientError(const char* tag, MySqlChildProcess& client);
   ORRERY_MYSQL_HIDDEN void updateUseSsl();

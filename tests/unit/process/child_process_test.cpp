@@ -22,9 +22,9 @@
 #include "orrery/mysql/MySqlChildProcess.h"
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/home.h"
+#include "orrery/platform/posix.h"
 #include "orrery/platform/testing/test_backend.h"
 
-#include "process/owned_fd.h"
 #include "support/program.h"
 #include "support/temporary_directory.h"
 
@@ -266,7 +266,7 @@ TEST_F(ChildProcess, BothPipeFailuresNameTheSamePipeAndLeakNothing) {
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
   // The limit counts numbers, not descriptors: from a gap-free start, each step leaves one more number.
-  std::vector<orrery::mysql::OwnedFd> filler;
+  std::vector<orrery::platform::OwnFd> filler;
   while (filler.empty() || filler.back().get() < 40) filler.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const std::size_t open = openDescriptors();
   const char* const lines[] = {"pipe(m_filedesCW) call failed when creating m_phpipecw : errno=24",

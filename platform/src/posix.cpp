@@ -1,4 +1,4 @@
-#include "error_text.h"
+#include "orrery/platform/posix.h"
 
 #include <array>
 #include <cstring>
