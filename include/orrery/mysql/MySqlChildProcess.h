@@ -97,6 +97,9 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
 
  private:
   ORRERY_MYSQL_HIDDEN int refuse(const char* tag, int error, std::string reason);
+  ORRERY_MYSQL_HIDDEN int checkCommand();
+  ORRERY_MYSQL_HIDDEN int takeUser(const GetMySqlInfo* info);
+  ORRERY_MYSQL_HIDDEN int prepareErrorFile();
   ORRERY_MYSQL_HIDDEN int makePipes();
   ORRERY_MYSQL_HIDDEN void closePipes();
   ORRERY_MYSQL_HIDDEN int decodeStatus(int status);

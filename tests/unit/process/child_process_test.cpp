@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -417,17 +419,23 @@ TEST_F(AsAnotherAccount, FolderServesTwoAccountsAtOnce) {
 TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
   const TestBackend backend;
   const ScopedServices installed(backend.services());
-  static std::atomic<pid_t> stopped;
-  stopped = 0;
-  std::thread victim([] {
+  // Shared, for builds in which the child works on a copy.
+  void* shared = mmap(nullptr, sizeof(std::atomic<pid_t>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto& stopped = *new (shared) std::atomic<pid_t>(0);
+  std::thread victim([&] {
     DzProcess child;
     std::array<char, 50> text{};
-    child.Fork([](void*) { stopped = getpid(), raise(SIGSTOP), _exit(0); }, nullptr, text.data(), text.size(),
-               DzProcess::ChildMemory::borrowed);
+    const auto stopItself = [](void* pid) {
+      *static_cast<std::atomic<pid_t>*>(pid) = getpid();
+      kill(getpid(), SIGSTOP);
+      _exit(0);
+    };
+    child.Fork(stopItself, &stopped, text.data(), text.size(), DzProcess::ChildMemory::borrowed);
     int status = 0;
     child.WaitForProcessToEnd(status, text.data(), text.size(), -1);
   });
-  const bool isStopped = waitUntil([] { return stopped != 0; });
+  const bool isStopped = waitUntil([&] { return stopped != 0; });
   DzProcess other;
   std::array<char, 50> text{};
   int status = -1;
@@ -444,8 +452,9 @@ TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
   EXPECT_EQ(waitpid(copy, &status, 0), copy);
   EXPECT_EQ(status, 0) << "nor a copy of the process";
   EXPECT_TRUE(isStopped);
-  kill(stopped, SIGCONT);
+  if (stopped != 0) kill(stopped, SIGCONT);
   victim.join();
+  munmap(shared, sizeof(std::atomic<pid_t>));
 }
 
 TEST_F(AsAnotherAccount, AccountThatDoesNotExistRunsAsTheAgentAndSaysSoLoudly) {
