@@ -78,8 +78,10 @@ int logThreshold(Settings& settings) {
   std::optional<std::string> text;
   int level = 0;
   if (settings.read("Log", "nLevel", text).ok() && text) {
-    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), level);
-    if (error != std::errc() || end != text->data() + text->size()) level = 0;
+    const std::string_view digits = *text;
+    const char* const last = digits.data() + digits.size();
+    const auto [end, error] = std::from_chars(digits.data(), last, level);
+    if (error != std::errc() || end != last) level = 0;
   }
   return level;
 }
