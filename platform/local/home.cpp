@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 
 #include "orrery/platform/CKyDirectory.h"
 
@@ -73,6 +74,15 @@ OwnFd requireHome(const std::string& path) {
   return folder;
 }
 
+/// Unfinished parts of a creation that was killed do not count.
+bool holdsOtherThings(const std::string& path) {
+  for (const auto& entry : std::filesystem::directory_iterator(path)) {
+    const std::string name = entry.path().filename().string();
+    if (!name.starts_with('.') || name.find(".new") == std::string::npos) return true;
+  }
+  return false;
+}
+
 /// Settings that cannot be read do not keep a home from being opened: reads of them say what is wrong.
 int logThreshold(Settings& settings) {
   std::optional<std::string> text;
@@ -125,6 +135,10 @@ Status createHome(const std::string& path, const std::string& clientName) {
     const OwnFd folder = openFolder(home);
     requireTrusted(folder.get(), home);
     const FolderLock lock(folder.get(), home);
+    if (!hasAnyPart(folder.get()) && holdsOtherThings(home)) {
+      throw Failure(Status::invalid(
+          "the folder " + home + " holds other things and no home; name an empty folder, or one that does not exist"));
+    }
     if (!missingParts(folder.get(), home).empty()) makeMissingParts(folder.get(), home, clientName);
   });
 }

@@ -101,17 +101,32 @@ std::string ownName(const std::string& given) {
   return name[0] != '\0' ? name.data() : "localhost";
 }
 
+/// A journal whose store is gone belongs to another store than the new one, which would take its pages over.
+void setAsideCompanions(int folder, const std::string& path) {
+  for (const char* companion : {"-journal", "-wal", "-shm"}) {
+    const std::string name = std::string(storeName) + companion;
+    if (::renameat(folder, name.c_str(), folder, (name + ".orphaned").c_str()) != 0 && errno != ENOENT) {
+      throw systemFailure("set " + path + "/" + name + " aside", errno);
+    }
+  }
+}
+
 void makeStoreFile(int folder, const std::string& path, const std::string& clientName) {
   const std::string temporary = newStoreName;
   for (const char* companion : {"-journal", "-wal", "-shm"}) ::unlinkat(folder, (temporary + companion).c_str(), 0);
   const OwnFd file = makeEmptyFile(folder, temporary, path);
   const TemporaryName remover(folder, temporary);
+  const TemporaryName removerOfJournal(folder, temporary + "-wal");
+  const TemporaryName removerOfIndex(folder, temporary + "-shm");
   {
     Database database(path + "/" + temporary);
     makeStore(database);
     Status status = database.write("enter this machine", [&] { addOwnClient(database, ownName(clientName)); });
     if (!status.ok()) throw Failure(std::move(status));
-  }  // closing moves everything from the journal into the file
+    // Closing would do the same, and would not tell of a disk without room for it.
+    database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  }
+  setAsideCompanions(folder, path);
   syncToDisk(file.get(), path + "/" + storeName);
   publish(folder, temporary, storeName, path);
 }

@@ -1,6 +1,8 @@
 #include "context.h"
 
 #include <cstdio>
+#include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -23,6 +25,9 @@ const platform::Services& Context::services() {
   log_ = std::make_shared<TeeLog>(services->log, options_.verbosity);
   services->log = log_;
   installed_.emplace(std::move(services));
+  // Settings that cannot be read are told at once: going on would act as if they were not there.
+  std::map<std::string, std::string> settings;
+  require(platform::services().settings->list("MySQL", settings), "the settings cannot be read");
   require(platform::removeLeftovers(temporaryDirectory(), nullptr), "leftovers of ended processes cannot be removed");
   return platform::services();
 }

@@ -20,7 +20,7 @@
 namespace orrery::tool {
 namespace {
 
-constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr int kForwardEveryMilliseconds = 100;
 
 // Written by the signal handler, which has nothing but these.

@@ -1,6 +1,10 @@
 // The command orrery-mysql: reads the command line, runs the chosen command, tells how it went.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -129,7 +133,20 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace orrery::tool
 
+namespace {
+
+/// Whoever starts the program without one of the standard streams: the next file opened would take its place. What is
+/// written to a missing output fails, as it should.
+void holdStandardStreams() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) < 0) std::abort();
+  }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  holdStandardStreams();
   try {
     return orrery::tool::run(argc, argv);
   } catch (const std::exception& error) {

@@ -93,6 +93,9 @@ bool variableExists(ServerSession& server, const std::string& pattern) {
 }
 
 void variable(Context& context, const std::string& name, const std::string& instance) {
+  if (name.empty() || name.find('\\') != std::string::npos) {
+    throw Failure("no variable is called [" + name + "]", "", "names are those of SHOW VARIABLES");
+  }
   ServerSession server(context, instance);
   std::string value;
   // The library takes a pattern; here a name is meant as it stands.
