@@ -104,8 +104,10 @@ std::string ownName(const std::string& given) {
 /// A journal whose store is gone belongs to another store than the new one, which would take its pages over.
 void setAsideCompanions(int folder, const std::string& path) {
   for (const char* companion : {"-journal", "-wal", "-shm"}) {
-    const std::string name = std::string(storeName) + companion;
-    if (::renameat(folder, name.c_str(), folder, (name + ".orphaned").c_str()) != 0 && errno != ENOENT) {
+    std::string name(storeName);
+    name.append(companion);
+    const std::string aside = name + ".orphaned";
+    if (::renameat(folder, name.c_str(), folder, aside.c_str()) != 0 && errno != ENOENT) {
       throw systemFailure("set " + path + "/" + name + " aside", errno);
     }
   }

@@ -108,6 +108,7 @@ TEST_F(HomeTest, SettingsWithNonsenseAreNamedByLine) {
   const std::string nonsense = readFile(settings) + "[MySQL\nnRetryDropDB\n";
   writeFile(settings, nonsense, 0600);
   EXPECT_TRUE(failedWith(run({"setting", "list"}), "settings.ini line "));
+  EXPECT_TRUE(failedWith(run({"instance", "list"}), "settings.ini line ")) << "whatever the command is about";
   EXPECT_TRUE(failedWith(run({"setting", "get", "nRetryDropDB"}), "settings.ini line "));
   EXPECT_TRUE(failedWith(run({"setting", "set", "nRetryDropDB", "3"}), "settings.ini line "));
   EXPECT_EQ(readFile(settings), nonsense);
