@@ -101,16 +101,17 @@ std::string ownName(const std::string& given) {
   return name[0] != '\0' ? name.data() : "localhost";
 }
 
+void setAside(int folder, const std::string& name, const std::string& path) {
+  const std::string aside = name + ".orphaned";
+  if (::renameat(folder, name.c_str(), folder, aside.c_str()) != 0 && errno != ENOENT) {
+    throw systemFailure("set " + name + " aside in " + path, errno);
+  }
+}
+
 /// A journal whose store is gone belongs to another store than the new one, which would take its pages over.
 void setAsideCompanions(int folder, const std::string& path) {
-  for (const char* companion : {"-journal", "-wal", "-shm"}) {
-    std::string name(storeName);
-    name.append(companion);
-    const std::string aside = name + ".orphaned";
-    if (::renameat(folder, name.c_str(), folder, aside.c_str()) != 0 && errno != ENOENT) {
-      throw systemFailure("set " + path + "/" + name + " aside", errno);
-    }
-  }
+  const std::string store = storeName;
+  for (const char* companion : {"-journal", "-wal", "-shm"}) setAside(folder, store + companion, path);
 }
 
 void makeStoreFile(int folder, const std::string& path, const std::string& clientName) {
