@@ -38,7 +38,7 @@ TEST_F(SettingTest, AKeyIsFoundAloneAndWithItsSection) {
   EXPECT_EQ(run({"setting", "get", "nRetryDropDB"}).output, "nRetryDropDB  1\n");
 }
 
-TEST_F(SettingTest, TheLogTakesMoreLinesWhenToldTo) {
+TEST_F(SettingTest, ThePlainNameOfAKeyFindsItInEverySection) {
   runJson({"setting", "set", "Log.nLevel", "7"});
   EXPECT_EQ(runJson({"setting", "get", "nLevel"})["value"], 7);
 }
