@@ -12,8 +12,8 @@ namespace orrery::mysql {
 namespace {
 
 constexpr mode_t folderMode = S_ISVTX | S_IRWXU | S_IWGRP | S_IXGRP;
-constexpr int lockTries = 600;
-constexpr int lockPauseMilliseconds = 50;
+constexpr int lockTries = 3000;
+constexpr int lockPauseMilliseconds = 10;
 
 bool isGranted(int folder, gid_t group) {
   struct stat info {};
@@ -34,12 +34,34 @@ bool grant(int folder, gid_t group) {
   return fchown(folder, static_cast<uid_t>(-1), group) == 0 && fchmod(folder, folderMode) == 0;
 }
 
+/// Held while the folder's lock is being taken, so that those who come later queue up behind whoever waits for a change:
+/// shared locks that follow one another without a gap would otherwise keep the other account out for ever. The lock is
+/// on the folder above: nothing has to be made for it, and it is held for moments.
+class Turnstile {
+ public:
+  explicit Turnstile(const std::string& folder)
+      : above_(open((folder + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  Turnstile(const Turnstile&) = delete;
+  Turnstile& operator=(const Turnstile&) = delete;
+  /// Unlocked, not only closed: a child that starts elsewhere at this moment holds a copy of the descriptor.
+  ~Turnstile() {
+    const int error = errno;
+    if (above_.valid()) flock(above_.get(), LOCK_UN);
+    errno = error;
+  }
+  bool pass() { return above_.valid() && lockWithLimit(above_.get(), LOCK_EX); }
+
+ private:
+  platform::OwnFd above_;
+};
+
 /// Ends with a shared lock on a folder that is granted to the group.
-bool obtain(int folder, gid_t group) {
-  if (!lockWithLimit(folder, LOCK_SH)) return false;
+bool obtain(const std::string& path, int folder, gid_t group) {
+  Turnstile turnstile(path);
+  if (!turnstile.pass() || !lockWithLimit(folder, LOCK_SH)) return false;
   while (!isGranted(folder, group)) {
     if (!lockWithLimit(folder, LOCK_EX) || !grant(folder, group)) return false;
-    // Turning the lock into a shared one may let another change in between, hence the loop.
+    // Turning the lock into a shared one lets go of it first, hence the loop.
     if (!lockWithLimit(folder, LOCK_SH)) return false;
   }
   return true;
@@ -49,7 +71,7 @@ bool obtain(int folder, gid_t group) {
 
 JobFolderGrant::JobFolderGrant(const std::string& folder, gid_t group)
     : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
-  if (!folder_.valid() || obtain(folder_.get(), group)) return;
+  if (!folder_.valid() || obtain(folder, folder_.get(), group)) return;
   const int error = errno;
   folder_ = platform::OwnFd();
   errno = error;
