@@ -34,9 +34,9 @@ bool grant(int folder, gid_t group) {
   return fchown(folder, static_cast<uid_t>(-1), group) == 0 && fchmod(folder, folderMode) == 0;
 }
 
-/// Held while the folder's lock is being taken, so that those who come later queue up behind whoever waits for a change:
-/// shared locks that follow one another without a gap would otherwise keep the other account out for ever. The lock is
-/// on the folder above: nothing has to be made for it, and it is held for moments.
+/// Held while the folder's lock is being taken, so that those who come later queue up behind whoever waits for a
+/// change: shared locks that follow one another without a gap would otherwise keep the other account out for ever. The
+/// lock is on the folder above: nothing has to be made for it, and it is held for moments.
 class Turnstile {
  public:
   explicit Turnstile(const std::string& folder)
