@@ -60,6 +60,10 @@ constexpr Message catalogue[] = {
     {0x57000070, "The folder to restore into is not empty; empty it or choose another one."},
     {0x57000071, "The server did not answer after the restore; look into the server's error log."},
     {0x57000072, "The server could not be stopped before the restore; stop it yourself, then start the restore again."},
+    {0x570000F0,
+     "The read lock on the server %1 was lost before the backup gave it back, so what was read may not belong "
+     "together; "
+     "run the backup again."},
 };
 
 constexpr bool inOrder() {

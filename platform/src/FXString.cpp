@@ -1,5 +1,15 @@
 #include "orrery/platform/FXString.h"
 
+#include <algorithm>
+
+namespace {
+
+char lower(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+}  // namespace
+
 std::vector<std::string> FXString::Split(const std::string& text, char separator) {
   std::vector<std::string> pieces;
   std::size_t start = 0;
@@ -9,6 +19,11 @@ std::vector<std::string> FXString::Split(const std::string& text, char separator
     if (end == std::string::npos) return pieces;
     start = end + 1;
   }
+}
+
+bool FXString::Contains(const std::string& text, const std::string& part, bool ignoreCase) {
+  const auto same = [ignoreCase](char a, char b) { return ignoreCase ? lower(a) == lower(b) : a == b; };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
 }
 
 std::string FXPath::SplitParentPath(const std::string& path) {

@@ -21,6 +21,9 @@ constexpr std::array statements = {
     Pair{"START SLAVE", "START REPLICA"},
     Pair{"STOP SLAVE", "STOP REPLICA"},
     Pair{"RESET MASTER", "RESET BINARY LOGS AND GTIDS"},
+    Pair{"SHOW MASTER STATUS", "SHOW BINARY LOG STATUS"},
+    Pair{"SHOW MASTER LOGS", "SHOW BINARY LOGS"},
+    Pair{"SHOW SLAVE STATUS", "SHOW REPLICA STATUS"},
 };
 
 constexpr std::array programs = {
@@ -70,7 +73,7 @@ bool exists(std::string_view directory, std::string_view file) {
   return access((std::string(directory) + "/" + std::string(file)).c_str(), X_OK) == 0;
 }
 
-void tell(const EvEvent& log, const char* tag, std::string_view known, std::string_view successor) {
+void tell(const EvDebug& log, const char* tag, std::string_view known, std::string_view successor) {
   log.Debug(tag, "[%.*s] is not known here, using [%.*s] from now on", static_cast<int>(known.size()), known.data(),
             static_cast<int>(successor.size()), successor.data());
 }
@@ -91,12 +94,12 @@ std::string Dialect::tlsOption() const {
   return " " + std::string(old ? tlsOptions.known : tlsOptions.successor);
 }
 
-bool Dialect::learn(const Rejection& rejection, const EvEvent& log, const char* tag) {
+bool Dialect::learn(const Rejection& rejection, const EvDebug& log, const char* tag) {
   return learnProgram(rejection, log, tag) || learnTlsOption(rejection, log, tag) ||
          learnStatement(rejection, log, tag);
 }
 
-bool Dialect::learnProgram(const Rejection& rejection, const EvEvent& log, const char* tag) {
+bool Dialect::learnProgram(const Rejection& rejection, const EvDebug& log, const char* tag) {
   const Pair* pair = findPair(programs, rejection.program);
   if (pair == nullptr || rejected_.count(pair->known) != 0) return false;
   if (exists(rejection.binaryPath, pair->known) || !exists(rejection.binaryPath, pair->successor)) return false;
@@ -105,7 +108,7 @@ bool Dialect::learnProgram(const Rejection& rejection, const EvEvent& log, const
   return true;
 }
 
-bool Dialect::learnTlsOption(const Rejection& rejection, const EvEvent& log, const char* tag) {
+bool Dialect::learnTlsOption(const Rejection& rejection, const EvDebug& log, const char* tag) {
   if (!rejection.usedTls || rejected_.count(tlsOptions.known) != 0) return false;
   if (rejection.errorText.find("unknown option '--ssl'") == std::string_view::npos) return false;
   tell(log, tag, tlsOptions.known, tlsOptions.successor);
@@ -113,7 +116,7 @@ bool Dialect::learnTlsOption(const Rejection& rejection, const EvEvent& log, con
   return true;
 }
 
-bool Dialect::learnStatement(const Rejection& rejection, const EvEvent& log, const char* tag) {
+bool Dialect::learnStatement(const Rejection& rejection, const EvDebug& log, const char* tag) {
   const std::string_view key = statementKey(rejection.statement);
   if (rejection.errorNumber != parseError || rejected_.count(key) != 0) return false;
   if (isUseQuoted(rejection.statement) && rejected_.count(useQuoted) != 0) return false;

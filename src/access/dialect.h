@@ -32,15 +32,15 @@ class Dialect {
   };
   /// Looks for the signs of a rejection as unknown. True when something was learned, so that the same request is worth
   /// another try; the log then holds the old text and the new one. Each lesson is learned once.
-  bool learn(const Rejection& rejection, const EvEvent& log, const char* tag);
+  bool learn(const Rejection& rejection, const EvDebug& log, const char* tag);
 
   /// Whether a ping's answer says that the server is alive; `answer` without its line feed.
   static bool saysAlive(std::string_view answer);
 
  private:
-  bool learnProgram(const Rejection& rejection, const EvEvent& log, const char* tag);
-  bool learnTlsOption(const Rejection& rejection, const EvEvent& log, const char* tag);
-  bool learnStatement(const Rejection& rejection, const EvEvent& log, const char* tag);
+  bool learnProgram(const Rejection& rejection, const EvDebug& log, const char* tag);
+  bool learnTlsOption(const Rejection& rejection, const EvDebug& log, const char* tag);
+  bool learnStatement(const Rejection& rejection, const EvDebug& log, const char* tag);
 
   std::set<std::string, std::less<>> rejected_;
 };

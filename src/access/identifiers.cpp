@@ -12,21 +12,32 @@ bool escapesClosingQuote(std::string_view text) {
 
 }  // namespace
 
-std::optional<std::string> reasonToRefuse(const char* what, std::string_view name, Quoting quoting) {
+std::optional<std::string> reasonToRefuse(const char* what, std::string_view name, Quoting quoting, Carrier carrier) {
+  const bool onCommandLine = carrier == Carrier::commandLine;
   const auto refused = [what](const char* why) { return std::string("the ") + what + " " + why; };
   if (name.find('\0') != std::string_view::npos) return refused("holds a null character");
-  if (name.find('"') != std::string_view::npos) {
+  if (onCommandLine && name.find('"') != std::string_view::npos) {
     return refused("holds a double quote, which a client's command line cannot carry");
   }
   if (quoting == Quoting::none) return std::nullopt;
 
-  if (name.find_first_of("\n\r") != std::string_view::npos) return refused("holds a line break");
+  if (onCommandLine && name.find_first_of("\n\r") != std::string_view::npos) return refused("holds a line break");
   if (quoting == Quoting::backTicks && name.find('`') != std::string_view::npos) return refused("holds a back-tick");
   if (quoting == Quoting::singleQuotes) {
     if (name.find('\'') != std::string_view::npos) return refused("holds a single quote");
     if (escapesClosingQuote(name)) return refused("ends in a backslash, which would escape the closing quote");
   }
   return std::nullopt;
+}
+
+std::string escapeForLike(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char character : text) {
+    if (character == '_' || character == '%') escaped += '\\';
+    escaped += character;
+  }
+  return escaped;
 }
 
 }  // namespace orrery::mysql

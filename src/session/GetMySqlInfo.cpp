@@ -2,25 +2,23 @@
 
 #include <time.h>
 
-#include <array>
 #include <cstring>
 #include <utility>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/mysql/version.h"
 #include "orrery/platform/ClientProperties.h"
-#include "orrery/platform/DZPassword.h"
 #include "orrery/platform/instance_properties.h"
 #include "orrery/platform/services.h"
 
 #include "access/dialect.h"
 #include "session/guarded.h"
+#include "session/password.h"
 
 using orrery::mysql::guarded;
 
 namespace {
 
-constexpr std::size_t passwordRoom = 1025;
 constexpr const char* fromInstanceTag = "GetMySqlInfo::GetMySqlInfo(MySqlInstance *)";
 
 }  // namespace
@@ -243,15 +241,9 @@ void GetMySqlInfo::updateUseSsl() {
 }
 
 int GetMySqlInfo::openPassword(const char* tag) {
-  std::array<char, passwordRoom> plain{};
-  const bool opened = DZPassword().decrypt(strSaPassword, plain.data(), plain.size()) != 0;
-  if (opened) {
-    strPassword = plain.data();
-  } else {
-    evEvent.Debug(tag, "PW.decrypt error");
-  }
-  explicit_bzero(plain.data(), plain.size());
-  return opened ? 0 : -1;
+  if (orrery::mysql::openPassword(strSaPassword, strPassword)) return 0;
+  evEvent.Debug(tag, "PW.decrypt error");
+  return -1;
 }
 
 int GetMySqlInfo::Init(MySqlServer server) {

@@ -6,6 +6,7 @@
 #include "orrery/platform/CKyDirectory.h"
 #include "orrery/platform/FXString.h"
 
+#include "access/identifiers.h"
 #include "session/guarded.h"
 
 std::string GetMySqlInfo::GetConnectMethod() {
@@ -38,13 +39,7 @@ void GetMySqlInfo::GetShortName(const std::string& name, std::string& shortName)
 }
 
 std::string GetMySqlInfo::SpecialCharactersCheck(std::string text) {
-  std::string escaped;
-  escaped.reserve(text.size());
-  for (const char character : text) {
-    if (character == '_' || character == '%') escaped += '\\';
-    escaped += character;
-  }
-  return escaped;
+  return orrery::mysql::escapeForLike(text);
 }
 
 void GetMySqlInfo::clearErrors() {

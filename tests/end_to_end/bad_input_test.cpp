@@ -164,11 +164,6 @@ TEST_F(BadInputTest, WrongUsageIsExitStatusTwo) {
   EXPECT_TRUE(refusedUsage(run({"instance", "set", "db", "--no-password", "--password-stdin"}), "only one of"));
 }
 
-TEST_F(BadInputTest, LibraryModeIsNotOfferedYet) {
-  addInstance("db", "h:1");
-  EXPECT_TRUE(failedWith(run({"--access", "library", "ping", "db"}), "no library mode yet"));
-}
-
 TEST_F(BadInputTest, AResultThatCannotBeWrittenIsAFailure) {
   const ProgramResult result = runProgram(
       {"sh", "-c", "exec \"$@\" >/dev/full", "sh", ORRERY_MYSQL_COMMAND, "--home", home(), "setting", "list"});

@@ -24,6 +24,10 @@ testing::AssertionResult endedWith(const ProgramResult& result, int exitStatus, 
 
 std::vector<std::string> commandLine(const std::string& home, const std::vector<std::string>& arguments) {
   std::vector<std::string> line{ORRERY_MYSQL_COMMAND, "--home", home};
+  // What is not about the choice of a mode is about command mode, where clients can be played.
+  if (std::find(arguments.begin(), arguments.end(), "--access") == arguments.end()) {
+    line.insert(line.end(), {"--access", "command"});
+  }
   line.insert(line.end(), arguments.begin(), arguments.end());
   return line;
 }

@@ -46,6 +46,8 @@ class Context {
   void print(const Json& document, const Table& table) const { tool::print(options_.format, document, table); }
   /// Tells the user something on standard error that is no failure.
   void note(const std::string& text) const;
+  /// How servers are reached: "auto", "command" or "library".
+  const std::string& access() const noexcept { return options_.access; }
   /// Whether a sign of life may be drawn on the terminal.
   bool wantsProgress() const noexcept { return options_.format == Format::table && options_.verbosity == 0; }
 

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/home.h"
 #include "orrery/platform/instance_properties.h"
 
 #include "instance_checks.h"
@@ -115,6 +116,8 @@ std::string nextStepFor(long number, std::string_view text) {
   // mysqladmin gives no number, so the words that are the same in all clients count as well.
   static constexpr const char* kCredentials =
       "orrery-mysql instance set changes the account (--user) and the password (--password-file)";
+  static constexpr const char* kLibrary =
+      "orrery-mysql init --client-library FILE links a client library, such as that of the package libmariadb3";
   static constexpr std::array kSteps{
       Step{{1045, 1698, 1044, 0}, "Access denied", kCredentials},
       Step{{2002, 2003, 2005, 0},
@@ -124,6 +127,10 @@ std::string nextStepFor(long number, std::string_view text) {
       Step{{2026, 0, 0, 0}, "SSL", "check the instance's TLS files and the server's certificate"},
       Step{{1040, 1203, 1226, 0}, "Too many connections", "wait until the server has a connection free"},
       Step{{2013, 2006, 1053, 0}, "Lost connection", "check the server's own error log"},
+      Step{{0, 0, 0, 0}, "cannot open shared object file", kLibrary},
+      Step{{0, 0, 0, 0}, "could not locate symbol", kLibrary},
+      Step{{0, 0, 0, 0}, "invalid ELF header", kLibrary},
+      Step{{0, 0, 0, 0}, "file too short", kLibrary},
   };
   for (const Step& step : kSteps) {
     for (const long known : step.numbers) {
@@ -138,6 +145,9 @@ void throwSessionFailure(Context& context, const platform::InstanceRecord& insta
                          std::string_view what) {
   if (interruptSignal() != 0) throw Interrupted();
   const std::string log = "see " + context.homePath() + "/log/orrery-mysql.log";
+  if (session.strErrorString.empty() && session.iErrorCode > 0) {
+    throw Failure(what, platform::messageText(static_cast<std::uint32_t>(session.iErrorCode), {}), log);
+  }
   if (const std::string text = essentialText(session.strErrorString); !text.empty()) {
     const std::string next = nextStepFor(session.iErrorCode, text);
     const std::optional<long> number = session.iErrorCode > 0 ? std::optional<long>(session.iErrorCode) : std::nullopt;

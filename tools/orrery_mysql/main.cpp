@@ -60,12 +60,6 @@ void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
       "Show log lines on standard error; twice: of every level");
 }
 
-void requireOfferedAccess(const GlobalOptions& options) {
-  if (options.access == "library") {
-    throw Failure("--access library", "this build has no library mode yet", "use --access command or auto");
-  }
-}
-
 /// After Ctrl-C the end itself says enough.
 int fail(std::string_view text, int status) {
   if (interruptSignal() != 0) return status;
@@ -90,7 +84,6 @@ int endOfParsing(const CLI::App& program, const CLI::ParseError& error) {
 
 int runChosen(const Action& action, const GlobalOptions& options) {
   try {
-    requireOfferedAccess(options);
     Context context(options);
     action(context);
     return exitDone;

@@ -1,55 +1,47 @@
-// orrery-mysql ping|version|variable|binlog: questions and commands to a server.
+// orrery-mysql mode|ping|version|variable|binlog: questions and commands to a server.
 
 #include <chrono>
 #include <cmath>
-#include <functional>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlInterface.h"
 
 #include "context.h"
-#include "explain.h"
 #include "failure.h"
-#include "instance_lookup.h"
-#include "interrupt.h"
-#include "progress.h"
+#include "server_session.h"
 
 namespace orrery::tool {
 namespace {
 
-/// A session with the server of an instance, for the time of one command.
-class ServerSession {
- public:
-  ServerSession(Context& context, const std::string& nameOrId)
-      : context_(context), record_(findInstance(context, nameOrId)), session_(static_cast<long>(record_.id), rc_) {
-    if (rc_ != 0) fail("no session with " + record_.name);
+/// Why a client library cannot be used; empty when it can.
+std::string reasonNotToLoad(const std::string& library) {
+  MySqlInterface probe("", "", "", 0);
+  return probe.LoadAndInitialize(library) == 0 ? std::string() : onOneLine(probe.getLastErrorStr());
+}
+
+void mode(Context& context, const std::string& instance) {
+  const AccessChoice choice = chooseAccess(context, instance);
+  Json document;
+  document["instance"] = choice.instance;
+  document["mode"] = choice.commandMode ? "command" : "library";
+  document["reason"] = choice.reason;
+  document["library"] = nullptr;
+  document["library_error"] = nullptr;
+  Table table;
+  table.add({"instance", choice.instance});
+  table.add({"mode", choice.commandMode ? "command" : "library"});
+  table.add({"because", choice.reason});
+  if (!choice.commandMode) {
+    const std::string problem = reasonNotToLoad(choice.library);
+    document["library"] = choice.library;
+    if (!problem.empty()) document["library_error"] = problem;
+    table.add({"library", choice.library + (problem.empty() ? "" : " (cannot be used: " + problem + ")")});
   }
-
-  const std::string& instance() const noexcept { return record_.name; }
-  GetMySqlInfo& operator*() noexcept { return session_; }
-
-  /// Runs one operation with a sign of life. `what` says what failed, in front of the instance's name.
-  void run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation) {
-    int rc = 0;
-    {
-      const Progress progress("waiting for " + record_.name, context_.wantsProgress());
-      session_.clearErrors();
-      rc = operation(session_);
-    }
-    if (interruptSignal() != 0) throw Interrupted();
-    if (rc != 0) fail(what + " " + record_.name);
-  }
-
- private:
-  [[noreturn]] void fail(const std::string& what) const { throwSessionFailure(context_, record_, session_, what); }
-
-  Context& context_;
-  platform::InstanceRecord record_;
-  int rc_ = -1;
-  GetMySqlInfo session_;
-};
+  context.print(document, table);
+}
 
 void ping(Context& context, const std::string& instance) {
   ServerSession server(context, instance);
@@ -83,25 +75,13 @@ void version(Context& context, const std::string& instance) {
   context.print(document, table);
 }
 
-/// Whether the server has the variable: one that is empty and one that is not there read alike.
-bool variableExists(ServerSession& server, const std::string& pattern) {
-  std::string rows;
-  server.run("no variable from", [&](GetMySqlInfo& session) {
-    return session.executeMySqlCommand("SHOW VARIABLES LIKE '" + pattern + "'", rows, false);
-  });
-  return !rows.empty();
-}
-
 void variable(Context& context, const std::string& name, const std::string& instance) {
   if (name.empty() || name.find('\\') != std::string::npos) {
     throw Failure("no variable is called [" + name + "]", "", "names are those of SHOW VARIABLES");
   }
   ServerSession server(context, instance);
   std::string value;
-  // The library takes a pattern; here a name is meant as it stands.
-  const std::string pattern = (*server).SpecialCharactersCheck(name);
-  server.run("no variable from", [&](GetMySqlInfo& session) { return session.QueryVariable(pattern, value); });
-  if (value.empty() && !variableExists(server, pattern)) {
+  if (!server.readVariable(name, value)) {
     throw Failure("the server of " + server.instance() + " has no variable " + name, "",
                   "names are those of SHOW VARIABLES");
   }
@@ -137,6 +117,7 @@ void addInstanceCommand(CLI::App& parent, const char* name, const char* help, In
 }  // namespace
 
 void addServerCommands(CLI::App& program, Action& chosen) {
+  addInstanceCommand(program, "mode", "How an agent would reach the server, and why", mode, chosen);
   addInstanceCommand(program, "ping", "Whether the server answers, and how fast", ping, chosen);
   addInstanceCommand(program, "version", "Version of the server", version, chosen);
 

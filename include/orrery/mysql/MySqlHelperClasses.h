@@ -185,6 +185,14 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// backslashes in this request and would check another database.
   int UseDatabase(std::string db);
 
+  /// Whether the server is MariaDB; works in every mode. 0 when that could be told, -1 when it could not; `mariaDb` is
+  /// false then. The server's version comment tells; where it names neither family, as packagers' comments do, the
+  /// version text does, and the log says so.
+  int isMariaDb(bool& mariaDb);
+  /// Brings the instance's stored MariaDB property into line with the server; writes only when they differ. -1 when the
+  /// session was not built from an instance, the server cannot be asked or the inventory cannot be read or written.
+  int updateMariaDbFlag();
+
   // The session. Callers may read it; only the library writes it.
   std::int32_t iErrorCode = 0;              ///< server error number of the last failure; -1 when there was none to read
   std::string strErrorString;               ///< text of the last failure
@@ -226,6 +234,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
  protected:
   /// Fails an operation that this build does not offer yet: logs its name and returns -1.
   ORRERY_MYSQL_HIDDEN int notBuiltYet(const char* operation);
+  /// Whether the session's TLS files ask for encryption: sets `bUseSsl`.
+  ORRERY_MYSQL_HIDDEN void updateUseSsl();
 
  private:
   ORRERY_MYSQL_HIDDEN int adoptInstance(std::unique_ptr<MySqlInstance> instance);
@@ -241,7 +251,6 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN std::string commandLine(const std::string& program, const std::string& statement, bool bPing);
   ORRERY_MYSQL_HIDDEN int runClient(const char* tag, const std::string& command, bool bPing, std::string& output);
   ORRERY_MYSQL_HIDDEN int rememberClientError(const char* tag, MySqlChildProcess& client);
-  ORRERY_MYSQL_HIDDEN void updateUseSsl();
   ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
 
   // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because
@@ -250,3 +259,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   // What this session learned about the texts that its server and clients know.
   std::unique_ptr<orrery::mysql::Dialect> dialect_;
 };
+
+/// Which class an agent constructs for an instance: `commandMode` is set for `GetMySqlInfo` and cleared for
+/// `GetMySqlInfoExt`. 0 when that was decided, -1 when it could not be; `commandMode` is false then.
+///
+/// Settings of section "MySQL" decide first: "sCommandMode" other than 0 forces command mode, a "sLibPath" library
+/// mode, and then no server is asked. Otherwise the version of the instance's server does, which a client of its own
+/// reads. The reason for the decision or the failure is logged. May be called from any thread; does not throw.
+ORRERY_MYSQL_EXPORT int getGetMySqlInfoMode(long instanceId, bool& commandMode);

@@ -1,0 +1,139 @@
+#pragma once
+
+/// Library mode: the interface of `GetMySqlInfo` over one connection of the vendor's client library.
+///
+/// Everything of the session stays as in `GetMySqlInfo`; requests are answered over a `MySqlInterface` instead of by
+/// the server's clients. Requests that a class keeps from its base (marked in the base by their slots) still run
+/// clients.
+///
+/// Results are 0 for success and -1 for failure unless an operation says otherwise. A failure is logged through
+/// `evEvent`; where an operation says so it leaves number and text of the failure in `iErrorCode` and
+/// `strErrorString`. A request without a connection fails and is logged. No operation throws.
+///
+/// One thread uses one object at a time; different objects may be used at the same time.
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/DZPlatformInfo.h"
+
+class MySqlInterface;
+struct QueryResult;
+
+class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
+ public:
+  /// Sessions without a connection: `Init` or `ConnectToDB` makes it. The two with a status read the instance as the
+  /// constructors of `GetMySqlInfo` do and put the result into it.
+  GetMySqlInfoExt();
+  GetMySqlInfoExt(ApplicationId appId, int& status);
+  GetMySqlInfoExt(long instanceId, int& status);
+  GetMySqlInfoExt(const GetMySqlInfoExt&) = delete;
+  GetMySqlInfoExt& operator=(const GetMySqlInfoExt&) = delete;
+  /// Closes the connection and removes the defaults file.
+  ~GetMySqlInfoExt() override;
+
+  /// Read the instance as in `GetMySqlInfo`, then prepare the connection: the result is that of `ConnectToDB`.
+  int Init(ApplicationId appId) override;
+  int Init(long instanceId) override;
+  /// From explicit parameters, the password plain. Writes no defaults file. Leaves host and port of an address in
+  /// `strHost` and `strPort`.
+  int Init(MySqlServer server) override;
+  using GetMySqlInfo::Init;
+
+  /// Prepares the connection from the session's fields: opens the password, looks at the TLS files, loads the client
+  /// library. The server itself is first asked by the first request. -1 on failure, with the code of a missing TLS file
+  /// (see `sslConnect`) or the loader's text in the session; -2 when the library was loaded and the server refused.
+  /// Called again, it replaces the connection.
+  int ConnectToDB();
+  /// File of the client library for this session: for a TCP address the one below "/usr/lib64/mysql" if it is there,
+  /// otherwise the one in the agent's home. The setting "sLibPath" of section "MySQL" goes before both.
+  std::string GetLibraryPath();
+  /// Hands the TLS files of the instance, or those of the settings when "bSSLEnabled" of section "MySQL" is set, to the
+  /// connection and appends them to the defaults file, for clients that are started with it. True also when there are
+  /// none. False when one does not exist; `iErrorCode` then holds 0x57000066 for the CA, 0x57000067 for the
+  /// certificate, 0x57000068 for the key.
+  bool sslConnect();
+  /// Closes the connection; the next request makes a new one. Needs a connection object. Always 0.
+  int Disconnect();
+  void SetErrorStatus(int code, std::string text);
+  /// Runs a statement without rows. Needs a connection object. Leaves a failure's number and text in the session.
+  int runExeQuery(std::string query);
+
+  // Over the connection. A failure leaves its number and text in the session unless it is marked with (-).
+  int PingServer() override;
+  /// A variable that does not exist is a failure here.
+  int QueryVariable(std::string name, std::string& value) override;
+  int GetMaxAllowedPacket(long long& size) override;
+  int GetLogBinPath(std::string& path) override;
+  /// Rotates the server's logs. Does nothing for a cloud database, whose logs are not backed up.
+  int FlushLogs() override;
+  int PurgeLogsTo(std::string file) override;
+  int CreateDB(std::string db) override;
+  /// A database that does not exist counts as dropped. The setting "nRetryDropDB" of section "MySQL" is the number of
+  /// attempts, five seconds apart.
+  int DropDB(std::string db) override;
+  /// The server's version up to its last digit, for example 10.6.12-MariaDB-1 or 8.0.36.
+  int getVersionFromServer(std::string& version) override;
+  int createDatabaseUsingSchema(std::string schema) override;
+  int createTableUsingSchema(std::string db, std::string schema) override;
+  int discardTableSpace(std::string db, std::string table) override;
+  int importTableSpace(std::string db, std::string table) override;
+  /// For this connection alone (-).
+  int setForeignKeyConstraint(int enabled) override;
+  int ResetMaster() override;  ///< (-)
+  int FlushPrivileges();       ///< (-)
+  /// Takes the global read lock, which lives as long as the connection.
+  int QuiesceDB();
+  /// Gives the read lock back. When the connection was lost and made again meanwhile, the lock was gone and what was
+  /// read may not belong together: that is logged and raised as a major event; the result stays that of the statement.
+  int UnQuiesceDB();
+  /// True for MySQL 8 and later, never for MariaDB; false also when that cannot be told.
+  bool isMySQL8orMore() override;
+  /// Compares the server's version with `major`.`minor`, strictly and without the patch number; `mariaDb` tells the
+  /// family beside it. -1 when the version or the family cannot be told.
+  int isVersionGreaterThan(int major, int minor, bool& mariaDb, bool& greater) override;
+
+  int FindBinLogStatus() override;
+  int FindMasterLogs(std::list<std::string>& logs, long* first, long* last) override;
+  int FindMasterLogs(std::list<std::string>& logs, bool flushAfter) override;
+  int LastLogName() override;
+  int FetchDBList(std::list<std::string>& databases) override;
+  int StartSlave() override;
+  int StopSlave() override;
+  int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) override;
+  int getDBProps(std::string db, std::string& createTime, unsigned long long& size) override;
+  int isUsesInnoDBEngine(std::string db, bool& innoDbOnly) override;
+  int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
+  int setIdentifiedWithAsHex(const std::string& value) override;
+  int getUsers(std::vector<std::string>& accounts) override;
+  int getCreateUserQuery(const std::string& account, std::string& statement) override;
+  int getGrantQueries(const std::string& account, std::vector<std::string>& statements) override;
+  int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
+  int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) override;
+  int isXtrabackupPossible() override;
+  int isPartitionedTable(std::string db, std::string table) override;
+
+ private:
+  ORRERY_MYSQL_HIDDEN void forgetConnectionFields();
+  ORRERY_MYSQL_HIDDEN void fillLibraryPath();
+  ORRERY_MYSQL_HIDDEN int prepareConnection(const char* tag);
+  ORRERY_MYSQL_HIDDEN void takeTlsFilesFromSettings(const char* tag);
+  ORRERY_MYSQL_HIDDEN bool haveTlsFiles(const char* tag);
+  ORRERY_MYSQL_HIDDEN void appendToDefaultsFile(const char* tag);
+  ORRERY_MYSQL_HIDDEN int keepConnectionError();
+  ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
+  ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a result for which
+  /// `failed` holds is told by `tell` and becomes -1.
+  template <class Request, class Tell>
+  int forward(const char* tag, const char* nullText, Request request, Tell tell);
+
+  std::string m_libraryPath;
+  DZPlatformInfo m_platformInfo;
+  std::unique_ptr<MySqlInterface> m_Conn;
+  std::map<std::string, std::string> m_dataPaths;
+};

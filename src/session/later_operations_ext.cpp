@@ -1,0 +1,62 @@
+// Requests of library mode that this build does not offer yet. They are overridden all the same: what the base does in
+// their place would go past the connection, and past the protocol by which parallel backups share a replica.
+
+#include "orrery/mysql/MySqlHelperClassesExt.h"
+
+int GetMySqlInfoExt::FindBinLogStatus() {
+  return notBuiltYet("GetMySqlInfoExt::FindBinLogStatus");
+}
+int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, long*, long*) {
+  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
+}
+int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, bool) {
+  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
+}
+int GetMySqlInfoExt::LastLogName() {
+  return notBuiltYet("GetMySqlInfoExt::LastLogName");
+}
+int GetMySqlInfoExt::FetchDBList(std::list<std::string>&) {
+  return notBuiltYet("GetMySqlInfoExt::FetchDBList");
+}
+int GetMySqlInfoExt::StartSlave() {
+  return notBuiltYet("GetMySqlInfoExt::StartSlave");
+}
+int GetMySqlInfoExt::StopSlave() {
+  return notBuiltYet("GetMySqlInfoExt::StopSlave");
+}
+int GetMySqlInfoExt::getReplicationStatus(bool&, bool&, int&, std::string&) {
+  return notBuiltYet("GetMySqlInfoExt::getReplicationStatus");
+}
+int GetMySqlInfoExt::getDBProps(std::string, std::string&, unsigned long long&) {
+  return notBuiltYet("GetMySqlInfoExt::getDBProps");
+}
+int GetMySqlInfoExt::isUsesInnoDBEngine(std::string, bool&) {
+  return notBuiltYet("GetMySqlInfoExt::isUsesInnoDBEngine");
+}
+int GetMySqlInfoExt::checkInnoDbFilePerTable(std::string, bool&) {
+  return notBuiltYet("GetMySqlInfoExt::checkInnoDbFilePerTable");
+}
+int GetMySqlInfoExt::setIdentifiedWithAsHex(const std::string&) {
+  return notBuiltYet("GetMySqlInfoExt::setIdentifiedWithAsHex");
+}
+int GetMySqlInfoExt::getUsers(std::vector<std::string>&) {
+  return notBuiltYet("GetMySqlInfoExt::getUsers");
+}
+int GetMySqlInfoExt::getCreateUserQuery(const std::string&, std::string&) {
+  return notBuiltYet("GetMySqlInfoExt::getCreateUserQuery");
+}
+int GetMySqlInfoExt::getGrantQueries(const std::string&, std::vector<std::string>&) {
+  return notBuiltYet("GetMySqlInfoExt::getGrantQueries");
+}
+int GetMySqlInfoExt::fillDatabaseInfo(std::string, IdxMetadata::MySqlDbInfo*) {
+  return notBuiltYet("GetMySqlInfoExt::fillDatabaseInfo");
+}
+int GetMySqlInfoExt::fillTableInfoForDataBase(std::string, std::vector<std::string>*) {
+  return notBuiltYet("GetMySqlInfoExt::fillTableInfoForDataBase");
+}
+int GetMySqlInfoExt::isXtrabackupPossible() {
+  return notBuiltYet("GetMySqlInfoExt::isXtrabackupPossible");
+}
+int GetMySqlInfoExt::isPartitionedTable(std::string, std::string) {
+  return notBuiltYet("GetMySqlInfoExt::isPartitionedTable");
+}

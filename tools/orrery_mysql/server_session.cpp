@@ -1,0 +1,117 @@
+#include "server_session.h"
+
+#include "orrery/mysql/MySqlHelperClassesExt.h"
+
+#include "explain.h"
+#include "failure.h"
+#include "instance_lookup.h"
+#include "interrupt.h"
+#include "progress.h"
+
+namespace orrery::tool {
+namespace {
+
+/// A session that cannot be opened for the choice will not open for the request either, and says why.
+bool isForCommandMode(const std::string& access, long instance) {
+  if (access != "auto") return access == "command";
+  bool commandMode = false;
+  return getGetMySqlInfoMode(instance, commandMode) != 0 || commandMode;
+}
+
+std::string settingOf(Context& context, const char* key) {
+  std::optional<std::string> value;
+  require(context.services().settings->read("MySQL", key, value), "the settings cannot be read");
+  return value.value_or("");
+}
+
+}  // namespace
+
+ServerSession::ServerSession(Context& context, const std::string& nameOrId)
+    : context_(context), record_(findInstance(context, nameOrId)) {
+  const Progress progress("waiting for " + record_.name, context_.wantsProgress());
+  const bool commandMode = isForCommandMode(context.access(), static_cast<long>(record_.id));
+  if (interruptSignal() != 0) throw Interrupted();
+  open(commandMode);
+}
+
+void ServerSession::open(bool commandMode) {
+  commandMode_ = commandMode;
+  if (commandMode) {
+    session_ = std::make_unique<GetMySqlInfo>();
+  } else {
+    session_ = std::make_unique<GetMySqlInfoExt>();
+  }
+  if (session_->Init(static_cast<long>(record_.id)) != 0) fail("no session with " + record_.name);
+}
+
+void ServerSession::fail(const std::string& what) const {
+  throwSessionFailure(context_, record_, *session_, what);
+}
+
+void ServerSession::run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation) {
+  int rc = 0;
+  {
+    const Progress progress("waiting for " + record_.name, context_.wantsProgress());
+    session_->clearErrors();
+    rc = operation(*session_);
+  }
+  if (interruptSignal() != 0) throw Interrupted();
+  if (rc != 0) fail(what + " " + record_.name);
+}
+
+bool ServerSession::readVariable(const std::string& name, std::string& value) {
+  const std::string what = "no variable from";
+  // The library takes a pattern; here a name is meant as it stands.
+  const std::string pattern = session_->SpecialCharactersCheck(name);
+  bool exists = true;
+  run(what, [&](GetMySqlInfo& session) {
+    const int rc = session.QueryVariable(pattern, value);
+    // Over a connection a missing row is an error of the library's own.
+    exists = commandMode_ || rc == 0 || session.iErrorCode != -1;
+    return exists ? rc : 0;
+  });
+  if (!commandMode_ || !value.empty()) return exists;
+  // In command mode a variable that is empty and one that is not there read alike.
+  std::string rows;
+  run(what, [&](GetMySqlInfo& session) {
+    return session.executeMySqlCommand("SHOW VARIABLES LIKE '" + pattern + "'", rows, false);
+  });
+  return !rows.empty();
+}
+
+AccessChoice chooseAccess(Context& context, const std::string& nameOrId) {
+  const platform::InstanceRecord record = findInstance(context, nameOrId);
+  const long id = static_cast<long>(record.id);
+  AccessChoice choice;
+  choice.instance = record.name;
+
+  GetMySqlInfo session;
+  const auto failure = [&] { throwSessionFailure(context, record, session, "no access mode for " + record.name); };
+  std::string version;
+  {
+    const Progress progress("waiting for " + record.name, context.wantsProgress());
+    if (getGetMySqlInfoMode(id, choice.commandMode) != 0) {
+      // The choice says that it failed; the same question asked here says why.
+      if (session.Init(id) == 0) session.getVersionFromServer(version);
+      failure();
+    }
+  }
+  const std::string libraryPath = settingOf(context, "sLibPath");
+  if (!choice.commandMode) {
+    int rc = 0;
+    choice.library = libraryPath.empty() ? GetMySqlInfoExt(id, rc).GetLibraryPath() : libraryPath;
+  }
+  long forced = 0;
+  DZPlatformInfo().getNumber("MySQL", "sCommandMode", forced);
+  if (forced != 0) {
+    choice.reason = "the setting sCommandMode is " + std::to_string(forced);
+  } else if (!libraryPath.empty()) {
+    choice.reason = "the setting sLibPath names a client library";
+  } else {
+    if (session.Init(id) != 0 || session.getVersionFromServer(version) != 0) failure();
+    choice.reason = "the server is of version " + onOneLine(version);
+  }
+  return choice;
+}
+
+}  // namespace orrery::tool

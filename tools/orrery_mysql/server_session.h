@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/services.h"
+
+#include "context.h"
+
+namespace orrery::tool {
+
+/// A session with the server of an instance, for the time of one command, in the access mode that the command line asks
+/// for. Operations throw Failure.
+class ServerSession {
+ public:
+  ServerSession(Context& context, const std::string& nameOrId);
+
+  const std::string& instance() const noexcept { return record_.name; }
+  GetMySqlInfo& operator*() noexcept { return *session_; }
+
+  /// Runs one operation with a sign of life. `what` says what failed, in front of the instance's name.
+  void run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation);
+  /// Reads a variable by its name. False when the server has none of that name.
+  bool readVariable(const std::string& name, std::string& value);
+
+ private:
+  void open(bool commandMode);
+  [[noreturn]] void fail(const std::string& what) const;
+
+  Context& context_;
+  platform::InstanceRecord record_;
+  bool commandMode_ = true;
+  std::unique_ptr<GetMySqlInfo> session_;
+};
+
+/// How an agent would reach an instance, whatever the command line asks for.
+struct AccessChoice {
+  std::string instance;
+  bool commandMode = false;
+  std::string reason;   ///< in words
+  std::string library;  ///< client library that library mode loads
+};
+AccessChoice chooseAccess(Context& context, const std::string& nameOrId);
+
+}  // namespace orrery::tool
