@@ -2,7 +2,8 @@
 
 #include <cstdlib>
 #include <iterator>
-#include <string_view>
+#include <optional>
+#include <utility>
 
 #include "orrery/mysql/MySqlInterface.h"
 #include "orrery/platform/EvEvent.h"
@@ -76,31 +77,37 @@ int MySqlInterface::QueryVariable(std::string name, std::string& value) {
 }
 
 int MySqlInterface::GetLogBinStatus(bool& on) {
-  std::string value;
-  if (QueryVariable("log_bin", value) != 0) return -1;
-  on = value == "ON";
-  return 0;
+  return guarded(EvEvent(), "MySqlInterface::GetLogBinStatus", [&] {
+    std::string value;
+    if (QueryVariable("log_bin", value) != 0) return -1;
+    on = value == "ON";
+    return 0;
+  });
 }
 
 int MySqlInterface::GetMaxAllowedPacket(long long& size) {
-  std::string value;
-  if (QueryVariable("max_allowed_packet", value) != 0) return -1;
-  char* end = nullptr;
-  const long long number = std::strtoll(value.c_str(), &end, 10);
-  if (end == value.c_str()) return fail(-1, "max_allowed_packet is no number: " + value);
-  size = number;
-  return 0;
+  return guarded(EvEvent(), "MySqlInterface::GetMaxAllowedPacket", [&] {
+    std::string value;
+    if (QueryVariable("max_allowed_packet", value) != 0) return -1;
+    char* end = nullptr;
+    const long long number = std::strtoll(value.c_str(), &end, 10);
+    if (end == value.c_str()) return fail(-1, "max_allowed_packet is no number: " + value);
+    size = number;
+    return 0;
+  });
 }
 
 int MySqlInterface::GetDataDir(std::string& path) {
-  return QueryVariable("datadir", path);
+  return guarded(EvEvent(), "MySqlInterface::GetDataDir", [&] { return QueryVariable("datadir", path); });
 }
 
 int MySqlInterface::GetLogBinPath(std::string& path) {
-  std::string value;
-  if (QueryVariable("log_bin_basename", value) != 0) return -1;
-  path = FXPath::SplitParentPath(value);
-  return 0;
+  return guarded(EvEvent(), "MySqlInterface::GetLogBinPath", [&] {
+    std::string value;
+    if (QueryVariable("log_bin_basename", value) != 0) return -1;
+    path = FXPath::SplitParentPath(value);
+    return 0;
+  });
 }
 
 int MySqlInterface::FetchMasterInfo(std::string& info) {
@@ -249,7 +256,7 @@ int MySqlInterface::ResetMaster() {
 }
 
 int MySqlInterface::FlushLogs() {
-  return RunQuery("FLUSH LOGS", nullptr);
+  return guarded(EvEvent(), "MySqlInterface::FlushLogs", [&] { return RunQuery("FLUSH LOGS", nullptr); });
 }
 
 int MySqlInterface::PurgeLogsTo(std::string file) {
@@ -265,12 +272,14 @@ int MySqlInterface::PurgeLogsTo(std::string file) {
 // The lock goes with its connection, and libraries make a lost connection again in silence. A variable of the
 // connection, set before the lock is taken, is there exactly as long as the connection is.
 int MySqlInterface::QuiesceDB() {
-  m_readLockWasLost = false;
-  m_holdsReadLock = false;
-  if (RunQuery("SET @orrery_read_lock=1", nullptr) != 0) return -1;
-  if (RunQuery("FLUSH TABLES WITH READ LOCK", nullptr) != 0) return -1;
-  m_holdsReadLock = true;
-  return 0;
+  return guarded(EvEvent(), "MySqlInterface::QuiesceDB", [&] {
+    m_readLockWasLost = false;
+    m_holdsReadLock = false;
+    if (RunQuery("SET @orrery_read_lock=1", nullptr) != 0) return -1;
+    if (RunQuery("FLUSH TABLES WITH READ LOCK", nullptr) != 0) return -1;
+    m_holdsReadLock = true;
+    return 0;
+  });
 }
 
 int MySqlInterface::UnQuiesceDB() {
@@ -286,7 +295,7 @@ int MySqlInterface::UnQuiesceDB() {
 }
 
 int MySqlInterface::FlushPrivileges() {
-  return RunQuery("FLUSH PRIVILEGES", nullptr);
+  return guarded(EvEvent(), "MySqlInterface::FlushPrivileges", [&] { return RunQuery("FLUSH PRIVILEGES", nullptr); });
 }
 
 int MySqlInterface::createDatabaseUsingSchema(std::string schema) {

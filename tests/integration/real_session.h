@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlHelperClassesExt.h"
+#include "orrery/mysql/MySqlInterface.h"
 #include "orrery/platform/instance_properties.h"
 #include "orrery/platform/testing/test_backend.h"
 
@@ -36,6 +38,14 @@ class RealSessionTest : public testing::Test {
     EXPECT_EQ(session->Init(add(properties)), 0);
     return session;
   }
+  std::unique_ptr<GetMySqlInfoExt> librarySessionFor(const std::map<std::string, std::string>& properties) {
+    backend_.setSetting("MySQL", "sLibPath", clientLibrary);
+    auto session = std::make_unique<GetMySqlInfoExt>();
+    EXPECT_EQ(session->Init(add(properties)), 0) << session->strErrorString;
+    return session;
+  }
+  /// The machine's own, found by the loader.
+  static constexpr const char* clientLibrary = "libmariadb.so.3";
 
   platform::testing::TestBackend backend_;
   platform::ScopedServices installed_{backend_.services()};
