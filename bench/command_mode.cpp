@@ -9,43 +9,26 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/DzProcess.h"
 #include "orrery/platform/home.h"
-#include "orrery/platform/instance_properties.h"
 #include "orrery/platform/services.h"
 
-#include "support/mariadb_sandbox.h"
+#include "bench/home_with_server.h"
+#include "bench/pairs.h"
 
 namespace {
 
-namespace property = orrery::platform::property;
-using Clock = std::chrono::steady_clock;
-
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::runtime_error(what);
-}
-
-double milliseconds(const std::function<void()>& work) {
-  const auto start = Clock::now();
-  work();
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-  return values[values.size() / 2];
-}
+using orrery::bench::compare;
+using orrery::bench::median;
+using orrery::bench::milliseconds;
+using orrery::bench::require;
 
 /// The raw way: posix_spawn, a pipe for standard output, standard error to nowhere.
 std::string runDirectly(std::vector<std::string> arguments) {
@@ -86,27 +69,13 @@ std::vector<std::string> directArguments(const GetMySqlInfo& session, const std:
           "--skip-column-names"};
 }
 
-void compare(const char* name, GetMySqlInfo& session, int pairs) {
+void compareStatements(const char* name, GetMySqlInfo& session, int pairs) {
   const std::string statement = "SHOW VARIABLES LIKE 'port'";
-  std::vector<double> ours;
-  std::vector<double> direct;
-  std::vector<double> ratios;
-  for (int i = -3; i < pairs; ++i) {  // the first three warm up
-    std::string output;
-    const auto runOurs = [&] {
-      require(session.executeMySqlCommand(statement, output, false) == 0, "a statement failed");
-    };
-    const auto runDirect = [&] {
-      require(runDirectly(directArguments(session, statement)) == output, "outputs differ");
-    };
-    const double a = milliseconds(runOurs);
-    const double b = milliseconds(runDirect);
-    if (i < 0) continue;
-    ours.push_back(a);
-    direct.push_back(b);
-    ratios.push_back(a / b);
-  }
-  std::printf("%-37s %8.2f ms %8.2f ms   %.3f\n", name, median(ours), median(direct), median(ratios));
+  std::string output;
+  compare(
+      name, pairs, [&] { require(session.executeMySqlCommand(statement, output, false) == 0, "a statement failed"); },
+      [&] { require(!runDirectly(directArguments(session, statement)).empty(), "no output"); });
+  require(runDirectly(directArguments(session, statement)) == output, "outputs differ");
 }
 
 long peakKilobytes() {
@@ -155,37 +124,15 @@ void compareStarts(int pairs) {
 }
 
 int measure(int pairs) {
-  const orrery::test::MariaDbSandbox server;
-  const orrery::test::TemporaryDirectory place;
-  using namespace orrery::platform;
-  require(createHome(place / "home", "bench").ok(), "the home cannot be made");
-  std::shared_ptr<const Services> services;
-  require(openHome(place / "home", services).ok(), "the home cannot be opened");
-  const ScopedServices installed(services);
-  std::string password;
-  require(services->vault->seal(server.agentPassword(), password).ok(), "the password cannot be sealed");
-  Client client;
-  require(services->inventory->ownClient(client).ok(), "no client");
-  InstanceRecord record;
-  record.clientId = client.id;
-  record.applicationType = property::applicationTypeMySql;
-  record.name = "bench";
-  record.properties = {{property::saUser, "agent"},
-                       {property::saPassword, password},
-                       {property::unixUser, server.account()},
-                       {property::socketFile, server.socket()},
-                       {property::binaryPath, "/usr/bin"}};
-  Id id = 0;
-  require(services->inventory->addInstance(record, id).ok(), "the instance cannot be added");
-
+  const orrery::bench::HomeWithServer home;
   std::printf("%-37s %11s %11s   %s\n", "", "session", "direct", "ratio");
-  std::printf("%s", runDirectly({"/proc/self/exe", "--large", place / "home", std::to_string(id)}).c_str());
+  std::printf("%s", runDirectly({"/proc/self/exe", "--large", home.path(), std::to_string(home.instance())}).c_str());
   GetMySqlInfo session;
-  require(session.Init(static_cast<long>(id)) == 0, "the session cannot be opened");
-  compare("statement, small process", session, pairs);
+  require(session.Init(home.instance()) == 0, "the session cannot be opened");
+  compareStatements("statement, small process", session, pairs);
   std::vector<char> ballast(std::size_t{1} << 30);
   for (std::size_t at = 0; at < ballast.size(); at += 4096) ballast[at] = 1;
-  compare("statement, 1 GiB of touched memory", session, pairs);
+  compareStatements("statement, 1 GiB of touched memory", session, pairs);
   compareStarts(pairs);
   return EXIT_SUCCESS;
 }

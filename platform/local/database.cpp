@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
 #include "posix.h"
 
@@ -10,6 +11,7 @@ namespace orrery::platform::local {
 namespace {
 
 constexpr int busyMilliseconds = 10000;
+constexpr std::size_t mostIdle = 64;
 
 Status describe(const std::string& path, const std::string& step, int code, const std::string& reason, int error) {
   const std::string what = step + ": ";
@@ -66,7 +68,32 @@ Database::Database(std::string path) : path_(std::move(path)), owner_(::getpid()
 
 Database::~Database() {
   // In a forked child closing would give up the locks of files that the parent goes on using.
-  if (::getpid() == owner_) sqlite3_close_v2(handle_);
+  if (::getpid() != owner_) return;
+  for (const auto& [sql, statement] : idle_) sqlite3_finalize(statement);
+  sqlite3_close_v2(handle_);
+}
+
+sqlite3_stmt* Database::takeIdle(std::string_view sql) {
+  const auto found = idle_.find(sql);
+  if (found == idle_.end()) return nullptr;
+  sqlite3_stmt* const statement = found->second;
+  idle_.erase(found);
+  return statement;
+}
+
+void Database::keepIdle(sqlite3_stmt* statement) noexcept {
+  if (statement == nullptr) return;
+  // Values are bound without copies; they end with the request.
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+  try {
+    if (idle_.size() < mostIdle) {
+      idle_.emplace(sqlite3_sql(statement), statement);
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  sqlite3_finalize(statement);
 }
 
 void Database::execute(const char* sql) {
@@ -79,7 +106,9 @@ Failure Database::failure(int code) const {
   return Failure(describe(path_, step, code, reason, handle_ == nullptr ? 0 : sqlite3_system_errno(handle_)));
 }
 
-Statement::Statement(Database& database, std::string_view sql) : database_(database) {
+Statement::Statement(Database& database, std::string_view sql)
+    : database_(database), handle_(database.takeIdle(sql)) {
+  if (handle_ != nullptr) return;
   check(sqlite3_prepare_v2(database.handle_, sql.data(), static_cast<int>(sql.size()), &handle_, nullptr));
 }
 
@@ -112,7 +141,7 @@ void Statement::check(int code) const {
 }
 
 Transaction::Transaction(Database& database, const char* begin) : database_(database) {
-  database.execute(begin);
+  Statement(database, begin).run();
 }
 
 Transaction::~Transaction() {
@@ -121,7 +150,7 @@ Transaction::~Transaction() {
 }
 
 void Transaction::commit() {
-  database_.execute("COMMIT");
+  Statement(database_, "COMMIT").run();
   open_ = false;
 }
 

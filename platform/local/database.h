@@ -4,6 +4,7 @@
 /// Inside, failures are thrown as Failure; `read` and `write` turn them into a Status.
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@
 #include "failure.h"
 
 namespace orrery::platform::local {
+
+/// Throws Failure when the calling process is not the one that opened the store.
+void refuseForkedChild(pid_t owner);
 
 /// A connection that the threads of this process share, one at a time. A forked child must not touch it, and is
 /// refused: SQLite's locks belong to the process that opened the file.
@@ -29,6 +33,17 @@ class Database {
   template <class Body>
   Status read(const char* step, Body&& body) noexcept {
     return guarded([&] { inTransaction("BEGIN", step, std::forward<Body>(body)); });
+  }
+
+  /// The same for a body of one statement, which sees one state of the store by itself.
+  template <class Body>
+  Status readOne(const char* step, Body&& body) noexcept {
+    return guarded([&] {
+      refuseForkedChild(owner_);
+      const std::lock_guard lock(mutex_);
+      step_ = step;
+      std::forward<Body>(body)();
+    });
   }
 
   /// Runs `body` in a transaction that changes the store wholly or not at all.
@@ -54,6 +69,12 @@ class Database {
   template <class Body>
   void inTransaction(const char* begin, const char* step, Body&& body);
 
+  /// Statements that ran and wait for the next use: most of what a short request costs is their preparation. Under the
+  /// mutex.
+  sqlite3_stmt* takeIdle(std::string_view sql);
+  void keepIdle(sqlite3_stmt* statement) noexcept;
+
+  std::multimap<std::string, sqlite3_stmt*, std::less<>> idle_;
   const std::string path_;
   const pid_t owner_;
   std::mutex mutex_;
@@ -65,7 +86,7 @@ class Database {
 class Statement {
  public:
   Statement(Database& database, std::string_view sql);
-  ~Statement() { sqlite3_finalize(handle_); }
+  ~Statement() { database_.keepIdle(handle_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -116,9 +137,6 @@ class [[nodiscard]] Transaction {
   Database& database_;
   bool open_ = true;
 };
-
-/// Throws Failure when the calling process is not the one that opened the store.
-void refuseForkedChild(pid_t owner);
 
 template <class Body>
 void Database::inTransaction(const char* begin, const char* step, Body&& body) {

@@ -169,7 +169,7 @@ Status InventoryStore::writeProperties(Id instanceId, const std::map<std::string
 
 Status InventoryStore::readProperty(Id instanceId, const std::string& key, std::optional<std::string>& value) {
   std::optional<std::string> found;
-  Status status = database_->read("read the property", [&] {
+  Status status = database_->readOne("read the property", [&] {
     Statement statement(*database_,
                         "SELECT p.value FROM instances i LEFT JOIN instance_properties p "
                         "ON p.instance_id = i.id AND p.key = ? WHERE i.id = ?");
