@@ -1,11 +1,14 @@
-// A walk through one session: what an agent asks of a server before and after a backup, in command mode.
-// usage: orrery-tour INSTANCE-ID [DATABASE-TO-MAKE]
+// A walk through one session: what an agent asks of a server before and after a backup. An agent lets the library
+// choose the mode; a second argument forces one.
+// usage: orrery-tour INSTANCE-ID [command|library]
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlHelperClassesExt.h"
 
 namespace {
 
@@ -18,14 +21,23 @@ int failed(const char* step, const GetMySqlInfo& session) {
 
 int main(int argc, char** argv) {
   if (argc < 2 || argc > 3) {
-    std::fprintf(stderr, "usage: %s INSTANCE-ID [DATABASE-TO-MAKE]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s INSTANCE-ID [command|library]\n", argv[0]);
     return 2;
   }
-  const std::string database = argc == 3 ? argv[2] : "orrery_tour";
+  const long instance = std::strtol(argv[1], nullptr, 10);
+  const std::string database = "orrery_tour";
+  bool commandMode = false;
+  if (argc == 3) {
+    commandMode = std::string(argv[2]) == "command";
+  } else if (getGetMySqlInfoMode(instance, commandMode) != 0) {
+    std::fprintf(stderr, "the mode cannot be told; the log says why\n");
+    return EXIT_FAILURE;
+  }
 
-  int rc = 0;
-  GetMySqlInfo session(std::strtol(argv[1], nullptr, 10), rc);
-  if (rc != 0) return failed("opening the session", session);
+  const std::unique_ptr<GetMySqlInfo> opened(commandMode ? new GetMySqlInfo : new GetMySqlInfoExt);
+  GetMySqlInfo& session = *opened;
+  if (session.Init(instance) != 0) return failed("opening the session", session);
+  std::printf("mode                  %s\n", commandMode ? "command" : "library");
 
   std::string value;
   if (session.PingServer() != 0) return failed("ping", session);
@@ -47,10 +59,10 @@ int main(int argc, char** argv) {
   if (session.DropDB(database) != 0) return failed("drop", session);
   std::printf("dropped the database  %s\n", database.c_str());
 
-  if (session.DropDB(database) == 0) {
-    std::fprintf(stderr, "dropping it twice succeeded\n");
+  if (session.createTableUsingSchema(database, "CREATE TABLE " + database + ".t (a INT)") == 0) {
+    std::fprintf(stderr, "a table was made in a database that was dropped\n");
     return EXIT_FAILURE;
   }
-  std::printf("dropping it again     error %d\n%s\n", session.iErrorCode, session.strErrorString.c_str());
+  std::printf("a table in it now     error %d\n%s\n", session.iErrorCode, session.strErrorString.c_str());
   return EXIT_SUCCESS;
 }
