@@ -146,7 +146,7 @@ void throwSessionFailure(Context& context, const platform::InstanceRecord& insta
   if (interruptSignal() != 0) throw Interrupted();
   const std::string log = "see " + context.homePath() + "/log/orrery-mysql.log";
   if (session.strErrorString.empty() && session.iErrorCode > 0) {
-    throw Failure(what, platform::messageText(static_cast<std::uint32_t>(session.iErrorCode), {}), log);
+    throw Failure(what, platform::messageText(static_cast<std::uint32_t>(session.iErrorCode), {}));
   }
   if (const std::string text = essentialText(session.strErrorString); !text.empty()) {
     const std::string next = nextStepFor(session.iErrorCode, text);

@@ -66,12 +66,12 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting ping version variable binlog' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog' -- "$current") ;;
     '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove' -- "$current") ;;
     '1 setting') mapfile -t COMPREPLY < <(compgen -W 'list get set' -- "$current") ;;
     '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'flush' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
-    '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush')
+    '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
 }
