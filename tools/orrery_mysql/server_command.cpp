@@ -2,54 +2,16 @@
 
 #include <chrono>
 #include <cmath>
-#include <functional>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include "orrery/mysql/MySqlHelperClasses.h"
-
 #include "context.h"
-#include "explain.h"
 #include "failure.h"
-#include "instance_lookup.h"
-#include "interrupt.h"
-#include "progress.h"
+#include "server_session.h"
 
 namespace orrery::tool {
 namespace {
-
-/// A session with the server of an instance, for the time of one command.
-class ServerSession {
- public:
-  ServerSession(Context& context, const std::string& nameOrId)
-      : context_(context), record_(findInstance(context, nameOrId)), session_(static_cast<long>(record_.id), rc_) {
-    if (rc_ != 0) fail("no session with " + record_.name);
-  }
-
-  const std::string& instance() const noexcept { return record_.name; }
-  GetMySqlInfo& operator*() noexcept { return session_; }
-
-  /// Runs one operation with a sign of life. `what` says what failed, in front of the instance's name.
-  void run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation) {
-    int rc = 0;
-    {
-      const Progress progress("waiting for " + record_.name, context_.wantsProgress());
-      session_.clearErrors();
-      rc = operation(session_);
-    }
-    if (interruptSignal() != 0) throw Interrupted();
-    if (rc != 0) fail(what + " " + record_.name);
-  }
-
- private:
-  [[noreturn]] void fail(const std::string& what) const { throwSessionFailure(context_, record_, session_, what); }
-
-  Context& context_;
-  platform::InstanceRecord record_;
-  int rc_ = -1;
-  GetMySqlInfo session_;
-};
 
 void ping(Context& context, const std::string& instance) {
   ServerSession server(context, instance);
