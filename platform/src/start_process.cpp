@@ -55,12 +55,14 @@ struct Plan {
 void beginWithDefaultSignals() {
   for (int number = 1; number < NSIG; ++number) {
     struct sigaction action {};
+    if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_DFL) continue;
+    action = {};
     action.sa_handler = SIG_DFL;
     sigaction(number, &action, nullptr);
   }
   sigset_t none;
   sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 int becomeProgram(void* param) {
@@ -80,7 +82,7 @@ void startOrphan(void* param) {
   const auto& plan = *static_cast<const Plan*>(param);
   sigset_t all;
   sigfillset(&all);
-  sigprocmask(SIG_SETMASK, &all, nullptr);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
   if (setsid() < 0) giveUp(plan, "it gets no session of its own");
   alignas(16) std::array<char, stackSize> stack;
   const int memory = orrery::platform::isSanitized ? 0 : CLONE_VM;
