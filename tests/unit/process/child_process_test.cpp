@@ -179,18 +179,6 @@ TEST_F(ChildProcess, TakesInputAndSurvivesAChildThatDoesNot) {
   EXPECT_THAT(backend_.log().texts(), testing::Contains("Error Stream: no\n"));
 }
 
-TEST_F(ChildProcess, WithoutPipesHasNobodyToReadOrWrite) {
-  MySqlChildProcess child;
-  child.WithoutPipes();
-  ASSERT_EQ(child.Initialize(program("cat; head -c 1000000 /dev/zero || exit 3"), nullptr), 0);
-  ASSERT_EQ(child.DZ_CreateProcess(false, true, false), 0);
-  std::array<char, 10> buffer{};
-  long length = buffer.size();
-  EXPECT_EQ(child.ReadBuf(buffer.data(), &length), -1);
-  EXPECT_EQ(child.WriteBuf(buffer.data(), 1), -1);
-  EXPECT_EQ(child.Wait(0), 0) << "it saw the end of its input and was rid of all its output";
-}
-
 TEST_F(ChildProcess, LimitsAreRefusedBeforeAnythingStarts) {
   const auto words = [](int count) {
     std::string line = "/bin/true";
