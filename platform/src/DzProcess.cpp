@@ -17,13 +17,7 @@
 #include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ORRERY_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ORRERY_SANITIZED 1
-#endif
-#endif
+#include "sanitized.h"
 
 namespace {
 
@@ -156,7 +150,7 @@ pid_t startCopied(ChildStart& start) {
   return pid;
 }
 
-[[maybe_unused]] pid_t startBorrowed(ChildStart& start) {
+pid_t startBorrowed(ChildStart& start) {
   const ChildStack stack;
   if (!stack.valid()) return -1;
   const KeptDumpable dumpable;
@@ -167,11 +161,8 @@ pid_t startCopied(ChildStart& start) {
 }
 
 pid_t start(ChildStart& child, DzProcess::ChildMemory memory) {
-#ifdef ORRERY_SANITIZED
-  // The sanitizers keep their books in the memory that a borrowing child would share, and lose count there.
-  memory = DzProcess::ChildMemory::copied;
-#endif
-  return memory == DzProcess::ChildMemory::copied ? startCopied(child) : startBorrowed(child);
+  const bool copied = orrery::platform::isSanitized || memory == DzProcess::ChildMemory::copied;
+  return copied ? startCopied(child) : startBorrowed(child);
 }
 
 void tell(char* errorText, int errorSize, int error) {

@@ -11,8 +11,10 @@
 #include "access/dialect.h"
 #include "access/identifiers.h"
 #include "session/guarded.h"
+#include "session/kept_error.h"
 
 using orrery::mysql::Dialect;
+using orrery::mysql::KeptError;
 using orrery::mysql::OutputEnd;
 
 namespace {
@@ -26,23 +28,6 @@ bool canStandUnquoted(const std::string& part) {
   return part.find_first_of(std::string(" \"'\0", 4)) == std::string::npos;
 }
 
-/// The session's last error, to be put back where a request has none of its own: a success leaves the last failure to
-/// be read.
-class [[nodiscard]] KeptError {
- public:
-  explicit KeptError(GetMySqlInfo& session)
-      : session_(session), code_(session.iErrorCode), text_(session.strErrorString) {}
-  void putBack() const {
-    session_.iErrorCode = code_;
-    session_.strErrorString = text_;
-  }
-
- private:
-  GetMySqlInfo& session_;
-  std::int32_t code_;
-  std::string text_;
-};
-
 }  // namespace
 
 int GetMySqlInfo::refuse(const char* tag, const std::string& reason) {
@@ -52,8 +37,8 @@ int GetMySqlInfo::refuse(const char* tag, const std::string& reason) {
   return -1;
 }
 
-int GetMySqlInfo::checkCommandParts(const std::string& statement, bool bPing) {
-  if (strSaUser.empty()) return refuse(executeTag, "the instance has no account to connect as");
+int GetMySqlInfo::checkCommandParts(const char* tag, const std::string& statement, bool bPing) {
+  if (strSaUser.empty()) return refuse(tag, "the instance has no account to connect as");
   const struct {
     const char* name;
     const std::string& text;
@@ -65,12 +50,12 @@ int GetMySqlInfo::checkCommandParts(const std::string& statement, bool bPing) {
                {"port", strPort}};
   for (const auto& part : parts) {
     if (canStandUnquoted(part.text)) continue;
-    return refuse(executeTag, std::string("the ") + part.name + " [" + part.text +
-                                  "] holds a blank or a quote, which a client's command line cannot carry");
+    return refuse(tag, std::string("the ") + part.name + " [" + part.text +
+                           "] holds a blank or a quote, which a client's command line cannot carry");
   }
   if (bPing) return 0;
   const auto reason = orrery::mysql::reasonToRefuse("statement", statement, orrery::mysql::Quoting::none);
-  return reason ? refuse(executeTag, *reason) : 0;
+  return reason ? refuse(tag, *reason) : 0;
 }
 
 std::string GetMySqlInfo::commandLine(const std::string& program, const std::string& statement, bool bPing) {
@@ -90,7 +75,7 @@ int GetMySqlInfo::executeMySqlCommand(std::string statement, std::string& output
       evEvent.Debug(executeTag, "GetMySqlInfo Not Initialized...ABORT");
       return -1;
     }
-    if (checkCommandParts(statement, bPing) != 0) return -1;
+    if (checkCommandParts(executeTag, statement, bPing) != 0) return -1;
 
     const std::string program = bPing ? "mysqladmin" : "mysql";
     const KeptError before(*this);

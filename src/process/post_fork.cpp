@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "orrery/mysql/MySqlChildProcess.h"
+#include "orrery/platform/posix.h"
 
 #include "process/child_plan.h"
 #include "process/exit_codes.h"
@@ -25,9 +26,6 @@ namespace exitCode = orrery::mysql::exitCode;
 constexpr const char* tag = "MySqlChildProcess::PostFork";
 // On smaller machines the bare calls take 16-bit ids.
 static_assert(sizeof(void*) == 8, "64-bit Linux only");
-
-constexpr int firstOther = 3;
-constexpr int lastOther = 1024;
 
 [[noreturn]] void leave(int code) {
   _exit(code);
@@ -83,15 +81,6 @@ void redirectErrors(const char* path, const EvEvent& event) {
   }
 }
 
-/// Descriptors of the host that were not born close-on-exec. They close with exec and not before, so that a failing
-/// exec can still be logged.
-void closeOthersOnExec() {
-#if defined(SYS_close_range) && defined(CLOSE_RANGE_CLOEXEC)
-  if (syscall(SYS_close_range, firstOther, ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
-#endif
-  for (int fd = lastOther; fd >= firstOther; --fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
-}
-
 [[noreturn]] void execute(const ChildPlan& plan, bool cleanEnvironment, const EvEvent& event) {
   // The runner ignores SIGPIPE in the agent; a program expects it as it is by default.
   struct sigaction pipeSignal {};
@@ -122,7 +111,8 @@ void MySqlChildProcess::PostFork(void* param) {
   takeAccount(plan, event);
   redirectInputAndOutput(pw[0], cw[1], event);
   redirectErrors(plan.errFile.c_str(), event);
-  closeOthersOnExec();
+  // The host's descriptors close with exec and not before, so that a failing exec can still be logged.
+  orrery::platform::closeOthersOnExec();
   execute(plan, cleanEnvironment, event);
 }
 

@@ -26,20 +26,11 @@
 #include "session/guarded.h"
 
 using orrery::mysql::guarded;
-using orrery::platform::OwnFd;
+using orrery::platform::aboveStandardStreams;
 
 namespace {
 
 constexpr const char* initializeTag = "MySqlChildProcess::Initialize";
-constexpr int firstFree = 3;
-
-/// A descriptor above the standard streams: in a process that was started without them, a pipe's end could be one of
-/// them, and the child's redirections would overwrite it.
-int aboveStandardStreams(int fd) {
-  if (fd < 0 || fd >= firstFree) return fd;
-  const OwnFd low(fd);
-  return fcntl(low.get(), F_DUPFD_CLOEXEC, firstFree);
-}
 
 bool makePipe(int (&ends)[2]) {
   int made[2];
@@ -47,6 +38,10 @@ bool makePipe(int (&ends)[2]) {
   ends[0] = aboveStandardStreams(made[0]);
   ends[1] = aboveStandardStreams(made[1]);
   return ends[0] >= 0 && ends[1] >= 0;
+}
+
+int openNull(int mode) {
+  return aboveStandardStreams(open("/dev/null", mode | O_CLOEXEC));
 }
 
 /// Microseconds since the epoch, different for every run of this process: they name the run's error file.
@@ -137,6 +132,7 @@ int MySqlChildProcess::makePipes() {
     m_pEvent->Debug(tag, "signal failed: errno=%d", m_lastErr);
     return -1;
   }
+  if (m_withoutPipes) return openNullStreams();
   if (!makePipe(m_filedesCW)) {
     m_lastErr = errno;
     m_pEvent->Debug(tag, "pipe(m_filedesCW) call failed when creating m_phpipecw : errno=%d", m_lastErr);
@@ -149,6 +145,15 @@ int MySqlChildProcess::makePipes() {
     return -1;
   }
   return 0;
+}
+
+int MySqlChildProcess::openNullStreams() {
+  m_filedesPW[0] = openNull(O_RDONLY);
+  m_filedesCW[1] = m_filedesPW[0] < 0 ? -1 : openNull(O_WRONLY);
+  if (m_filedesCW[1] >= 0) return 0;
+  const int error = errno;
+  return refuse("MySqlChildProcess::DZ_CreateProcess", error,
+                "/dev/null cannot be opened: " + orrery::platform::errorText(error));
 }
 
 int MySqlChildProcess::DZ_CreateProcess(bool, bool, bool bCleanEnv) {

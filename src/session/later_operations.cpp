@@ -37,12 +37,6 @@ int GetMySqlInfo::LastLogName() {
 int GetMySqlInfo::FetchDBList(std::list<std::string>&) {
   return notBuiltYet("GetMySqlInfo::FetchDBList");
 }
-int GetMySqlInfo::StartServer(const char*) {
-  return notBuiltYet("GetMySqlInfo::StartServer");
-}
-int GetMySqlInfo::StopServer(const char*) {
-  return notBuiltYet("GetMySqlInfo::StopServer");
-}
 int GetMySqlInfo::getReplicationStatus(bool&, bool&, int&, std::string&) {
   return notBuiltYet("GetMySqlInfo::getReplicationStatus");
 }

@@ -90,10 +90,18 @@ void MariaDbSandbox::stop() {
 
 void MariaDbSandbox::crash() {
   if (pid_ <= 0 || ::kill(pid_, SIGKILL) != 0) throw std::runtime_error("there is no server to kill");
-  if (!waitUntil([this] { return runScript({"env", directory_}).find("PID=''") != std::string::npos; })) {
+  if (!waitUntil([this] { return hasEnded(); })) {
     throw std::runtime_error("the server did not end");
   }
   pid_ = -1;
+}
+
+std::string MariaDbSandbox::startCommand() const {
+  return std::string(ORRERY_MARIADB_SANDBOX) + " start " + directory_;
+}
+
+bool MariaDbSandbox::hasEnded() const {
+  return runScript({"env", directory_}).find("PID=''") != std::string::npos;
 }
 
 void MariaDbSandbox::start() {

@@ -51,6 +51,10 @@ class MariaDbSandbox {
   void crash();
   /// Starts a stopped or crashed server on its data.
   void start();
+  /// A shell command that does the same, for whoever is to start the server; pid() does not follow.
+  std::string startCommand() const;
+  /// Whether the server's process has ended, which is later than its last answer.
+  bool hasEnded() const;
 
  private:
   /// The object before its server: from here on the destructor stops whatever was started.

@@ -9,6 +9,7 @@
 #include "orrery/platform/home.h"
 
 #include "failure.h"
+#include "interrupt.h"
 #include "posix.h"
 
 namespace orrery::tool {
@@ -24,6 +25,7 @@ const platform::Services& Context::services() {
   auto services = std::make_shared<platform::Services>(*home);
   log_ = std::make_shared<TeeLog>(services->log, options_.verbosity);
   services->log = log_;
+  services->clock = std::make_shared<InterruptibleClock>(services->clock);
   installed_.emplace(std::move(services));
   // Settings that cannot be read are told at once: going on would act as if they were not there.
   std::map<std::string, std::string> settings;

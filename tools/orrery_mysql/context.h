@@ -65,5 +65,6 @@ void addInitCommand(CLI::App& program, Action& chosen);
 void addInstanceCommands(CLI::App& program, Action& chosen);
 void addSettingCommands(CLI::App& program, Action& chosen);
 void addServerCommands(CLI::App& program, Action& chosen);
+void addControlCommands(CLI::App& program, Action& chosen);
 
 }  // namespace orrery::tool

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -116,6 +117,31 @@ void InterruptGuard::forward() const {
 
 int interruptSignal() noexcept {
   return firstSignal;
+}
+
+void InterruptibleClock::sleep(std::int64_t milliseconds) noexcept {
+  constexpr std::int64_t step = 100;
+  for (; milliseconds > 0 && firstSignal == 0; milliseconds -= step) inner_->sleep(std::min(milliseconds, step));
+}
+
+ClientLimit::ClientLimit(std::chrono::steady_clock::time_point limit)
+    : thread_([this, limit] {
+        std::unique_lock lock(mutex_);
+        bool done = changed_.wait_until(lock, limit, [this] { return done_; });
+        while (!done) {
+          signalChildren(SIGTERM);
+          const std::chrono::milliseconds pause(kForwardEveryMilliseconds);
+          done = changed_.wait_for(lock, pause, [this] { return done_; });
+        }
+      }) {}
+
+ClientLimit::~ClientLimit() {
+  {
+    const std::lock_guard lock(mutex_);
+    done_ = true;
+  }
+  changed_.notify_one();
+  thread_.join();
 }
 
 void endBySignal(int signal) noexcept {

@@ -1,6 +1,14 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
 #include <thread>
+#include <utility>
+
+#include "orrery/platform/services.h"
 
 #include "posix.h"
 
@@ -29,6 +37,33 @@ class InterruptGuard {
 
 /// The signal that asked the program to stop, or 0.
 int interruptSignal() noexcept;
+
+/// The home's clock, whose sleeps end early when the user asks for the end.
+class InterruptibleClock final : public platform::Clock {
+ public:
+  explicit InterruptibleClock(std::shared_ptr<platform::Clock> inner) : inner_(std::move(inner)) {}
+  std::int64_t now() noexcept override { return inner_->now(); }
+  void sleep(std::int64_t milliseconds) noexcept override;
+
+ private:
+  std::shared_ptr<platform::Clock> inner_;
+};
+
+/// Ends client programs that still run when the limit passes, and those that start later, while the scope lasts. A
+/// client waits without limit for a server that took its connection and does not answer.
+class [[nodiscard]] ClientLimit {
+ public:
+  explicit ClientLimit(std::chrono::steady_clock::time_point limit);
+  ~ClientLimit();
+  ClientLimit(const ClientLimit&) = delete;
+  ClientLimit& operator=(const ClientLimit&) = delete;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool done_ = false;
+  std::thread thread_;
+};
 
 /// Ends the process by that signal's default action.
 void endBySignal(int signal) noexcept;

@@ -24,7 +24,7 @@ constexpr std::array kSettings{
     KnownSetting{"MySQL", "bManualServerStart", true, "0", kAnyNumber,
                  "other than 0: the server is not started after an enterprise restore"},
     KnownSetting{"MySQL", "sServerStartCmd", false, "", 0,
-                 "command that starts the server after an enterprise restore"},
+                 "command that starts a server; without it: service mysqld start"},
     KnownSetting{"MySQL", "nStartServerWaitTime", true, "180", kAnyNumber,
                  "seconds to wait for a server that was started"},
     KnownSetting{"Log", "nLevel", true, "0", 10, "highest level of debug lines that the log takes, 0 to 10"},

@@ -108,6 +108,7 @@ int run(int argc, char** argv) {
   addInstanceCommands(program, chosen);
   addSettingCommands(program, chosen);
   addServerCommands(program, chosen);
+  addControlCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
     program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -39,7 +39,8 @@ _orrery_mysql() {
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
-    --user | --version-hint | --client) return ;;
+    --user | --version-hint | --client | --wait) return ;;
+    --command) mapfile -t COMPREPLY < <(compgen -c -- "$current"); return ;;
   esac
 
   # The words of the command without options and their values.
@@ -58,6 +59,8 @@ _orrery_mysql() {
     'instance add'*) options="$global $fields --client" ;;
     'instance set'*) options="$global $fields" ;;
     'instance remove'*) options="$global --yes" ;;
+    'server start'*) options="$global --command --wait" ;;
+    'server stop'*) options="$global --command" ;;
     init*) options="$global --client --client-library" ;;
   esac
   if [[ $current == -* ]]; then
@@ -66,12 +69,14 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog server' -- "$current") ;;
     '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove' -- "$current") ;;
     '1 setting') mapfile -t COMPREPLY < <(compgen -W 'list get set' -- "$current") ;;
+    '1 server') mapfile -t COMPREPLY < <(compgen -W 'start stop' -- "$current") ;;
     '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'flush' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
-    '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush')
+    '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush' | \
+      '2 server start' | '2 server stop')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
 }

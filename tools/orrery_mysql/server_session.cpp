@@ -48,7 +48,7 @@ void ServerSession::fail(const std::string& what) const {
   throwSessionFailure(context_, record_, *session_, what);
 }
 
-void ServerSession::run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation) {
+int ServerSession::attempt(const Operation& operation) {
   int rc = 0;
   {
     const Progress progress("waiting for " + record_.name, context_.wantsProgress());
@@ -56,7 +56,11 @@ void ServerSession::run(const std::string& what, const std::function<int(GetMySq
     rc = operation(*session_);
   }
   if (interruptSignal() != 0) throw Interrupted();
-  if (rc != 0) fail(what + " " + record_.name);
+  return rc;
+}
+
+void ServerSession::run(const std::string& what, const Operation& operation) {
+  if (attempt(operation) != 0) fail(what + " " + record_.name);
 }
 
 bool ServerSession::readVariable(const std::string& name, std::string& value) {

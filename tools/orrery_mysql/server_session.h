@@ -20,14 +20,18 @@ class ServerSession {
   const std::string& instance() const noexcept { return record_.name; }
   GetMySqlInfo& operator*() noexcept { return *session_; }
 
-  /// Runs one operation with a sign of life. `what` says what failed, in front of the instance's name.
-  void run(const std::string& what, const std::function<int(GetMySqlInfo&)>& operation);
+  using Operation = std::function<int(GetMySqlInfo&)>;
+  /// Runs one operation with a sign of life and gives its result. Throws Interrupted when the user asked for the end.
+  int attempt(const Operation& operation);
+  /// The same, and throws Failure for a result other than 0. `what` says what failed, in front of the instance's name.
+  void run(const std::string& what, const Operation& operation);
   /// Reads a variable by its name. False when the server has none of that name.
   bool readVariable(const std::string& name, std::string& value);
+  /// Throws Failure with what the session knows of its last failure, or Interrupted. `what` says what failed.
+  [[noreturn]] void fail(const std::string& what) const;
 
  private:
   void open(bool commandMode);
-  [[noreturn]] void fail(const std::string& what) const;
 
   Context& context_;
   platform::InstanceRecord record_;

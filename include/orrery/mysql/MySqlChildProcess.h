@@ -54,6 +54,11 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
   /// a user name above the limits, or when the folder cannot be made.
   int Initialize(std::string cmd, GetMySqlInfo* info);
 
+  /// To be called before `DZ_CreateProcess`, for a command whose output nobody reads: its standard input and output are
+  /// /dev/null then. A pipe that nobody empties would stop a chatty child for ever, one that is closed would kill it,
+  /// and one that is kept open would let it wait for input. `WriteBuf` and `ReadBuf` fail.
+  void WithoutPipes() noexcept { m_withoutPipes = true; }
+
   /// Starts the child. The first two flags are accepted for the callers' sake and have no meaning on Linux. `bCleanEnv`
   /// replaces the environment by LD_LIBRARY_PATH=/lib64:/lib:/usr/lib:/usr/lib64. From the first call on, SIGPIPE is
   /// ignored in this process, for good. An account that does not exist runs the child as the agent, which is logged
@@ -101,6 +106,7 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
   ORRERY_MYSQL_HIDDEN int takeUser(const GetMySqlInfo* info);
   ORRERY_MYSQL_HIDDEN int prepareErrorFile();
   ORRERY_MYSQL_HIDDEN int makePipes();
+  ORRERY_MYSQL_HIDDEN int openNullStreams();
   ORRERY_MYSQL_HIDDEN void closePipes();
   ORRERY_MYSQL_HIDDEN int decodeStatus(int status);
 
@@ -118,5 +124,6 @@ class ORRERY_MYSQL_EXPORT MySqlChildProcess {
   std::int32_t m_lastErr = 0;
   std::string m_lastErrText;
   std::string m_jobFolder;
+  bool m_withoutPipes = false;
   EvEvent m_ownEvent;
 };

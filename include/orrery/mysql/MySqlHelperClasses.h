@@ -104,7 +104,24 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Start and stop replication.
   virtual int StartSlave();
   virtual int StopSlave();
+  /// Launches the command that starts the server, with /bin/sh, as the agent's own account. Null: "service mysqld
+  /// start". The command is logged as it is. 0 once it is launched: neither its end nor the server is waited for, see
+  /// PingServer. It outlives the agent, has no terminal, and its standard streams are /dev/null (see
+  /// DzProcess::StartProcess). -1 when it cannot be launched: the reason is logged and left as the last error (number
+  /// -1), and the job gets the critical event 0x57000056 with "Error while bringing up database server".
   virtual int StartServer(const char* startCommand);
+  /// Stops the server and waits until it answers no more. The command runs as the agent's own account and without a
+  /// shell: its first word is a path, and blanks and quotes part it as in a client's command line. Null: mysqladmin's
+  /// shutdown with the session's defaults file, and its successor where that name is missing. The command is logged as
+  /// it is, is waited for without limit, reads nothing, and its output is thrown away.
+  ///
+  /// 0 when the server answers no more; its process may need a moment longer to end. 0 also, and no command runs, when
+  /// it does not answer a ping to begin with, for whatever reason: the reason, a refused password say, is logged and
+  /// left as the last error. A stop leaves the last error as it was. -1 when a part of the built-in command line cannot
+  /// be carried (see executeMySqlCommand), when the command cannot be started or fails: the reason is logged and left
+  /// as the last error, and the job gets the critical event 0x57000056 with "Error while shutting down database server"
+  /// or with the command's error text. -1 also when the server still answers after three checks, 10 seconds apart,
+  /// which is only logged.
   virtual int StopServer(const char* stopCommand);
   virtual int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text);
   virtual int getDBProps(std::string db, std::string& createTime, unsigned long long& size);
@@ -180,6 +197,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// path, no account, a double quote in the statement), the client cannot be started, or it fails. Each call is a
   /// client of its own: no default database and no session variable lasts.
   int executeMySqlCommand(std::string statement, std::string& output, bool bPing);
+  /// Calls StopServer, as the object's own class has it.
+  int StopServerFn(const char* stopCommand);
   /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
   /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
   /// backslashes in this request and would check another database.
@@ -247,10 +266,14 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int runStatement(const char* tag, const std::string& statement);
   ORRERY_MYSQL_HIDDEN int runQuery(const char* tag, const std::string& statement, std::string& output);
   ORRERY_MYSQL_HIDDEN int runTableStatement(const char* tag, const std::string& db, const std::string& statement);
-  ORRERY_MYSQL_HIDDEN int checkCommandParts(const std::string& statement, bool bPing);
+  ORRERY_MYSQL_HIDDEN int checkCommandParts(const char* tag, const std::string& statement, bool bPing);
   ORRERY_MYSQL_HIDDEN std::string commandLine(const std::string& program, const std::string& statement, bool bPing);
   ORRERY_MYSQL_HIDDEN int runClient(const char* tag, const std::string& command, bool bPing, std::string& output);
   ORRERY_MYSQL_HIDDEN int rememberClientError(const char* tag, MySqlChildProcess& client);
+  ORRERY_MYSQL_HIDDEN bool answersPing();
+  ORRERY_MYSQL_HIDDEN std::string shutdownCommand();
+  ORRERY_MYSQL_HIDDEN int runStopCommand(const char* stopCommand);
+  ORRERY_MYSQL_HIDDEN int waitUntilDown();
   ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
 
   // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because

@@ -2,6 +2,9 @@
 
 #include <sys/types.h>
 
+#include <string>
+#include <vector>
+
 #include "orrery/platform/export.h"
 
 /// A child process: started, waited for, never left behind. The object is the only one that reaps its child.
@@ -37,6 +40,18 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
   /// Waits for the child to end and reaps it; `status` is as waitpid gives it. `timeout` in seconds; -1: no limit.
   /// Returns 1; 0 when the limit passed; -1 with the reason in `errorText` when there is no child to wait for.
   int WaitForProcessToEnd(int& status, char* errorText, int errorSize, int timeout);
+
+  /// Starts a program that is to outlive this process, and does not wait for it. `arguments[0]` is the program's path;
+  /// PATH is not searched. Returns 1 once the program has taken over. Otherwise 0, with the failed step and the
+  /// system's reason in `errorText`; nothing runs then. May be called from several threads at the same time.
+  ///
+  /// The program belongs to a session of its own and is no child of this process: whatever collects the orphans of the
+  /// system reaps it, so nobody here has to, and no signal of a terminal reaches it. It inherits environment, account,
+  /// folder and umask, and begins with no signal blocked and none ignored. No descriptor is inherited: its three
+  /// standard streams are /dev/null. A server that is started so keeps them for as long as it lives; a pipe to this
+  /// process would kill or block it later, a terminal would keep hold of it, and a file would grow with it unseen. A
+  /// shell command that wants its output kept says where.
+  static int StartProcess(const std::vector<std::string>& arguments, std::string& errorText);
 
   /// -1 before the start. Stays readable after the child was reaped, when it may be another process's.
   pid_t GetChildPid() const noexcept { return startedPid_; }

@@ -37,6 +37,15 @@ class OwnFd {
   int fd_;
 };
 
+/// `fd`; or, when it has the number of a standard stream, a close-on-exec copy with a higher one in its place. In a
+/// process that was started without its streams a new descriptor may get such a number, and a child's redirections
+/// would overwrite it. -1, with errno, for -1 and when there is no higher number; `fd` is closed then.
+ORRERY_PLATFORM_EXPORT int aboveStandardStreams(int fd) noexcept;
+
+/// Marks every descriptor but the standard streams close-on-exec, for those that were not born so. System calls only: a
+/// child may call it between fork and exec.
+ORRERY_PLATFORM_EXPORT void closeOthersOnExec() noexcept;
+
 /// The system's text for an errno value, safe from several threads.
 ORRERY_PLATFORM_EXPORT std::string errorText(int error);
 
