@@ -139,8 +139,9 @@ void ClientLibrary::attachThread() const {
 
 ConnectionHandle* ClientLibrary::newConnection() const {
   const std::lock_guard lock(setUpMutex());
-  attachThread();
-  return call.mysql_init(nullptr);
+  ConnectionHandle* const connection = call.mysql_init(nullptr);
+  attachThread();  // not before: libraries want their set-up to come first, and this thread is attached by it already
+  return connection;
 }
 
 }  // namespace orrery::mysql
