@@ -34,7 +34,12 @@ int MySqlInterface::RunQuery(std::string query, QueryResult* result) {
                   getLastError(), m_errStr.c_str());
       return -1;
     }
-    return result == nullptr ? 0 : storeResult(tag, *result);
+    if (result != nullptr) return storeResult(tag, *result);
+    // Rows that nobody wants have to be taken all the same: a connection with rows on the way takes no other request.
+    const auto& call = m_library->call;
+    if (call.mysql_field_count(m_pMySql) == 0) return 0;
+    if (orrery::mysql::ResultHandle* const rows = call.mysql_store_result(m_pMySql)) call.mysql_free_result(rows);
+    return 0;
   });
 }
 
