@@ -15,6 +15,7 @@ typedef struct connection {
   const char* text;
   int reconnects;
   int is_lost;
+  int has_rows; /* on the way: they must be stored before anything else is asked */
   struct stand_in_answer answer;
 } MYSQL;
 
@@ -63,6 +64,7 @@ static int fail(MYSQL* mysql, unsigned number, const char* text) {
 static int is_gone(MYSQL* mysql) {
   called();
   unsigned request = __atomic_add_fetch(&stand_in.requests, 1, __ATOMIC_SEQ_CST);
+  if (mysql->has_rows) return fail(mysql, 2014, "rows on the way");
   unsigned error = mysql->is_lost ? 2006 : 0;
   if (request == stand_in.lost_at) {
     mysql->is_lost = 1;
@@ -146,14 +148,15 @@ static struct stand_in_answer answer_to(const char* statement, size_t length) {
 
 int mysql_real_query(MYSQL* mysql, const char* statement, unsigned long length) {
   note("query %.*s\n", (int)length, statement);
-  memset(&mysql->answer, 0, sizeof mysql->answer);
   if (is_gone(mysql)) return 1;
   mysql->answer = answer_to(statement, length);
+  mysql->has_rows = mysql->answer.error == 0 && mysql->answer.fields != 0;
   return fail(mysql, mysql->answer.error, mysql->answer.text);
 }
 
 MYSQL_RES* mysql_store_result(MYSQL* mysql) {
   called();
+  mysql->has_rows = 0;
   if (mysql->answer.fields == 0) return NULL;
   if (mysql->answer.cannot_store) {
     fail(mysql, 2008, "out of memory");

@@ -47,6 +47,14 @@ TEST_F(Query, WithoutAResultSetYieldsTheNumberOfChangedRows) {
   EXPECT_TRUE(logged("[ MySqlInterface::RunQuery ] zero rows returned..."));
 }
 
+TEST_F(Query, WhoseRowsNobodyWantsLeavesAUsableConnection) {
+  Loaded loaded("unknown");
+  loaded.library.give("SELECT a", 1, {"1"});
+  EXPECT_EQ(loaded.server.RunQuery("SELECT a", nullptr), 0);
+  EXPECT_EQ(loaded.server.RunQuery("SET a=1", nullptr), 0);
+  EXPECT_EQ(loaded.server.PingServer(), 0);
+}
+
 TEST_F(Query, FailuresLeaveTheLibrarysNumberAndText) {
   Loaded loaded("unknown");
   Result result(loaded);
