@@ -78,7 +78,7 @@ void GetMySqlInfoExt::appendToDefaultsFile(const char* tag) {
   file->open(strConfigPwdFile, DZFile::modeWrite);
   file->seekToEnd();
   const auto append = [&](const char* option, const std::string& path) {
-    const std::string line = option + ("\"" + path + "\"");
+    std::string line = option + ("\"" + path + "\"");
     file->write((line + "\n").data(), line.size() + 1);
     if (orrery::mysql::readOptionLine(line) != path) {
       evEvent.Error(tag,

@@ -125,12 +125,17 @@ int MySqlInterface::GetConnection() {
   constexpr const char* tag = "MySqlInterface::GetConnection";
   return guarded(EvEvent(), tag, [&] {
     if (m_library == nullptr) return fail(ownError, "no client library is loaded");
-    m_library->attachThread();
-    if (m_pMySql != nullptr && !m_isLost) return 0;
+    if (m_pMySql != nullptr && !m_isLost) {
+      m_library->attachThread();
+      return 0;
+    }
     // A library that could make the connection again in plain text is not let do so; it is made anew here.
     const std::string database = std::exchange(m_database, {});
     dropConnection();
-    if (connect(tag) != 0) return -1;
+    if (connect(tag) != 0) {
+      m_database = database;  // for the attempt that reaches the server
+      return -1;
+    }
     return database.empty() ? 0 : UseDatabase(database);
   });
 }
@@ -211,21 +216,22 @@ bool MySqlInterface::isEncrypted() {
 }
 
 void MySqlInterface::dropConnection() {
+  m_database.clear();
   if (m_pMySql == nullptr) return;
   m_library->attachThread();
   m_library->call.mysql_close(m_pMySql);
   m_pMySql = nullptr;
   m_bConnected = false;
   m_isLost = false;
-  m_database.clear();
 }
 
 void MySqlInterface::Disconnect() {
   constexpr const char* tag = "MySqlInterface::Disconnect";
-  if (m_pMySql == nullptr) return;
   guarded(EvEvent(), tag, [&] {
     m_log->look();
+    const bool wasConnected = m_pMySql != nullptr;
     dropConnection();
+    if (!wasConnected) return 0;
     m_log->line("[ %s ] MySQL Disconnected Gracefully", tag);
     return 0;
   });

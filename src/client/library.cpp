@@ -40,6 +40,9 @@ ClientLibrary::MissingSymbol textsFor(const std::string& name) {
 /// is safe even when every connection and every handle is gone by then.
 class ThreadAttachments {
  public:
+  ThreadAttachments() = default;
+  ThreadAttachments(const ThreadAttachments&) = delete;
+  ThreadAttachments& operator=(const ThreadAttachments&) = delete;
   ~ThreadAttachments() {
     ended_ = true;
     for (const OptionalFunctions& library : attached_) {
@@ -79,7 +82,7 @@ std::unique_ptr<ClientLibrary> ClientLibrary::open(const std::string& path, std:
   // libraries leave per-thread state and hooks behind that run when a thread ends, after the last handle is closed.
   void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
   if (handle != nullptr) return std::unique_ptr<ClientLibrary>(new ClientLibrary(handle));
-  const char* text = dlerror();
+  const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps one text per thread
   error = text == nullptr ? "" : text;
   return nullptr;
 }
@@ -139,8 +142,9 @@ void ClientLibrary::attachThread() const {
 
 ConnectionHandle* ClientLibrary::newConnection() const {
   const std::lock_guard lock(setUpMutex());
-  attachThread();
-  return call.mysql_init(nullptr);
+  ConnectionHandle* const connection = call.mysql_init(nullptr);
+  attachThread();  // not before: libraries want their set-up to come first, and this thread is attached by it already
+  return connection;
 }
 
 }  // namespace orrery::mysql

@@ -69,8 +69,9 @@ class ClientLibrary {
 
   ClientFamily family(bool hasCa) const;
 
-  /// Makes the library ready for the calling thread; to be called before every use of it, costs next to nothing after
-  /// the first. The thread's state is released when the thread ends.
+  /// Makes the library ready for the calling thread; to be called before every use of it but `newConnection`, costs
+  /// next to nothing after the first. A connection was made before, on any thread. The thread's state is released when
+  /// the thread ends.
   void attachThread() const;
   /// mysql_init, one at a time in the process: the first one of a library sets it up and is not safe by itself.
   ConnectionHandle* newConnection() const;

@@ -18,7 +18,7 @@ class LogTarget {
   bool isWanted() const noexcept { return isRedirected_ || isLogged_; }
 
   void line(const char* format, ...) noexcept ORRERY_PRINTF(2, 3);
-  void vline(const char* format, __builtin_va_list arguments) noexcept;
+  void vline(const char* format, __builtin_va_list arguments) noexcept ORRERY_PRINTF(2, 0);
 
  private:
   bool appendToRedirectFile(const char* message) noexcept;

@@ -284,6 +284,7 @@ int MySqlInterface::QuiesceDB() {
 
 int MySqlInterface::UnQuiesceDB() {
   return guarded(EvEvent(), "MySqlInterface::UnQuiesceDB", [&] {
+    m_readLockWasLost = false;
     if (m_holdsReadLock) {
       Texts row;
       const bool isThere = firstRow("SELECT @orrery_read_lock", 1, row) == 0 && !row.empty() && row.front() == "1";

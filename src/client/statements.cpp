@@ -8,11 +8,14 @@
 #include "orrery/platform/EvEvent.h"
 
 #include "access/dialect.h"
+#include "access/identifiers.h"
 #include "client/library.h"
 #include "client/log_target.h"
 #include "session/guarded.h"
 
+using orrery::mysql::Carrier;
 using orrery::mysql::guarded;
+using orrery::mysql::Quoting;
 
 int MySqlInterface::RunQuery(std::string query, QueryResult* result) {
   constexpr const char* tag = "MySqlInterface::RunQuery";
@@ -31,7 +34,12 @@ int MySqlInterface::RunQuery(std::string query, QueryResult* result) {
                   getLastError(), m_errStr.c_str());
       return -1;
     }
-    return result == nullptr ? 0 : storeResult(tag, *result);
+    if (result != nullptr) return storeResult(tag, *result);
+    // Rows that nobody wants have to be taken all the same: a connection with rows on the way takes no other request.
+    const auto& call = m_library->call;
+    if (call.mysql_field_count(m_pMySql) == 0) return 0;
+    if (orrery::mysql::ResultHandle* const rows = call.mysql_store_result(m_pMySql)) call.mysql_free_result(rows);
+    return 0;
   });
 }
 
@@ -58,15 +66,20 @@ int MySqlInterface::storeResult(const char* tag, QueryResult& result) {
 }
 
 void MySqlInterface::releaseRows(QueryResult& result) {
-  if (result.result != nullptr && m_library != nullptr) m_library->call.mysql_free_result(result.result);
+  if (result.result != nullptr && m_library != nullptr) {
+    m_library->attachThread();
+    m_library->call.mysql_free_result(result.result);
+  }
   result = QueryResult();
 }
 
 int MySqlInterface::FreeResultSet(QueryResult*& result) {
   if (result == nullptr) return 0;
-  releaseRows(*result);
-  delete std::exchange(result, nullptr);
-  return 0;
+  return guarded(EvEvent(), "MySqlInterface::FreeResultSet", [&] {
+    releaseRows(*result);
+    delete std::exchange(result, nullptr);
+    return 0;
+  });
 }
 
 int MySqlInterface::FetchNextRow(QueryResult* result, std::list<std::string>& row) {
@@ -74,10 +87,12 @@ int MySqlInterface::FetchNextRow(QueryResult* result, std::list<std::string>& ro
   return guarded(EvEvent(), tag, [&] {
     m_log->lookAtRow();
     if (result == nullptr || result->result == nullptr || m_library == nullptr) {
+      m_log->look();
       m_log->line("[%s] QueryResult is NULL.", tag);
       return fail(-1, "MYSQL_RES set is NULL");
     }
     ResetErrors();
+    m_library->attachThread();
     const auto& call = m_library->call;
     char** const columns = call.mysql_fetch_row(result->result);
     if (columns == nullptr) {
@@ -122,6 +137,9 @@ int MySqlInterface::UseDatabase(std::string db) {
   constexpr const char* tag = "MySqlInterface::UseDatabase";
   return guarded(EvEvent(), tag, [&] {
     m_log->look();
+    // The library takes a text that ends at its first null, which would be the name of another database.
+    const auto reason = orrery::mysql::reasonToRefuse("database name", db, Quoting::none, Carrier::connection);
+    if (reason) return refuse(tag, *reason);
     if (GetConnection() != 0) {
       m_log->line("[ %s ] connection creation failed:%s", tag, m_errStr.c_str());
       return -1;

@@ -1,12 +1,17 @@
 // Agents are built against the table of operations: a slot that moved would call another operation. With this
 // platform's C++ ABI a pointer to a virtual member holds 1 plus the offset of its slot in the table.
 
+#include <array>
 #include <cstdint>
 #include <cstring>
+#include <set>
 
 #include <gtest/gtest.h>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlHelperClassesExt.h"
+
+#include "session/session_fixture.h"
 
 namespace {
 
@@ -70,6 +75,53 @@ TEST(Slots, HoldEveryOperationInOrder) {
   EXPECT_EQ(slotOf(&GetMySqlInfo::isMySQL8orMore), next++);
   EXPECT_EQ(slotOf(&GetMySqlInfo::isVersionGreaterThan), next++);
   EXPECT_EQ(next, 48) << "47 slots, the destructor's two included";
+}
+
+constexpr std::size_t slots = 47;
+
+std::array<void*, slots> tableOf(const GetMySqlInfo& object) {
+  void** table = nullptr;
+  std::memcpy(&table, static_cast<const void*>(&object), sizeof(table));
+  std::array<void*, slots> entries{};
+  std::memcpy(entries.data(), table, sizeof(entries));
+  return entries;
+}
+
+// A request that library mode forgot to override would run a client beside the connection.
+TEST(Slots, OfLibraryModeAreItsOwnButForSix) {
+  const std::set<int> kept = {slotOf(&GetMySqlInfo::FindAllDatabasePaths),
+                              slotOf(static_cast<int (GetMySqlInfo::*)(MySqlInstance*)>(&GetMySqlInfo::Init)),
+                              slotOf(&GetMySqlInfo::CheckDBPresence),
+                              slotOf(&GetMySqlInfo::StartServer),
+                              slotOf(&GetMySqlInfo::StopServer),
+                              slotOf(&GetMySqlInfo::recoverTable)};
+  const GetMySqlInfo base;
+  const GetMySqlInfoExt derived;
+  const auto ofBase = tableOf(base);
+  const auto ofDerived = tableOf(derived);
+  for (std::size_t i = 0; i < slots; ++i) {
+    const int slot = static_cast<int>(i) + 1;
+    EXPECT_EQ(ofBase[i] == ofDerived[i], kept.count(slot) == 1) << "slot " << slot;
+  }
+}
+
+using SlotsThroughABasePointer = orrery::test::SessionTest;
+
+TEST_F(SlotsThroughABasePointer, ReachTheBaseWhereLibraryModeKeepsIt) {
+  GetMySqlInfoExt session;
+  GetMySqlInfo* const base = &session;
+  std::map<std::string, std::string> paths;
+  std::string db = "/d";
+  bool present = false;
+  base->FindAllDatabasePaths(paths);
+  base->CheckDBPresence(db, present);
+  base->recoverTable("d", "t", "p", "x");
+  for (const auto& line : backend_.log().entries()) {
+    EXPECT_EQ(line.tag.find("GetMySqlInfoExt"), std::string::npos) << line.tag;
+  }
+  EXPECT_FALSE(backend_.log().entries().empty());
+  base->PingServer();
+  EXPECT_EQ(backend_.log().entries().back().tag, "GetMySqlInfoExt::PingServer");
 }
 
 int destroyed = 0;
