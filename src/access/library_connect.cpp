@@ -43,6 +43,16 @@ void GetMySqlInfoExt::forgetConnectionFields() {
   strPort.clear();
 }
 
+/// What an earlier server of this object left behind. An instance that cannot be read would otherwise be taken for it.
+void GetMySqlInfoExt::forgetEarlierServer() {
+  m_Conn.reset();
+  for (std::string* text :
+       {&strSocketFile, &strSaUser, &strSaPassword, &strHost, &strPort, &strSslCa, &strSslKey, &strSslCert}) {
+    text->clear();
+  }
+  ulClientId = 0;
+}
+
 GetMySqlInfoExt::~GetMySqlInfoExt() {
   m_Conn.reset();  // before the base removes the defaults file, which the connection's TLS files were written to
 }
@@ -50,6 +60,7 @@ GetMySqlInfoExt::~GetMySqlInfoExt() {
 int GetMySqlInfoExt::Init(ApplicationId application) {
   constexpr const char* tag = "GetMySqlInfoExt::Init(ApplicationId appId)";
   return guarded(evEvent, tag, [&] {
+    forgetEarlierServer();
     // Kept: the result does not count. What the connection needs is tested by ConnectToDB, and an instance whose
     // defaults file cannot be written can still be reached through the library.
     static_cast<void>(GetMySqlInfo::Init(application));
@@ -60,6 +71,7 @@ int GetMySqlInfoExt::Init(ApplicationId application) {
 int GetMySqlInfoExt::Init(long instanceId) {
   constexpr const char* tag = "GetMySqlInfoExt::Init(InstanceID)";
   return guarded(evEvent, tag, [&] {
+    forgetEarlierServer();
     static_cast<void>(GetMySqlInfo::Init(instanceId));  // as above
     return ConnectToDB();
   });
@@ -84,6 +96,12 @@ int GetMySqlInfoExt::ConnectToDB() {
   constexpr const char* tag = "GetMySqlInfoExt::ConnectToDB";
   return guarded(evEvent, tag, [&] {
     m_Conn.reset();  // whatever fails below, nothing may go to an earlier server
+    if (strSocketFile.empty()) {
+      // A client library would take its own default, and the session would speak to a server that nobody meant.
+      SetErrorStatus(-1, "the instance has no socket or address");
+      evEvent.Error(tag, "%s", strErrorString.c_str());
+      return -1;
+    }
     fillLibraryPath();
     Secret password;
     if (!orrery::mysql::openPassword(strSaPassword, password.text())) {
@@ -130,6 +148,9 @@ int GetMySqlInfoExt::prepareConnection(const char* tag) {
 int GetMySqlInfoExt::Init(MySqlServer server) {
   constexpr const char* tag = "GetMySqlInfoExt::Init(MySqlServer)";
   return guarded(evEvent, tag, [&] {
+    forgetEarlierServer();
+    if (bInitialized) DeleteConfFile();  // of an instance: its password is not this server's
+    strConfigPwdFile.clear();
     strSaUser = server.GetSaUser();
     strSaPassword = server.GetPasswd();
     strSocketFile = server.GetSocketFile();
@@ -137,9 +158,6 @@ int GetMySqlInfoExt::Init(MySqlServer server) {
     strSslCa = server.GetSslCa();
     strSslKey = server.GetSslKey();
     strSslCert = server.GetSslCert();
-    strHost.clear();
-    strPort.clear();
-    m_Conn.reset();
     fillLibraryPath();
     // The record's password is plain, unlike an instance's.
     if (isAddress(strSocketFile)) {

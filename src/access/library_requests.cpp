@@ -162,7 +162,8 @@ int GetMySqlInfoExt::DropDB(std::string db) {
         evEvent.Debug(tag, "Database [%s] does not exist. Ignoring the failure to drop db.", db.c_str());
         return 0;
       }
-      if (--attempts == 0) break;
+      // An error of the library's own, a refused name for one, will be the same the next time.
+      if (--attempts == 0 || error == -1) break;
       orrery::platform::services().clock->sleep(pauseBetweenDrops);
     }
     if (error == 0) {

@@ -4,10 +4,12 @@
 
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 #include "orrery/mysql/MySqlInterface.h"
 #include "orrery/platform/DZFile.h"
+#include "orrery/platform/services.h"
 
 #include "session/guarded.h"
 #include "session/option_file.h"
@@ -24,7 +26,7 @@ constexpr int keyMissing = 0x57000068;
 bool GetMySqlInfoExt::sslConnect() {
   constexpr const char* tag = "GetMySqlInfoExt::sslConnect";
   return orrery::mysql::guarded(evEvent, tag, [&] {
-           takeTlsFilesFromSettings(tag);
+           if (!takeTlsFilesFromSettings(tag)) return -1;
            updateUseSsl();
            if (!bUseSsl) {
              evEvent.Debug(tag, "SSL not configured for the server.");
@@ -37,13 +39,30 @@ bool GetMySqlInfoExt::sslConnect() {
          }) == 0;
 }
 
-void GetMySqlInfoExt::takeTlsFilesFromSettings(const char* tag) {
+/// False when the settings cannot be read: an instance whose TLS files stand there would be spoken to in plain text.
+bool GetMySqlInfoExt::takeTlsFilesFromSettings(const char* tag) {
+  std::optional<std::string> stored;
+  const auto status = orrery::platform::services().settings->read("MySQL", "bSSLEnabled", stored);
+  if (!status.ok()) return refuseUnreadableSettings(tag, status.text);
   long enabled = 0;
-  if (!m_platformInfo.getNumber("MySQL", "bSSLEnabled", enabled) || enabled == 0) return;
+  if (!m_platformInfo.getNumber("MySQL", "bSSLEnabled", enabled) || enabled == 0) return true;
   evEvent.Debug(tag, " SSL regkey Enabled, looking for ssl params.");
-  m_platformInfo.getString("MySQL", "sSslCa", strSslCa);
-  m_platformInfo.getString("MySQL", "sSslKey", strSslKey);
-  m_platformInfo.getString("MySQL", "sSslCert", strSslCert);
+  const struct {
+    const char* key;
+    std::string& path;
+  } files[] = {{"sSslCa", strSslCa}, {"sSslKey", strSslKey}, {"sSslCert", strSslCert}};
+  for (const auto& file : files) {
+    const auto fileStatus = orrery::platform::services().settings->read("MySQL", file.key, stored);
+    if (!fileStatus.ok()) return refuseUnreadableSettings(tag, fileStatus.text);
+    file.path = stored.value_or("");
+  }
+  return true;
+}
+
+bool GetMySqlInfoExt::refuseUnreadableSettings(const char* tag, const std::string& reason) {
+  SetErrorStatus(-1, "the settings for TLS cannot be read: " + reason);
+  evEvent.Error(tag, "%s", strErrorString.c_str());
+  return false;
 }
 
 bool GetMySqlInfoExt::haveTlsFiles(const char* tag) {

@@ -78,6 +78,10 @@ std::string ClientLibrary::MissingSymbol::logLine(const std::string& tag) const 
 }
 
 std::unique_ptr<ClientLibrary> ClientLibrary::open(const std::string& path, std::string& error) {
+  if (path.empty()) {
+    error = "no client library is named";  // to the loader it would be the program itself
+    return nullptr;
+  }
   // RTLD_LOCAL: a host's own client library of another generation keeps its symbols apart from these. RTLD_NODELETE:
   // libraries leave per-thread state and hooks behind that run when a thread ends, after the last handle is closed.
   void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);

@@ -27,6 +27,11 @@ std::optional<std::string> reasonToRefuse(const char* what, const std::string& n
   return orrery::mysql::reasonToRefuse(what, name, quoting, Carrier::connection);
 }
 
+/// A number of the client library's own (errmsg.h): there is no connection. Other numbers come from a server that is.
+bool isClientError(int number) {
+  return number >= 2000 && number < 3000;
+}
+
 std::string inBackTicks(const std::string& name) {
   return "`" + name + "`";
 }
@@ -239,7 +244,9 @@ int MySqlInterface::DropDB(std::string db) {
   constexpr const char* tag = "MySqlInterface::DropDB";
   return guarded(EvEvent(), tag, [&] {
     if (const auto reason = reasonToRefuse("database name", db, Quoting::backTicks)) return refuse(tag, *reason);
-    return RunQuery("DROP DATABASE " + inBackTicks(db), nullptr);
+    if (RunQuery("DROP DATABASE " + inBackTicks(db), nullptr) != 0) return -1;
+    if (m_database == db) m_database.clear();
+    return 0;
   });
 }
 
@@ -287,8 +294,11 @@ int MySqlInterface::UnQuiesceDB() {
     m_readLockWasLost = false;
     if (m_holdsReadLock) {
       Texts row;
-      const bool isThere = firstRow("SELECT @orrery_read_lock", 1, row) == 0 && !row.empty() && row.front() == "1";
-      m_readLockWasLost = !isThere;
+      if (firstRow("SELECT @orrery_read_lock", 1, row) == 0) {
+        m_readLockWasLost = row.empty() || row.front() != "1";
+      } else {
+        m_readLockWasLost = isClientError(getLastError());
+      }
       m_holdsReadLock = false;
     }
     return RunQuery("UNLOCK TABLES", nullptr);

@@ -55,7 +55,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// Hands the TLS files of the instance, or those of the settings when "bSSLEnabled" of section "MySQL" is set, to the
   /// connection and appends them to the defaults file, for clients that are started with it. True also when there are
   /// none. False when one does not exist; `iErrorCode` then holds 0x57000066 for the CA, 0x57000067 for the
-  /// certificate, 0x57000068 for the key.
+  /// certificate, 0x57000068 for the key; -1 when the settings cannot be read, which must not pass for "no files".
   bool sslConnect();
   /// Closes the connection; the next request makes a new one. Needs a connection object. Always 0.
   int Disconnect();
@@ -119,16 +119,18 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
 
  private:
   ORRERY_MYSQL_HIDDEN void forgetConnectionFields();
+  ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
   ORRERY_MYSQL_HIDDEN void fillLibraryPath();
   ORRERY_MYSQL_HIDDEN int prepareConnection(const char* tag);
-  ORRERY_MYSQL_HIDDEN void takeTlsFilesFromSettings(const char* tag);
+  ORRERY_MYSQL_HIDDEN bool takeTlsFilesFromSettings(const char* tag);
+  ORRERY_MYSQL_HIDDEN bool refuseUnreadableSettings(const char* tag, const std::string& reason);
   ORRERY_MYSQL_HIDDEN bool haveTlsFiles(const char* tag);
   ORRERY_MYSQL_HIDDEN void appendToDefaultsFile(const char* tag);
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
-  /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a result for which
-  /// `failed` holds is told by `tell` and becomes -1.
+  /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a failure is told
+  /// by `tell` and left in the session.
   template <class Request, class Tell>
   int forward(const char* tag, const char* nullText, Request request, Tell tell);
 

@@ -60,7 +60,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   MySqlInterface& operator=(const MySqlInterface&) = delete;
 
   /// Loads the library with its symbols local to it and finds the functions. A function that is missing is named in
-  /// the log and in the error text. An earlier library of this object is let go first, with its connection.
+  /// the log and in the error text. An earlier library of this object is let go first, with its connection; its
+  /// results must have been released.
   int LoadAndInitialize(std::string libraryPath);
 
   /// Asks for TLS from the next connection on. Files in PEM form; empty ones are not used. `capath` and `cipher` are
@@ -108,7 +109,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   int FetchMasterInfo(std::string& info);
   /// Current binary log. A server without binary logging has no such row: -1.
   int GetLastLogName(std::string& name);
-  /// Appends the names of the binary logs, oldest first; then rotates the logs when `flushAfter` is set.
+  /// Appends the names of the binary logs, oldest first; then rotates the logs when `flushAfter` is set. A rotation
+  /// that fails leaves the names in the list.
   int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
   /// Appends the names of all databases.
   int FetchDBList(std::list<std::string>& databases);

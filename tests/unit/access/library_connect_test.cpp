@@ -85,6 +85,36 @@ TEST_F(LibraryConnect, ASecondTimeClosesTheFirstConnection) {
   EXPECT_EQ(session_.PingServer(), -1) << "nothing may go to the earlier server";
 }
 
+TEST_F(LibraryConnect, AnUnknownInstanceIsNeitherTheEarlierOneNorTheMachinesDefault) {
+  EXPECT_EQ(session_.Init(99999L), -1);
+  ASSERT_EQ(session_.Init(id()), 0);
+  EXPECT_EQ(session_.Init(99999L), -1);
+  EXPECT_EQ(failure(), "-1 the instance has no socket or address");
+  EXPECT_EQ(session_.PingServer(), -1);
+  EXPECT_EQ(library_->inits, 0U);
+}
+
+TEST_F(LibraryConnect, SettingsThatCannotBeReadAreNoReasonForPlainText) {
+  backend_.setSetting("MySQL", "bSSLEnabled", "1");
+  backend_.setSetting("MySQL", "sSslCa", "/etc/hostname");
+  for (const char* key : {"bSSLEnabled", "sSslCa", "sSslKey", "sSslCert"}) {
+    backend_.failures().failWhen("Settings::read", key, Status::failure("torn"));
+    GetMySqlInfoExt session;
+    EXPECT_EQ(session.Init(id()), -1) << key;
+    EXPECT_EQ(session.strErrorString, "the settings for TLS cannot be read: torn");
+    backend_.failures().clear();
+  }
+}
+
+TEST_F(LibraryConnect, ARecordAfterAnInstanceLeavesNothingOfTheInstance) {
+  ASSERT_EQ(session_.Init(id()), 0);
+  MySqlServer record;
+  record.SetSocketFile("/run/r.sock");
+  ASSERT_EQ(session_.Init(record), 0);
+  EXPECT_TRUE(backend_.leftovers().empty()) << "the instance's password is not this server's";
+  EXPECT_FALSE(session_.bInitialized);
+}
+
 TEST_F(LibraryConnect, ARecordsPasswordIsPlainAndItsAddressIsTakenApart) {
   MySqlServer record;
   record.SetSaUser("root");
