@@ -1,10 +1,13 @@
 #include "orrery/platform/DZFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "orrery/platform/services.h"
 
 using orrery::platform::OwnFd;
 
@@ -56,6 +59,29 @@ int DZFile::write(const void* bytes, std::size_t size) noexcept {
   if (static_cast<std::size_t>(count) == size) return 0;
   lastError_ = ENOSPC;
   return -2;
+}
+
+int DZFile::lock(int mode, int seconds) noexcept {
+  constexpr int stepsPerSecond = 10;
+  if (mode != 0) {
+    lastError_ = EINVAL;
+    return -1;
+  }
+  for (int step = 0;; ++step) {
+    if (::flock(file_.get(), LOCK_EX | LOCK_NB) == 0) return 1;
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      lastError_ = errno;
+      return -1;
+    }
+    if (step >= seconds * stepsPerSecond) return 0;
+    orrery::platform::services().clock->sleep(1000 / stepsPerSecond);
+  }
+}
+
+int DZFile::unlock() noexcept {
+  if (::flock(file_.get(), LOCK_UN) == 0) return 0;
+  lastError_ = errno;
+  return -1;
 }
 
 int DZFile::close() noexcept {

@@ -3,18 +3,6 @@
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 
-int GetMySqlInfoExt::FindBinLogStatus() {
-  return notBuiltYet("GetMySqlInfoExt::FindBinLogStatus");
-}
-int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, long*, long*) {
-  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
-}
-int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, bool) {
-  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
-}
-int GetMySqlInfoExt::LastLogName() {
-  return notBuiltYet("GetMySqlInfoExt::LastLogName");
-}
 int GetMySqlInfoExt::FetchDBList(std::list<std::string>&) {
   return notBuiltYet("GetMySqlInfoExt::FetchDBList");
 }

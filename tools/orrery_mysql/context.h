@@ -48,6 +48,9 @@ class Context {
   void note(const std::string& text) const;
   /// How servers are reached: "auto", "command" or "library".
   const std::string& access() const noexcept { return options_.access; }
+  /// Makes the program end with another exit status than that of success: of a program that it ran for the user.
+  void setExitStatus(int status) noexcept { exitStatus_ = status; }
+  int exitStatus() const noexcept { return exitStatus_; }
   /// Whether a sign of life may be drawn on the terminal.
   bool wantsProgress() const noexcept { return options_.format == Format::table && options_.verbosity == 0; }
 
@@ -55,6 +58,7 @@ class Context {
   GlobalOptions options_;
   std::shared_ptr<TeeLog> log_;
   std::optional<platform::ScopedServices> installed_;
+  int exitStatus_ = 0;
 };
 
 /// What a command line asks for. Parsing puts it together; it runs once parsing is done.
@@ -65,5 +69,7 @@ void addInitCommand(CLI::App& program, Action& chosen);
 void addInstanceCommands(CLI::App& program, Action& chosen);
 void addSettingCommands(CLI::App& program, Action& chosen);
 void addServerCommands(CLI::App& program, Action& chosen);
+void addBinlogCommands(CLI::App& program, Action& chosen);
+void addReplicaCommands(CLI::App& program, Action& chosen);
 
 }  // namespace orrery::tool

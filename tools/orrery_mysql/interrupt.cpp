@@ -27,6 +27,7 @@ constexpr int kForwardEveryMilliseconds = 100;
 std::atomic<int> firstSignal{0};
 std::atomic<int> signalCount{0};
 std::atomic<int> wakeDescriptor{-1};
+std::atomic<bool> handedOnOnce{false};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void remember(int signal) {
@@ -109,13 +110,26 @@ void InterruptGuard::forward() const {
     }
     if (firstSignal != 0) {
       signalChildren(signalCount > 1 ? SIGKILL : firstSignal.load());
-      timeout = kForwardEveryMilliseconds;
+      timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
     }
   }
 }
 
 int interruptSignal() noexcept {
   return firstSignal;
+}
+
+void forgetInterrupt() noexcept {
+  firstSignal = 0;
+  signalCount = 0;
+}
+
+HandedOnOnce::HandedOnOnce() noexcept {
+  handedOnOnce = true;
+}
+
+HandedOnOnce::~HandedOnOnce() {
+  handedOnOnce = false;
 }
 
 void endBySignal(int signal) noexcept {

@@ -22,7 +22,7 @@
 namespace orrery::tool {
 namespace {
 
-enum ExitStatus { exitDone = 0, exitFailed = 1, exitWrongUsage = 2 };
+enum ExitStatus { exitFailed = 1, exitWrongUsage = 2 };
 
 /// "--name=" says that the value is empty, but the parser would take the next argument for it.
 std::vector<std::string> withEmptyValues(int argc, char** argv) {
@@ -86,7 +86,7 @@ int runChosen(const Action& action, const GlobalOptions& options) {
   try {
     Context context(options);
     action(context);
-    return exitDone;
+    return context.exitStatus();
   } catch (const Interrupted&) {
     return exitFailed;
   } catch (const WrongUsage& error) {
@@ -108,6 +108,8 @@ int run(int argc, char** argv) {
   addInstanceCommands(program, chosen);
   addSettingCommands(program, chosen);
   addServerCommands(program, chosen);
+  addBinlogCommands(program, chosen);
+  addReplicaCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
     program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

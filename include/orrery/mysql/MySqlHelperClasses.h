@@ -77,17 +77,21 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Reads a server variable. `name` is a LIKE pattern; one that could end its quoting is refused. A variable that does
   /// not exist yields an empty value and 0.
   virtual int QueryVariable(std::string name, std::string& value);
-  /// Whether binary logging is on: 0 off, 1 on, 2 unknown.
+  /// Whether binary logging is on: 1 on, 0 off, -1 when that cannot be told. Sets `iSessionMode`.
   virtual int FindBinLogStatus();
   /// Directory of the binary logs; empty when binary logging is off.
   virtual int GetLogBinPath(std::string& path);
   /// `max_allowed_packet` in bytes.
   virtual int GetMaxAllowedPacket(long long& size);
-  /// Binary logs with their first and last number.
+  /// Append the names of all binary logs, oldest first; nothing when binary logging is off, which is a success. The
+  /// first one reads the numbers at the end of the list's first and last name; they stay as they are when nothing is
+  /// listed or a name has none, and a null is skipped. The second one lists and then rotates the logs when
+  /// `flushAfter` is set, so that every listed log is complete afterwards; a failed rotation fails it with the list
+  /// filled.
   virtual int FindMasterLogs(std::list<std::string>& logs, long* first, long* last);
   virtual int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
   virtual int CheckDBPresence(std::string& db, bool& present);
-  /// Rotates the server's logs.
+  /// Rotates the server's logs. Does nothing for a cloud database, whose logs are not backed up.
   virtual int FlushLogs();
   /// Creates a database unless it exists. A name with a back-tick, a double quote, a line break or a null is refused:
   /// no client runs.
@@ -99,6 +103,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   virtual int PurgeLogsTo(std::string file);
   /// Version of the server up to its first "-", for example 10.11.6.
   virtual int getVersionFromServer(std::string& version);
+  /// Reads the name of the binary log that is written now into `strMasterLogFile`, and the part of it before its first
+  /// "." into `strLogBaseName`. Both are empty when binary logging is off.
   virtual int LastLogName();
   virtual int FetchDBList(std::list<std::string>& databases);
   /// Start and stop replication.
@@ -166,6 +172,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// `text` with a backslash before every "_" and "%", so that a LIKE pattern matches it literally.
   std::string SpecialCharactersCheck(std::string text);
   void clearErrors();
+  /// Appends the lines of `text`, without their line feeds and with empty ones. Always 0.
+  int MakeListFromBuffer(const std::string& text, std::list<std::string>& lines);
   /// Whether a client is a cloud database client. The last answer is remembered for the process; a client that cannot
   /// be looked up is logged and remembered as none.
   bool IsCloudDBInstance(const unsigned long& clientId);
@@ -217,9 +225,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   std::string strPort;                      ///< of a "host:port" socket
   std::string strSessionString1;            ///< reserved
   bool bSlaveStoppedBySession = false;      ///< this session stopped replication
-  std::string strMasterLogFile;             ///< current binary log
-  std::string strLogBaseName;               ///< its name up to the last "."
-  std::int32_t iSessionMode = 2;
+  std::string strMasterLogFile;             ///< binary log written at the last LastLogName
+  std::string strLogBaseName;               ///< its name without the number
+  std::int32_t iSessionMode = 2;            ///< binary logging at the last FindBinLogStatus: 0 off, 1 on, 2 unknown
   std::string strConfigPwdFile;    ///< path of the defaults file
   ApplicationId appId;             ///< the application the session was built from
   std::string strReplicationFile;  ///< kept while replication is stopped

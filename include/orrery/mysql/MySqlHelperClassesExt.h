@@ -97,10 +97,15 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// family beside it. -1 when the version or the family cannot be told.
   int isVersionGreaterThan(int major, int minor, bool& mariaDb, bool& greater) override;
 
+  /// A cloud database counts as one without binary logs; it is not asked.
   int FindBinLogStatus() override;
   int FindMasterLogs(std::list<std::string>& logs, long* first, long* last) override;
   int FindMasterLogs(std::list<std::string>& logs, bool flushAfter) override;
+  /// `strLogBaseName` ends before the last "." of the name here. Without binary logging `strMasterLogFile` stays as it
+  /// is.
   int LastLogName() override;
+  /// Current binary log and position as "file:position". Fails when binary logging is off.
+  int FetchMasterInfo(std::string& info);
   int FetchDBList(std::list<std::string>& databases) override;
   int StartSlave() override;
   int StopSlave() override;
@@ -127,6 +132,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  ORRERY_MYSQL_HIDDEN int listMasterLogs(std::list<std::string>& logs, bool flushAfter, bool& listed);
   /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a result for which
   /// `failed` holds is told by `tell` and becomes -1.
   template <class Request, class Tell>

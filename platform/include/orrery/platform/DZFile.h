@@ -29,6 +29,11 @@ class ORRERY_PLATFORM_EXPORT DZFile {
   ssize_t read(void* buffer, std::size_t size) noexcept;
   /// 0 on success, -1 on failure, -2 when only a part could be written.
   int write(const void* bytes, std::size_t size) noexcept;
+  /// Takes an exclusive lock (mode 0) on the open file, waiting at most that long. Advisory; other objects of this
+  /// process are kept out like other processes. Above 0: obtained; 0: not within the wait; below 0: failed.
+  int lock(int mode, int seconds) noexcept;
+  /// Gives the lock back; so does the end of the object. 0, or -1 on failure.
+  int unlock() noexcept;
   /// 0 on success; -1 when the system reports only now that something was not written. Also 0 when nothing is open.
   int close() noexcept;
 
