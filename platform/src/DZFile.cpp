@@ -1,18 +1,34 @@
 #include "orrery/platform/DZFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 
 #include "orrery/platform/services.h"
 
 using orrery::platform::OwnFd;
 
+namespace {
+
+constexpr std::int64_t longestStep = 50;  // milliseconds
+
+/// A lock of the open file description: record locks of the process would not exclude its own other objects, and would
+/// end when any of them closes the file. Programs that take ordinary record locks exclude it and are excluded.
+int setLock(int fd, short type) noexcept {
+  struct flock range {};  // from 0, without an end: the whole file
+  range.l_type = type;
+  range.l_whence = SEEK_SET;
+  return fcntl(fd, F_OFD_SETLK, &range);
+}
+
+}  // namespace
+
 bool DZFile::open(const std::string& path, int mode) noexcept {
-  int flags = O_CLOEXEC | O_NOFOLLOW;
+  int flags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   switch (mode) {
     case modeRead:
       flags |= O_RDONLY;
@@ -62,26 +78,35 @@ int DZFile::write(const void* bytes, std::size_t size) noexcept {
 }
 
 int DZFile::lock(int mode, int seconds) noexcept {
-  constexpr int stepsPerSecond = 10;
-  if (mode != 0) {
+  if (mode != lockExclusive) {
     lastError_ = EINVAL;
     return -1;
   }
-  for (int step = 0;; ++step) {
-    if (::flock(file_.get(), LOCK_EX | LOCK_NB) == 0) return 1;
-    if (errno != EWOULDBLOCK && errno != EINTR) {
+  std::int64_t left = std::int64_t{seconds} * 1000;
+  for (std::int64_t step = 1;; step = std::min(step * 2, longestStep)) {
+    if (setLock(file_.get(), F_WRLCK) == 0) return 1;
+    if (errno != EAGAIN && errno != EACCES) {
       lastError_ = errno;
       return -1;
     }
-    if (step >= seconds * stepsPerSecond) return 0;
-    orrery::platform::services().clock->sleep(1000 / stepsPerSecond);
+    if (left <= 0) return 0;
+    step = std::min(step, left);
+    left -= step;
+    orrery::platform::services().clock->sleep(step);
   }
 }
 
 int DZFile::unlock() noexcept {
-  if (::flock(file_.get(), LOCK_UN) == 0) return 0;
+  if (setLock(file_.get(), F_UNLCK) == 0) return 0;
   lastError_ = errno;
   return -1;
+}
+
+bool DZFile::isNamedBy(const std::string& path) const noexcept {
+  struct stat named {};
+  struct stat open {};
+  return lstat(path.c_str(), &named) == 0 && fstat(file_.get(), &open) == 0 && named.st_dev == open.st_dev &&
+         named.st_ino == open.st_ino;
 }
 
 int DZFile::close() noexcept {

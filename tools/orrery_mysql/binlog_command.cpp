@@ -168,6 +168,10 @@ void purge(Context& context, const std::string& instance, const std::string& bef
   Names removed;
   std::copy_if(earlier.names.begin(), earlier.names.end(), std::back_inserter(removed),
                [&](const std::string& name) { return std::find(left.begin(), left.end(), name) == left.end(); });
+  if (std::find(left.begin(), left.end(), before) != left.begin()) {
+    context.note("the server keeps binary logs before " + before +
+                 ": a replica reads them, or its engines need them for a while after a rotation");
+  }
   Json document;
   document["instance"] = server.instance();
   document["before"] = before;

@@ -1,13 +1,10 @@
 #include "replica_release.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <optional>
 #include <utility>
 
 #include "orrery/platform/DZFile.h"
@@ -19,7 +16,6 @@
 namespace orrery::tool {
 namespace {
 
-constexpr int kExclusive = 0;
 constexpr int kSecondsToLook = 2;
 constexpr int kSecondsToRelease = 120;  // as long as one try of a backup
 
@@ -31,38 +27,21 @@ std::string counterFileOf(const std::string& temporaryDirectory, platform::Id in
   return temporaryDirectory + "/Instance_" + std::to_string(instance) + "_RunningBkpUps";
 }
 
-using FileId = std::pair<dev_t, ino_t>;
-
-std::optional<FileId> fileAt(const std::string& path) {
-  struct stat info {};
-  if (::lstat(path.c_str(), &info) != 0) return std::nullopt;
-  return FileId{info.st_dev, info.st_ino};
-}
-
-/// The lock that backups of one instance take around every look at the counter.
+/// The lock that backups of one instance take around every look at the counter, for the time of one object.
 class InstanceLock {
  public:
   explicit InstanceLock(std::string path) : path_(std::move(path)) {}
-  ~InstanceLock() {
-    if (isHeld_) file_.unlock();
-  }
   InstanceLock(const InstanceLock&) = delete;
   InstanceLock& operator=(const InstanceLock&) = delete;
 
-  /// Above 0: obtained; 0: not within the wait; below 0: failed, errno in `error()`.
+  /// The results of DZFile::lock, also for a file that cannot be opened.
   int take(int mode, int seconds) {
-    // Backups delete the file while they hold its lock: a lock on a file that the path no longer leads to keeps nobody
-    // out. A file that is open keeps its number to itself, so two equal looks around `open` tell which one was opened.
+    // Backups delete the file while they hold its lock, and a lock on a file that the path no longer leads to keeps
+    // nobody out.
     for (;;) {
-      const auto before = fileAt(path_);
       if (!file_.open(path_, mode)) return -1;
-      if (!before || fileAt(path_) != before) continue;
-      const int rc = file_.lock(kExclusive, seconds);
-      if (rc <= 0) return rc;
-      isHeld_ = true;
-      if (fileAt(path_) == before) return rc;
-      file_.unlock();
-      isHeld_ = false;
+      const int rc = file_.lock(DZFile::lockExclusive, seconds);
+      if (rc <= 0 || file_.isNamedBy(path_)) return rc;
     }
   }
   int error() const noexcept { return file_.lastError(); }
@@ -70,7 +49,6 @@ class InstanceLock {
  private:
   const std::string path_;
   DZFile file_;
-  bool isHeld_ = false;
 };
 
 void readCounter(const std::string& path, Holds& holds) {
