@@ -1,14 +1,9 @@
 #include "process_mark.h"
 
-#include <dirent.h>
-#include <unistd.h>
-
-#include <charconv>
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -47,14 +42,6 @@ std::string programOf(const std::string& process) {
   return std::filesystem::read_symlink("/proc/" + process + "/exe", ignored).string();
 }
 
-bool maps(const std::string& process, std::string_view library) {
-  std::ifstream file("/proc/" + process + "/maps");
-  for (std::string line; std::getline(file, line);) {
-    if (line.find(library) != std::string::npos) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 platform::ProcessMark markOf(pid_t process) {
@@ -65,18 +52,8 @@ bool isAlive(const platform::ProcessMark& mark) {
   return mark.id > 0 && !mark.start.empty() && startOf(mark.id) == mark.start;
 }
 
-std::vector<pid_t> processesUsing(std::string_view library) {
-  std::vector<pid_t> found;
-  const std::unique_ptr<DIR, int (*)(DIR*)> processes(::opendir("/proc"), ::closedir);
-  if (!processes) return found;
-  const std::string own = programOf("self");
-  while (const dirent* entry = ::readdir(processes.get())) {  // NOLINT(concurrency-mt-unsafe): own stream
-    const std::string name = entry->d_name;
-    pid_t pid = 0;
-    if (std::from_chars(name.data(), name.data() + name.size(), pid).ptr != name.data() + name.size()) continue;
-    if (pid != ::getpid() && programOf(name) != own && maps(name, library)) found.push_back(pid);
-  }
-  return found;
+bool isOfThisProgram(pid_t process) {
+  return programOf(std::to_string(process)) == programOf("self");
 }
 
 }  // namespace orrery::tool

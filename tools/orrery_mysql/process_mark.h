@@ -2,9 +2,6 @@
 
 #include <sys/types.h>
 
-#include <string_view>
-#include <vector>
-
 #include "orrery/platform/services.h"
 
 namespace orrery::tool {
@@ -16,8 +13,7 @@ platform::ProcessMark markOf(pid_t process);
 /// Whether the process still runs. One that has ended and is not yet reaped does not.
 bool isAlive(const platform::ProcessMark& mark);
 
-/// Processes that have a file of this name mapped, this one and others of the same program left out. Those of other
-/// accounts can only be seen by root.
-std::vector<pid_t> processesUsing(std::string_view library);
+/// Whether the process runs the same program as this one.
+bool isOfThisProgram(pid_t process);
 
 }  // namespace orrery::tool

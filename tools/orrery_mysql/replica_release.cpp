@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <filesystem>
 #include <utility>
 
 #include "orrery/platform/DZFile.h"
@@ -78,21 +79,35 @@ void readKnown(Context& context, platform::Id instance, Holds& holds) {
   }
 }
 
-void readPossible(Holds& holds) {
+/// Process whose session on the instance made the defaults file of this name, 0 for other names:
+/// orrery_bkp_mycnf_INSTANCE_TIME_PID_PID_JOB.cnf.
+pid_t makerOf(const std::string& name, platform::Id instance) {
+  const std::string prefix = "orrery_bkp_mycnf_" + std::to_string(instance) + "_";
+  if (!name.starts_with(prefix)) return 0;
+  const std::size_t time = name.find('_', prefix.size());
+  pid_t process = 0;
+  if (time != std::string::npos) std::from_chars(name.data() + time + 1, name.data() + name.size(), process);
+  return process;
+}
+
+/// Sessions of living processes; those of dead ones are removed when a home is opened. Commands of this program enter
+/// themselves before they hold.
+void readPossible(const std::string& temporaryDirectory, platform::Id instance, Holds& holds) {
   if (holds.counter <= holds.alive()) return;
-  holds.possible = processesUsing("liborrery-mysql.so");
-  std::erase_if(holds.possible, [&](pid_t process) {
-    return std::any_of(holds.known.begin(), holds.known.end(), [&](const KnownHolder& known) {
+  for (const auto& entry : std::filesystem::directory_iterator(temporaryDirectory)) {
+    const pid_t process = makerOf(entry.path().filename(), instance);
+    const bool isKnown = std::any_of(holds.known.begin(), holds.known.end(), [&](const KnownHolder& known) {
       return known.holder.process.id == process || known.holder.command.id == process;
     });
-  });
+    if (process > 0 && !isKnown && !isOfThisProgram(process)) holds.possible.push_back(process);
+  }
 }
 
 Holds look(Context& context, platform::Id instance) {
   Holds holds;
   readCounter(counterFileOf(context.temporaryDirectory(), instance), holds);
   readKnown(context, instance, holds);
-  readPossible(holds);
+  readPossible(context.temporaryDirectory(), instance, holds);
   return holds;
 }
 

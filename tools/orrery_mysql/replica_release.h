@@ -23,7 +23,7 @@ struct Holds {
   unsigned counter = 0;        ///< as the shared file says; 0 also without a file
   std::string counterProblem;  ///< why the file cannot be read; empty when it can
   std::vector<KnownHolder> known;
-  /// Other processes that may be among the counted ones: a backup has the library loaded.
+  /// Other processes that may be among the counted ones: they have a session on the instance, as a holder has.
   std::vector<pid_t> possible;
 
   unsigned alive() const;
