@@ -27,7 +27,7 @@ std::string findProgram(const std::string& name) {
   }
   std::istringstream folders(environmentVariable("PATH"));
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const std::string path = (folder.empty() ? "." : folder) + "/" + name;
+    std::string path = (folder.empty() ? "." : folder) + "/" + name;
     if (!name.empty() && isExecutable(path)) return path;
   }
   throw Failure("the command " + name + " cannot be run", "it is not in PATH");
@@ -92,6 +92,7 @@ class HeldReplica {
 
 pid_t startProgram(const std::string& path, const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   pid_t child = -1;

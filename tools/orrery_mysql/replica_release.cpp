@@ -32,8 +32,6 @@ std::string counterFileOf(const std::string& temporaryDirectory, platform::Id in
 class InstanceLock {
  public:
   explicit InstanceLock(std::string path) : path_(std::move(path)) {}
-  InstanceLock(const InstanceLock&) = delete;
-  InstanceLock& operator=(const InstanceLock&) = delete;
 
   /// The results of DZFile::lock, also for a file that cannot be opened.
   int take(int mode, int seconds) {
