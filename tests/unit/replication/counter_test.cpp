@@ -136,6 +136,8 @@ TEST_F(ReplicationCounter, FirstHolderKilledAnywhereIsCountedOnlyWhenReplication
       [&](const std::string& when) {
         EXPECT_TRUE(counter() == "0" || counter() == "1") << when << ": " << counter();
         EXPECT_TRUE(counter() == "0" || server() == "stopped") << when;
+        EXPECT_TRUE(counter() == "1" || server() == "running" || exists(files_.lock))
+            << when << ": others may pass only when the count is written";
         const auto next = session();
         EXPECT_EQ(next->StopSlave(), 0) << when;
         EXPECT_EQ(server(), "stopped") << when << ": the next holder gets what it asks for";
