@@ -1,6 +1,6 @@
-// The clients' output as lines.
+// What clients print, in lines.
 
-#include <algorithm>
+#include <cstddef>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 
@@ -10,7 +10,11 @@ int GetMySqlInfo::MakeListFromBuffer(const std::string& text, std::list<std::str
   return orrery::mysql::guarded(evEvent, "GetMySqlInfo::MakeListFromBuffer", [&] {
     std::list<std::string> found;
     for (std::size_t start = 0; start < text.size();) {
-      const std::size_t end = std::min(text.find('\n', start), text.size());
+      const std::size_t end = text.find('\n', start);
+      if (end == std::string::npos) {
+        found.emplace_back(text, start);
+        break;
+      }
       found.emplace_back(text, start, end - start);
       start = end + 1;
     }

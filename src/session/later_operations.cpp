@@ -25,9 +25,6 @@ int GetMySqlInfo::StartServer(const char*) {
 int GetMySqlInfo::StopServer(const char*) {
   return notBuiltYet("GetMySqlInfo::StopServer");
 }
-int GetMySqlInfo::getReplicationStatus(bool&, bool&, int&, std::string&) {
-  return notBuiltYet("GetMySqlInfo::getReplicationStatus");
-}
 int GetMySqlInfo::getDBProps(std::string, std::string&, unsigned long long&) {
   return notBuiltYet("GetMySqlInfo::getDBProps");
 }
