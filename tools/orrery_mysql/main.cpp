@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -39,6 +40,17 @@ std::vector<std::string> withEmptyValues(int argc, char** argv) {
     }
   }
   return result;
+}
+
+/// Takes away the words behind "--" of a command that runs another program. They are that program's; the parser would
+/// split a word such as "[a,b]".
+std::vector<std::string> takeProgram(std::vector<std::string>& arguments) {
+  const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+  const auto group = std::find(arguments.begin(), mark, "replica");
+  if (mark == arguments.end() || std::find(group, mark, "hold") == mark) return {};
+  std::vector<std::string> words(mark + 1, arguments.end());
+  arguments.erase(mark, arguments.end());
+  return words;
 }
 
 void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
@@ -112,6 +124,7 @@ int run(int argc, char** argv) {
   addReplicaCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
+    options.program = takeProgram(arguments);
     program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
     return endOfParsing(program, error);

@@ -175,11 +175,14 @@ void addStatus(CLI::App& group, Action& chosen) {
 
 void addHold(CLI::App& group, Action& chosen) {
   auto instance = std::make_shared<std::string>();
-  auto words = std::make_shared<std::vector<std::string>>();
   CLI::App* command = group.add_subcommand("hold", "Hold the replica while a command runs: INSTANCE -- COMMAND...");
   command->add_option("INSTANCE", *instance, "Name or id")->required();
-  command->add_option("COMMAND", *words, "The command and its arguments, behind --")->required();
-  command->callback([=, &chosen] { chosen = [=](Context& context) { holdReplica(context, *instance, *words); }; });
+  command->callback([=, &chosen] {
+    chosen = [=](Context& context) {
+      if (context.program().empty()) throw WrongUsage("COMMAND is required: replica hold INSTANCE -- COMMAND...");
+      holdReplica(context, *instance, context.program());
+    };
+  });
 }
 
 struct ReleaseArguments {
