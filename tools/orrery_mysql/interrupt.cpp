@@ -101,6 +101,7 @@ InterruptGuard::~InterruptGuard() {
 void InterruptGuard::forward() const {
   pollfd polled{wake_.get(), POLLIN, 0};
   int timeout = -1;
+  int handedOn = 0;
   for (;;) {
     const int ready = ::poll(&polled, 1, timeout);
     if (ready < 0 && errno != EINTR) return;
@@ -108,10 +109,12 @@ void InterruptGuard::forward() const {
       std::array<char, 16> bytes{};
       if (::read(wake_.get(), bytes.data(), bytes.size()) == 0) return;
     }
-    if (firstSignal != 0) {
-      signalChildren(signalCount > 1 ? SIGKILL : firstSignal.load());
-      timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
-    }
+    // One signal may wake this thread twice, by its byte in the pipe and by the handler's run on this very thread.
+    const int count = signalCount;
+    if (firstSignal == 0 || (handedOnOnce && count == handedOn)) continue;
+    signalChildren(count > 1 ? SIGKILL : firstSignal.load());
+    handedOn = count;
+    timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
   }
 }
 
@@ -121,7 +124,6 @@ int interruptSignal() noexcept {
 
 void forgetInterrupt() noexcept {
   firstSignal = 0;
-  signalCount = 0;
 }
 
 HandedOnOnce::HandedOnOnce() noexcept {
