@@ -106,8 +106,8 @@ int GetMySqlInfo::LastLogName() {
       return -1;
     }
     strMasterLogFile = binlog::firstColumnOf(output);
-    // Kept: the prefix ends at the first dot here and at the last one over a connection. Names of backups that were
-    // taken in either mode are built with it, so neither may change.
+    // Kept: the prefix ends at the first dot here and at the last one over a connection. Callers compare it with what
+    // the same mode gave them earlier.
     strLogBaseName = strMasterLogFile.substr(0, strMasterLogFile.find('.'));
     evEvent.Debug(tag, "Last Log <%s>  Log Prefix <%s> ", strMasterLogFile.c_str(), strLogBaseName.c_str());
     return 0;
