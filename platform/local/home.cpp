@@ -12,6 +12,7 @@
 
 #include "clock.h"
 #include "directories.h"
+#include "holder_store.h"
 #include "home_files.h"
 #include "index_store.h"
 #include "inventory_store.h"
@@ -115,6 +116,7 @@ std::shared_ptr<const Services> openServices(const HomePaths& paths) {
   opened->index = std::make_shared<IndexStore>(database);
   opened->archive = std::make_shared<ArchiveStore>(database);
   opened->proxies = std::make_shared<ProxySettings>(opened->settings);
+  opened->holders = std::make_shared<HolderStore>(database);
   opened->clock = std::make_shared<SystemClock>();
   return opened;
 }

@@ -4,12 +4,31 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
+
+#include "orrery/platform/services.h"
 
 using orrery::platform::OwnFd;
 
+namespace {
+
+constexpr std::int64_t longestStep = 50;  // milliseconds
+
+/// A lock of the open file description: record locks of the process would not exclude its own other objects, and would
+/// end when any of them closes the file. Programs that take ordinary record locks exclude it and are excluded.
+int setLock(int fd, short type) noexcept {
+  struct flock range {};  // from 0, without an end: the whole file
+  range.l_type = type;
+  range.l_whence = SEEK_SET;
+  return fcntl(fd, F_OFD_SETLK, &range);
+}
+
+}  // namespace
+
 bool DZFile::open(const std::string& path, int mode) noexcept {
-  int flags = O_CLOEXEC | O_NOFOLLOW;
+  int flags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   switch (mode) {
     case modeRead:
       flags |= O_RDONLY;
@@ -56,6 +75,38 @@ int DZFile::write(const void* bytes, std::size_t size) noexcept {
   if (static_cast<std::size_t>(count) == size) return 0;
   lastError_ = ENOSPC;
   return -2;
+}
+
+int DZFile::lock(int mode, int seconds) noexcept {
+  if (mode != lockExclusive) {
+    lastError_ = EINVAL;
+    return -1;
+  }
+  std::int64_t left = std::int64_t{seconds} * 1000;
+  for (std::int64_t step = 1;; step = std::min(step * 2, longestStep)) {
+    if (setLock(file_.get(), F_WRLCK) == 0) return 1;
+    if (errno != EAGAIN && errno != EACCES) {
+      lastError_ = errno;
+      return -1;
+    }
+    if (left <= 0) return 0;
+    step = std::min(step, left);
+    left -= step;
+    orrery::platform::services().clock->sleep(step);
+  }
+}
+
+int DZFile::unlock() noexcept {
+  if (setLock(file_.get(), F_UNLCK) == 0) return 0;
+  lastError_ = errno;
+  return -1;
+}
+
+bool DZFile::isNamedBy(const std::string& path) const noexcept {
+  struct stat named {};
+  struct stat open {};
+  return lstat(path.c_str(), &named) == 0 && fstat(file_.get(), &open) == 0 && named.st_dev == open.st_dev &&
+         named.st_ino == open.st_ino;
 }
 
 int DZFile::close() noexcept {

@@ -141,6 +141,14 @@ class NoProxies final : public ProxyDirectory, private Unavailable {
   Status installDirectory(const ProxyRequest&, std::optional<std::string>&) override { return no(); }
 };
 
+class NoHolders final : public ReplicaHolders, private Unavailable {
+  ORRERY_UNAVAILABLE(NoHolders)
+  Status add(const ReplicaHolder&, Id&) override { return no(); }
+  Status setCommand(Id, const ProcessMark&) override { return no(); }
+  Status remove(Id) override { return no(); }
+  Status list(Id, std::vector<ReplicaHolder>&) override { return no(); }
+};
+
 #undef ORRERY_UNAVAILABLE
 
 }  // namespace
@@ -157,6 +165,7 @@ std::shared_ptr<const Services> unavailableServices(const std::string& reason) {
   services->index = std::make_shared<NoIndex>(reason);
   services->archive = std::make_shared<NoArchive>(reason);
   services->proxies = std::make_shared<NoProxies>(reason);
+  services->holders = std::make_shared<NoHolders>(reason);
   services->clock = std::make_shared<SystemClock>();
   return services;
 }

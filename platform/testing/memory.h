@@ -48,6 +48,7 @@ struct Memory {
   };
   std::vector<Record> records;
   std::map<Id, ArchiveFile> archive;
+  std::map<Id, ReplicaHolder> holders;
 };
 
 using SharedMemory = std::shared_ptr<Memory>;
@@ -62,6 +63,7 @@ std::shared_ptr<Settings> makeSettings(SharedMemory memory);
 std::shared_ptr<Directories> makeDirectories(SharedMemory memory);
 std::shared_ptr<PasswordVault> makeVault(SharedMemory memory);
 std::shared_ptr<ProxyDirectory> makeProxies(SharedMemory memory);
+std::shared_ptr<ReplicaHolders> makeHolders(SharedMemory memory);
 std::shared_ptr<Clock> makeClock(SharedMemory memory);
 
 /// Asks the failures first, then runs `body` under the lock. `body` returns a Status.

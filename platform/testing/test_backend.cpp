@@ -53,6 +53,7 @@ std::shared_ptr<const Services> makeServices(const SharedMemory& memory) {
   services->index = makeIndex(memory);
   services->archive = makeArchive(memory);
   services->proxies = makeProxies(memory);
+  services->holders = makeHolders(memory);
   services->clock = makeClock(memory);
   return services;
 }

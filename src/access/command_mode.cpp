@@ -66,7 +66,7 @@ std::string GetMySqlInfo::commandLine(const std::string& program, const std::str
   }
   return start + " --defaults-file=" + strConfigPwdFile + " --default-character-set=utf8 -u " + strSaUser +
          GetConnectMethod() + " -e " + "\"" + dialect_->statement(statement) + "\" " + " --batch --skip-column-names" +
-         tls;
+         dialect_->layoutOption(statement) + tls;
 }
 
 int GetMySqlInfo::executeMySqlCommand(std::string statement, std::string& output, bool bPing) {

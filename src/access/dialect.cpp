@@ -33,6 +33,21 @@ constexpr std::array programs = {
 
 constexpr Pair tlsOptions{"--ssl", "--ssl-mode=REQUIRED"};
 
+/// The client's command that ends a statement and asks for one column per line. Later clients take no commands in a
+/// statement given on their command line.
+constexpr Pair verticalLayout{"\\G", "--vertical"};
+
+bool isVertical(std::string_view text) {
+  constexpr std::size_t size = verticalLayout.known.size();
+  return text.size() > size && text.substr(text.size() - size) == verticalLayout.known;
+}
+
+/// The statement that reaches the server.
+std::string_view withoutLayout(std::string_view text) {
+  if (isVertical(text)) text.remove_suffix(verticalLayout.known.size());
+  return text;
+}
+
 /// Clients that do not treat "use" as a command of their own send it to the server, which takes a name between
 /// back-ticks only.
 constexpr std::string_view useQuoted = "use '";
@@ -81,8 +96,17 @@ void tell(const EvDebug& log, const char* tag, std::string_view known, std::stri
 }  // namespace
 
 std::string Dialect::statement(const std::string& text) const {
+  if (isVertical(text)) {
+    const bool known = rejected_.count(verticalLayout.known) == 0;
+    return statement(std::string(withoutLayout(text))) + std::string(known ? verticalLayout.known : "");
+  }
   const bool rejected = rejected_.count(text) != 0 || (isUseQuoted(text) && rejected_.count(useQuoted) != 0);
   return rejected ? successorOf(text) : text;
+}
+
+std::string Dialect::layoutOption(const std::string& text) const {
+  const bool rejected = isVertical(text) && rejected_.count(verticalLayout.known) != 0;
+  return rejected ? " " + std::string(verticalLayout.successor) : std::string();
 }
 
 std::string Dialect::program(const std::string& name) const {
@@ -95,7 +119,7 @@ std::string Dialect::tlsOption() const {
 }
 
 bool Dialect::learn(const Rejection& rejection, const EvDebug& log, const char* tag) {
-  return learnProgram(rejection, log, tag) || learnTlsOption(rejection, log, tag) ||
+  return learnProgram(rejection, log, tag) || learnTlsOption(rejection, log, tag) || learnLayout(rejection, log, tag) ||
          learnStatement(rejection, log, tag);
 }
 
@@ -116,13 +140,22 @@ bool Dialect::learnTlsOption(const Rejection& rejection, const EvDebug& log, con
   return true;
 }
 
+bool Dialect::learnLayout(const Rejection& rejection, const EvDebug& log, const char* tag) {
+  if (!isVertical(rejection.statement) || rejected_.count(verticalLayout.known) != 0) return false;
+  if (rejection.errorText.find("Unknown command '\\G'") == std::string_view::npos) return false;
+  tell(log, tag, verticalLayout.known, verticalLayout.successor);
+  rejected_.emplace(verticalLayout.known);
+  return true;
+}
+
 bool Dialect::learnStatement(const Rejection& rejection, const EvDebug& log, const char* tag) {
-  const std::string_view key = statementKey(rejection.statement);
+  const std::string_view statement = withoutLayout(rejection.statement);
+  const std::string_view key = statementKey(statement);
   if (rejection.errorNumber != parseError || rejected_.count(key) != 0) return false;
-  if (isUseQuoted(rejection.statement) && rejected_.count(useQuoted) != 0) return false;
-  const std::string successor = successorOf(rejection.statement);
+  if (isUseQuoted(statement) && rejected_.count(useQuoted) != 0) return false;
+  const std::string successor = successorOf(statement);
   if (successor.empty()) return false;
-  tell(log, tag, rejection.statement, successor);
+  tell(log, tag, statement, successor);
   rejected_.emplace(key);
   return true;
 }

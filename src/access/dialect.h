@@ -18,6 +18,9 @@ class Dialect {
   /// File name of a client program below `binaryPath`: "mysql" or "mysqladmin", or its successor once the old name was
   /// found missing.
   std::string program(const std::string& name) const;
+  /// What a client's command line needs for `text` besides `statement(text)`, with a blank before it: empty, or the
+  /// option that stands for a closing "\G" once a client did not know that.
+  std::string layoutOption(const std::string& text) const;
   /// The option that asks a client for TLS, with a blank before it.
   std::string tlsOption() const;
 
@@ -40,6 +43,7 @@ class Dialect {
  private:
   bool learnProgram(const Rejection& rejection, const EvDebug& log, const char* tag);
   bool learnTlsOption(const Rejection& rejection, const EvDebug& log, const char* tag);
+  bool learnLayout(const Rejection& rejection, const EvDebug& log, const char* tag);
   bool learnStatement(const Rejection& rejection, const EvDebug& log, const char* tag);
 
   std::set<std::string, std::less<>> rejected_;

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
-#include "orrery/platform/FXString.h"
 
 #include "access/dialect.h"
 #include "access/identifiers.h"
@@ -59,21 +58,6 @@ int GetMySqlInfo::StartSlave() {
 int GetMySqlInfo::StopSlave() {
   constexpr const char* tag = " <<FALLBACK>> GetMySqlInfo::StopSlave";
   return guarded(evEvent, tag, [&] { return runStatement(tag, "STOP SLAVE"); });
-}
-
-int GetMySqlInfo::PurgeLogsTo(std::string file) {
-  constexpr const char* tag = " <<FALLBACK>> GetMySqlInfo::PurgeLogsTo";
-  return guarded(evEvent, tag, [&] {
-    if (const auto reason = reasonToRefuse("binary log's name", file, Quoting::singleQuotes)) {
-      return refuse(tag, *reason);
-    }
-    return runStatement(tag, "PURGE BINARY LOGS TO '" + file + "'");
-  });
-}
-
-int GetMySqlInfo::FlushLogs() {
-  constexpr const char* tag = " <<FALLBACK>> GetMySqlInfo::FlushLogs";
-  return guarded(evEvent, tag, [&] { return runStatement(tag, "FLUSH LOGS"); });
 }
 
 int GetMySqlInfo::ResetMaster() {
@@ -162,17 +146,6 @@ int GetMySqlInfo::GetMaxAllowedPacket(long long& size) {
     if (std::sscanf(value.c_str(), "%lld", &size) == 1) return 0;
     evEvent.Debug(tag, "max_allowed_packet is no number: [%s]", value.c_str());
     return -1;
-  });
-}
-
-int GetMySqlInfo::GetLogBinPath(std::string& path) {
-  constexpr const char* tag = " <<FALLBACK>> GetMySqlInfo::GetLogBinPath";
-  return guarded(evEvent, tag, [&] {
-    evEvent.Debug(tag, "start");
-    std::string value;
-    if (QueryVariable("log_bin_basename", value) != 0) return -1;
-    path = FXPath::SplitParentPath(value);
-    return 0;
   });
 }
 

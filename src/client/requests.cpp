@@ -12,12 +12,15 @@
 #include "access/identifiers.h"
 #include "client/log_target.h"
 #include "client/rows.h"
+#include "replication/status.h"
 #include "session/guarded.h"
 
 using orrery::mysql::Carrier;
 using orrery::mysql::guarded;
 using orrery::mysql::Quoting;
+using orrery::mysql::readReplicationStatus;
 using orrery::mysql::Rows;
+using orrery::mysql::saysLess;
 
 namespace {
 
@@ -224,10 +227,17 @@ int MySqlInterface::isUsesInnoDBEngine(std::string db, bool& innoDbOnly) {
 int MySqlInterface::GetReplicationStatus(Texts& values) {
   constexpr int notAReplica = 100;
   return guarded(EvEvent(), "MySqlInterface::GetReplicationStatus", [&] {
-    Texts row;
-    if (firstRow("SHOW SLAVE STATUS", 1, row) != 0) return -1;
-    if (row.empty()) return notAReplica;
-    values.splice(values.end(), row);
+    Rows rows(*this);
+    if (runKnown("SHOW SLAVE STATUS", rows.result()) != 0) return -1;
+    Texts worst;
+    for (Texts row;;) {
+      if (rows.next(row) != 0) return -1;
+      if (row.empty()) break;
+      // A server with several sources has a row for each, and replicates as well as the worst of them.
+      if (worst.empty() || saysLess(readReplicationStatus(row), readReplicationStatus(worst))) worst.swap(row);
+    }
+    if (worst.empty()) return notAReplica;
+    values.splice(values.end(), worst);
     return 0;
   });
 }

@@ -3,11 +3,6 @@
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 
-namespace {
-// FindBinLogStatus: what an agent is told when the server cannot be asked.
-constexpr int binLogStateUnknown = 2;
-}  // namespace
-
 int GetMySqlInfo::notBuiltYet(const char* operation) {
   evEvent.Error(operation, "not offered by this version of the library");
   iErrorCode = -1;
@@ -18,27 +13,11 @@ int GetMySqlInfo::notBuiltYet(const char* operation) {
 int GetMySqlInfo::FindAllDatabasePaths(std::map<std::string, std::string>&) {
   return notBuiltYet("GetMySqlInfo::FindAllDatabasePaths");
 }
-int GetMySqlInfo::FindBinLogStatus() {
-  notBuiltYet("GetMySqlInfo::FindBinLogStatus");
-  return binLogStateUnknown;
-}
-int GetMySqlInfo::FindMasterLogs(std::list<std::string>&, long*, long*) {
-  return notBuiltYet("GetMySqlInfo::FindMasterLogs");
-}
-int GetMySqlInfo::FindMasterLogs(std::list<std::string>&, bool) {
-  return notBuiltYet("GetMySqlInfo::FindMasterLogs");
-}
 int GetMySqlInfo::CheckDBPresence(std::string&, bool&) {
   return notBuiltYet("GetMySqlInfo::CheckDBPresence");
 }
-int GetMySqlInfo::LastLogName() {
-  return notBuiltYet("GetMySqlInfo::LastLogName");
-}
 int GetMySqlInfo::FetchDBList(std::list<std::string>&) {
   return notBuiltYet("GetMySqlInfo::FetchDBList");
-}
-int GetMySqlInfo::getReplicationStatus(bool&, bool&, int&, std::string&) {
-  return notBuiltYet("GetMySqlInfo::getReplicationStatus");
 }
 int GetMySqlInfo::getDBProps(std::string, std::string&, unsigned long long&) {
   return notBuiltYet("GetMySqlInfo::getDBProps");

@@ -1,31 +1,10 @@
 // Requests of library mode that this build does not offer yet. They are overridden all the same: what the base does in
-// their place would go past the connection, and past the protocol by which parallel backups share a replica.
+// their place would go past the connection.
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 
-int GetMySqlInfoExt::FindBinLogStatus() {
-  return notBuiltYet("GetMySqlInfoExt::FindBinLogStatus");
-}
-int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, long*, long*) {
-  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
-}
-int GetMySqlInfoExt::FindMasterLogs(std::list<std::string>&, bool) {
-  return notBuiltYet("GetMySqlInfoExt::FindMasterLogs");
-}
-int GetMySqlInfoExt::LastLogName() {
-  return notBuiltYet("GetMySqlInfoExt::LastLogName");
-}
 int GetMySqlInfoExt::FetchDBList(std::list<std::string>&) {
   return notBuiltYet("GetMySqlInfoExt::FetchDBList");
-}
-int GetMySqlInfoExt::StartSlave() {
-  return notBuiltYet("GetMySqlInfoExt::StartSlave");
-}
-int GetMySqlInfoExt::StopSlave() {
-  return notBuiltYet("GetMySqlInfoExt::StopSlave");
-}
-int GetMySqlInfoExt::getReplicationStatus(bool&, bool&, int&, std::string&) {
-  return notBuiltYet("GetMySqlInfoExt::getReplicationStatus");
 }
 int GetMySqlInfoExt::getDBProps(std::string, std::string&, unsigned long long&) {
   return notBuiltYet("GetMySqlInfoExt::getDBProps");

@@ -42,6 +42,23 @@ TEST(SandboxScript, RefusesASocketPathThatIsTooLong) {
   EXPECT_FALSE(std::filesystem::exists(deep));
 }
 
+TEST(SandboxScript, ReplicatesOnlyASandboxThatWasMadeForIt) {
+  const TemporaryDirectory directory;
+  const MariaDbSandbox deaf;
+  const struct {
+    std::string primary, complaint;
+  } table[] = {{directory / "none", "there is no folder"},
+               {directory.path(), "is no sandbox"},
+               {deaf.directory(), "make it with --tcp"}};
+  for (const auto& row : table) {
+    const std::string folder = directory / "replica";
+    const ProgramResult result = sandbox({"start", folder, "--replica-of", row.primary});
+    EXPECT_EQ(result.exitStatus, 1) << row.complaint;
+    EXPECT_THAT(result.errors, testing::HasSubstr(row.complaint));
+    EXPECT_FALSE(std::filesystem::exists(folder));
+  }
+}
+
 TEST(SandboxScript, AServerThatDoesNotStartShowsItsLogAndLeavesNothing) {
   const TemporaryDirectory directory;
   const std::string folder = directory / "db";

@@ -1,6 +1,5 @@
 // The command against a real server.
 
-#include <algorithm>
 #include <filesystem>
 
 #include "command_fixture.h"
@@ -35,17 +34,6 @@ TEST_F(ServerCommandTest, AnEmptyVariableIsNoMissingOne) {
   // A name is a name, not a pattern.
   EXPECT_TRUE(failedWith(run({"variable", "log%bin", "db"}), "no variable log%bin"));
   EXPECT_TRUE(failedWith(run({"variable", "a' or '1'='1", "db"}), "quote"));
-}
-
-TEST_F(ServerCommandTest, FlushBeginsANewBinaryLog) {
-  addServer();
-  const auto logs = [] {
-    const std::string rows = server().execute("show binary logs");
-    return std::count(rows.begin(), rows.end(), '\n');
-  };
-  const auto before = logs();
-  EXPECT_EQ(runJson({"binlog", "flush", "db"})["flushed"], true);
-  EXPECT_EQ(logs(), before + 1);
 }
 
 TEST_F(ServerCommandTest, GlobalOptionsStandAnywhere) {

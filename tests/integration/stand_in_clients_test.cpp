@@ -123,6 +123,36 @@ esac)");
             "use 'shop' --ssl-mode=REQUIRED\nuse `shop` --ssl-mode=REQUIRED\n");
 }
 
+TEST_F(StandInClients, LaterClientsAndServersAreAskedForTheReplicasStatusInTheirWords) {
+  // Client and server of MySQL 9: no commands in a statement, no SLAVE in the server's language.
+  const std::string log = bin_ / "asked";
+  install("mysql", R"(case " $* " in *" --vertical "*) way=vertical;; *) way=plain;; esac
+while [ "$1" != -e ]; do shift; done
+echo "$2 $way" >>)" + log +
+                       R"(
+case "$2" in
+  *'\G') echo "ERROR at line 1: Unknown command '\\G'." >&2; exit 1;;
+  *SLAVE*) echo "ERROR 1064 (42000) at line 1: You have an error in your SQL syntax" >&2; exit 1;;
+esac
+echo '*************************** 1. row ***************************'
+printf '%s\n' "Waiting for source to send event" 127.0.0.1 repl 3306 60 binlog.000002 158 relay.000002 371 binlog.000002 \
+  Yes Yes shop '' '' '' '' '' 0 '' 0 158 580 None '' 0 Yes '' '' '' '' '' 0 No 0 '' 0 '')");
+  bool running = false;
+  bool partial = false;
+  int status = 7;
+  std::string text;
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(session_.getReplicationStatus(running, partial, status, text), 0);
+    EXPECT_TRUE(running && partial);
+    EXPECT_EQ(status, 7);
+  }
+  EXPECT_EQ(orrery::test::readFile(log),
+            "SHOW SLAVE STATUS\\G plain\nSHOW SLAVE STATUS vertical\nSHOW REPLICA STATUS vertical\n"
+            "SHOW REPLICA STATUS vertical\n");
+  EXPECT_EQ(session_.strSessionString2 + session_.strSessionString3 + session_.strSessionString4,
+            "binlog.000002158shop");
+}
+
 TEST_F(StandInClients, AliveIsTheWholeAnswer) {
   const struct {
     const char* answer;

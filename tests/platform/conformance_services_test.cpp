@@ -203,6 +203,35 @@ TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
   EXPECT_TRUE(files.empty());
 }
 
+TEST_P(ServiceConformance, HoldersOfAReplicaAreKeptUntilTheyAreRemoved) {
+  ReplicaHolders& holders = *services_->holders;
+  Id first = 0, second = 0, other = 0;
+  ASSERT_TRUE(succeeded(holders.add({999, 5, {101, "boot:1"}, {}, "tar -c \"a  b\"", 7}, first)));
+  ASSERT_TRUE(succeeded(holders.add({0, 5, {102, "boot:2"}, {103, "boot:3"}, "", 1LL << 50}, second)));
+  ASSERT_TRUE(succeeded(holders.add({0, 6, {104, ""}, {}, "x", 0}, other)));
+  EXPECT_NE(first, second);
+  ASSERT_TRUE(succeeded(holders.setCommand(first, {105, "boot:5"})));
+  std::vector<ReplicaHolder> found;
+  ASSERT_TRUE(succeeded(holders.list(5, found)));
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_EQ(found[0].id, first);
+  EXPECT_EQ(found[0].instanceId, 5U);
+  EXPECT_EQ(found[0].process.id, 101);
+  EXPECT_EQ(found[0].process.start, "boot:1");
+  EXPECT_EQ(found[0].command.id, 105);
+  EXPECT_EQ(found[0].command.start, "boot:5");
+  EXPECT_EQ(found[0].commandLine, "tar -c \"a  b\"");
+  EXPECT_EQ(found[1].command.start, "boot:3");
+  EXPECT_EQ(found[1].since, 1LL << 50);
+  ASSERT_TRUE(succeeded(holders.remove(first)));
+  EXPECT_TRUE(failed(holders.remove(first), statusNotFound));
+  EXPECT_TRUE(failed(holders.setCommand(first, {1, ""}), statusNotFound));
+  ASSERT_TRUE(succeeded(holders.list(5, found)));
+  EXPECT_EQ(found.size(), 1U);
+  ASSERT_TRUE(succeeded(holders.list(7, found)));
+  EXPECT_TRUE(found.empty());
+}
+
 TEST_P(ServiceConformance, SleepTakesItsTimeOnTheClock) {
   const std::int64_t before = services_->clock->now();
   services_->clock->sleep(2);

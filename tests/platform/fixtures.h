@@ -10,6 +10,7 @@
 #include "orrery/platform/home.h"
 #include "orrery/platform/services.h"
 
+#include "support/children.h"
 #include "support/temporary_directory.h"
 
 namespace orrery::test {
@@ -41,18 +42,6 @@ class HomeTest : public ::testing::Test {
 
   const TemporaryDirectory folder_;
 };
-
-/// Runs `body` in a child process and returns its result, 0 to 255; -1 when a signal ended it.
-int inChild(const std::function<int()>& body);
-
-/// Runs `body` in a child as an ordinary user: the calling one, or nobody when that is root.
-int asOrdinaryUser(const std::function<int()>& body);
-
-/// Runs `body` in that many child processes at the same time, each with its number; all must return 0.
-void inChildrenTogether(int children, const std::function<int(int)>& body);
-
-/// Runs `body` in a child that is killed when it enters its nth system call. Returns whether it came that far.
-bool killedAtSystemCall(int n, const std::function<void()>& body);
 
 /// A backend under test, by name.
 struct Backend {

@@ -43,6 +43,19 @@ TEST_F(StoreTest, NewerStoreIsRefusedAndLeftAlone) {
   EXPECT_TRUE(failed(openFails(), statusUnavailable, "4711"));
 }
 
+TEST_F(StoreTest, StoreOfTheFirstSchemaIsBroughtForwardWithWhatItHolds) {
+  Id client = 0;
+  ASSERT_TRUE(succeeded(open()->inventory->putClient("kept", 0, client)));
+  runSql("DROP TABLE replica_holders; PRAGMA user_version = 1");
+  const auto services = open();
+  ASSERT_NE(services, nullptr);
+  Id holder = 0;
+  EXPECT_TRUE(succeeded(services->holders->add({0, 1, {2, "start"}, {}, "command", 3}, holder)));
+  Client found;
+  EXPECT_TRUE(succeeded(services->inventory->findClient(client, found)));
+  EXPECT_EQ(found.name, "kept");
+}
+
 TEST_F(StoreTest, DatabaseOfAnotherProgramIsRefused) {
   runSql("PRAGMA application_id = 1");
   EXPECT_TRUE(failed(openFails(), statusUnavailable, "not a store of this agent"));

@@ -65,6 +65,7 @@ TEST(TestBackendFailures, EveryOperationCanFail) {
   std::vector<BrowsePath> paths;
   std::vector<std::pair<std::string, std::string>> pairs;
   std::vector<ArchiveFile> files;
+  std::vector<ReplicaHolder> holders;
   const std::pair<const char*, std::function<Status()>> operations[] = {
       {"EventSink::raise", [&] { return s->events->raise({}); }},
       {"Settings::read", [&] { return s->settings->read("a", "b", value); }},
@@ -115,6 +116,10 @@ TEST(TestBackendFailures, EveryOperationCanFail) {
       {"ArchiveManager::listFiles", [&] { return s->archive->listFiles(1, 1, 0, 1, files); }},
       {"ArchiveManager::removeFile", [&] { return s->archive->removeFile(1); }},
       {"ProxyDirectory::installDirectory", [&] { return s->proxies->installDirectory({}, value); }},
+      {"ReplicaHolders::add", [&] { return s->holders->add({}, id); }},
+      {"ReplicaHolders::setCommand", [&] { return s->holders->setCommand(1, {}); }},
+      {"ReplicaHolders::remove", [&] { return s->holders->remove(1); }},
+      {"ReplicaHolders::list", [&] { return s->holders->list(1, holders); }},
   };
   for (const auto& [name, call] : operations) {
     backend.failures().failAlways(name, Status::unavailable(name));

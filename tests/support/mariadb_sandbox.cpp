@@ -43,6 +43,7 @@ MariaDbSandbox::MariaDbSandbox(const Options& options) : MariaDbSandbox(Unstarte
   if (options.tcp) arguments.emplace_back("--tcp");
   if (options.tls) arguments.emplace_back("--tls");
   if (options.logBin) arguments.emplace_back("--log-bin");
+  if (!options.replicaOf.empty()) arguments.insert(arguments.end(), {"--replica-of", options.replicaOf});
   if (!options.account.empty()) arguments.insert(arguments.end(), {"--account", options.account});
   arguments.emplace_back("--");
   arguments.insert(arguments.end(), options.serverOptions.begin(), options.serverOptions.end());

@@ -14,9 +14,11 @@ namespace orrery::test {
 class MariaDbSandbox {
  public:
   struct Options {
-    bool tcp = false;          ///< listens on 127.0.0.1 as well, on port()
-    bool tls = false;          ///< offers encryption; certificates in tlsDirectory()
-    bool logBin = false;       ///< writes binary logs
+    bool tcp = false;     ///< listens on 127.0.0.1 as well, on port()
+    bool tls = false;     ///< offers encryption; certificates in tlsDirectory()
+    bool logBin = false;  ///< writes binary logs
+    /// Folder of a running sandbox with `tcp` and `logBin`, which this one replicates.
+    std::string replicaOf = {};
     std::string account = {};  ///< Unix account; empty: mysql when the tests run as root, else the caller's
     std::vector<std::string> serverOptions = {};
   };

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orrery/platform/services.h"
 
@@ -21,6 +22,7 @@ struct GlobalOptions {
   Format format = Format::table;
   std::string access = "auto";
   int verbosity = 0;
+  std::vector<std::string> program;  ///< words behind "--" of a command that runs another program
 };
 
 /// What a running command works with: the user's global options, the home, and the way out.
@@ -48,6 +50,11 @@ class Context {
   void note(const std::string& text) const;
   /// How servers are reached: "auto", "command" or "library".
   const std::string& access() const noexcept { return options_.access; }
+  /// The other program that the command line names, with its arguments.
+  const std::vector<std::string>& program() const noexcept { return options_.program; }
+  /// Makes the program end with another exit status than that of success: of a program that it ran for the user.
+  void setExitStatus(int status) noexcept { exitStatus_ = status; }
+  int exitStatus() const noexcept { return exitStatus_; }
   /// Whether a sign of life may be drawn on the terminal.
   bool wantsProgress() const noexcept { return options_.format == Format::table && options_.verbosity == 0; }
 
@@ -55,6 +62,7 @@ class Context {
   GlobalOptions options_;
   std::shared_ptr<TeeLog> log_;
   std::optional<platform::ScopedServices> installed_;
+  int exitStatus_ = 0;
 };
 
 /// What a command line asks for. Parsing puts it together; it runs once parsing is done.
@@ -66,5 +74,7 @@ void addInstanceCommands(CLI::App& program, Action& chosen);
 void addSettingCommands(CLI::App& program, Action& chosen);
 void addServerCommands(CLI::App& program, Action& chosen);
 void addControlCommands(CLI::App& program, Action& chosen);
+void addBinlogCommands(CLI::App& program, Action& chosen);
+void addReplicaCommands(CLI::App& program, Action& chosen);
 
 }  // namespace orrery::tool

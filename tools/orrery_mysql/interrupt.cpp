@@ -28,6 +28,7 @@ constexpr int kForwardEveryMilliseconds = 100;
 std::atomic<int> firstSignal{0};
 std::atomic<int> signalCount{0};
 std::atomic<int> wakeDescriptor{-1};
+std::atomic<bool> handedOnOnce{false};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void remember(int signal) {
@@ -101,6 +102,7 @@ InterruptGuard::~InterruptGuard() {
 void InterruptGuard::forward() const {
   pollfd polled{wake_.get(), POLLIN, 0};
   int timeout = -1;
+  int handedOn = 0;
   for (;;) {
     const int ready = ::poll(&polled, 1, timeout);
     if (ready < 0 && errno != EINTR) return;
@@ -108,10 +110,12 @@ void InterruptGuard::forward() const {
       std::array<char, 16> bytes{};
       if (::read(wake_.get(), bytes.data(), bytes.size()) == 0) return;
     }
-    if (firstSignal != 0) {
-      signalChildren(signalCount > 1 ? SIGKILL : firstSignal.load());
-      timeout = kForwardEveryMilliseconds;
-    }
+    // One signal may wake this thread twice, by its byte in the pipe and by the handler's run on this very thread.
+    const int count = signalCount;
+    if (firstSignal == 0 || (handedOnOnce && count == handedOn)) continue;
+    signalChildren(count > 1 ? SIGKILL : firstSignal.load());
+    handedOn = count;
+    timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
   }
 }
 
@@ -142,6 +146,18 @@ ClientLimit::~ClientLimit() {
   }
   changed_.notify_one();
   thread_.join();
+}
+
+void forgetInterrupt() noexcept {
+  firstSignal = 0;
+}
+
+HandedOnOnce::HandedOnOnce() noexcept {
+  handedOnOnce = true;
+}
+
+HandedOnOnce::~HandedOnOnce() {
+  handedOnOnce = false;
 }
 
 void endBySignal(int signal) noexcept {

@@ -65,6 +65,19 @@ class [[nodiscard]] ClientLimit {
   std::thread thread_;
 };
 
+/// For a program that answered the signal in a way of its own: the signal counts as dealt with.
+void forgetInterrupt() noexcept;
+
+/// While one lives, children hear each signal once instead of again and again: they are programs of the user, which may
+/// take a while to put their things away.
+class [[nodiscard]] HandedOnOnce {
+ public:
+  HandedOnOnce() noexcept;
+  ~HandedOnOnce();
+  HandedOnOnce(const HandedOnOnce&) = delete;
+  HandedOnOnce& operator=(const HandedOnOnce&) = delete;
+};
+
 /// Ends the process by that signal's default action.
 void endBySignal(int signal) noexcept;
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -22,7 +23,7 @@
 namespace orrery::tool {
 namespace {
 
-enum ExitStatus { exitDone = 0, exitFailed = 1, exitWrongUsage = 2 };
+enum ExitStatus { exitFailed = 1, exitWrongUsage = 2 };
 
 /// "--name=" says that the value is empty, but the parser would take the next argument for it.
 std::vector<std::string> withEmptyValues(int argc, char** argv) {
@@ -39,6 +40,17 @@ std::vector<std::string> withEmptyValues(int argc, char** argv) {
     }
   }
   return result;
+}
+
+/// Takes away the words behind "--" of a command that runs another program. They are that program's; the parser would
+/// split a word such as "[a,b]".
+std::vector<std::string> takeProgram(std::vector<std::string>& arguments) {
+  const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+  const auto group = std::find(arguments.begin(), mark, "replica");
+  if (mark == arguments.end() || std::find(group, mark, "hold") == mark) return {};
+  std::vector<std::string> words(mark + 1, arguments.end());
+  arguments.erase(mark, arguments.end());
+  return words;
 }
 
 void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
@@ -86,7 +98,7 @@ int runChosen(const Action& action, const GlobalOptions& options) {
   try {
     Context context(options);
     action(context);
-    return exitDone;
+    return context.exitStatus();
   } catch (const Interrupted&) {
     return exitFailed;
   } catch (const WrongUsage& error) {
@@ -109,8 +121,11 @@ int run(int argc, char** argv) {
   addSettingCommands(program, chosen);
   addServerCommands(program, chosen);
   addControlCommands(program, chosen);
+  addBinlogCommands(program, chosen);
+  addReplicaCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
+    options.program = takeProgram(arguments);
     program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
     return endOfParsing(program, error);

@@ -39,15 +39,25 @@ _orrery_mysql() {
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
-    --user | --version-hint | --client | --wait) return ;;
+    --user | --version-hint | --client | --before | --wait) return ;;
     --command) mapfile -t COMPREPLY < <(compgen -c -- "$current"); return ;;
   esac
 
+  local index
+  # Behind -- stands another program's command line.
+  for ((index = 1; index < COMP_CWORD; index++)); do
+    if [[ ${COMP_WORDS[index]} == -- ]]; then
+      compopt -o default
+      COMPREPLY=()
+      return
+    fi
+  done
+
   # The words of the command without options and their values.
-  local words=() index
+  local words=()
   for ((index = 1; index < COMP_CWORD; index++)); do
     case ${COMP_WORDS[index]} in
-      -v | --version | --help | -h | --yes | --password-stdin | --ask-password | --no-password) ;;
+      -v | --version | --help | -h | --yes | --stale | --password-stdin | --ask-password | --no-password) ;;
       --*=*) ;;
       --*) index=$((index + 1)) ;;
       *) words+=("${COMP_WORDS[index]}") ;;
@@ -61,6 +71,8 @@ _orrery_mysql() {
     'instance remove'*) options="$global --yes" ;;
     'server start'*) options="$global --command --wait" ;;
     'server stop'*) options="$global --command" ;;
+    'binlog purge'*) options="$global --before --yes" ;;
+    'replica release'*) options="$global --stale --yes" ;;
     init*) options="$global --client --client-library" ;;
   esac
   if [[ $current == -* ]]; then
@@ -69,14 +81,15 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog server' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server' -- "$current") ;;
     '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove' -- "$current") ;;
     '1 setting') mapfile -t COMPREPLY < <(compgen -W 'list get set' -- "$current") ;;
+    '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'status list current flush purge' -- "$current") ;;
+    '1 replica') mapfile -t COMPREPLY < <(compgen -W 'status hold release' -- "$current") ;;
     '1 server') mapfile -t COMPREPLY < <(compgen -W 'start stop' -- "$current") ;;
-    '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'flush' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
-    '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog flush' | \
-      '2 server start' | '2 server stop')
+    '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog '* | \
+      '2 replica '* | '2 server start' | '2 server stop')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
 }

@@ -1,4 +1,4 @@
-// orrery-mysql mode|ping|version|variable|binlog: questions and commands to a server.
+// orrery-mysql mode|ping|version|variable: questions to a server.
 
 #include <chrono>
 #include <cmath>
@@ -94,17 +94,6 @@ void variable(Context& context, const std::string& name, const std::string& inst
   context.print(document, table);
 }
 
-void flushLogs(Context& context, const std::string& instance) {
-  ServerSession server(context, instance);
-  server.run("the binary log is not flushed on", [](GetMySqlInfo& session) { return session.FlushLogs(); });
-  Json document;
-  document["instance"] = server.instance();
-  document["flushed"] = true;
-  Table table;
-  table.add({server.instance(), "logs flushed"});
-  context.print(document, table);
-}
-
 using InstanceCommand = void (*)(Context&, const std::string&);
 
 void addInstanceCommand(CLI::App& parent, const char* name, const char* help, InstanceCommand run, Action& chosen) {
@@ -127,10 +116,6 @@ void addServerCommands(CLI::App& program, Action& chosen) {
   command->add_option("NAME", *name, "Name of the variable")->required();
   command->add_option("INSTANCE", *instance, "Name or id")->required();
   command->callback([=, &chosen] { chosen = [=](Context& context) { variable(context, *name, *instance); }; });
-
-  CLI::App* group = program.add_subcommand("binlog", "Binary logs");
-  group->require_subcommand(1);
-  addInstanceCommand(*group, "flush", "Close the current binary log and begin a new one", flushLogs, chosen);
 }
 
 }  // namespace orrery::tool

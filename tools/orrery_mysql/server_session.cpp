@@ -34,6 +34,11 @@ ServerSession::ServerSession(Context& context, const std::string& nameOrId)
   open(commandMode);
 }
 
+ServerSession::ServerSession(Context& context, const std::string& nameOrId, LibraryMode)
+    : context_(context), record_(findInstance(context, nameOrId)) {
+  open(false);
+}
+
 void ServerSession::open(bool commandMode) {
   commandMode_ = commandMode;
   if (commandMode) {

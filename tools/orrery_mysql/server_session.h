@@ -16,8 +16,12 @@ namespace orrery::tool {
 class ServerSession {
  public:
   ServerSession(Context& context, const std::string& nameOrId);
+  /// In library mode, whatever the command line and the version of the server say: for what only that mode can do.
+  struct LibraryMode {};
+  ServerSession(Context& context, const std::string& nameOrId, LibraryMode);
 
   const std::string& instance() const noexcept { return record_.name; }
+  const platform::InstanceRecord& record() const noexcept { return record_; }
   GetMySqlInfo& operator*() noexcept { return *session_; }
 
   using Operation = std::function<int(GetMySqlInfo&)>;

@@ -35,7 +35,10 @@ class MySqlChildProcess;
 
 namespace orrery::mysql {
 class Dialect;
-}
+class InstanceLock;
+struct InstanceFiles;
+struct ReplicationStatus;
+}  // namespace orrery::mysql
 
 class ORRERY_MYSQL_EXPORT GetMySqlInfo {
  public:
@@ -77,17 +80,21 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Reads a server variable. `name` is a LIKE pattern; one that could end its quoting is refused. A variable that does
   /// not exist yields an empty value and 0.
   virtual int QueryVariable(std::string name, std::string& value);
-  /// Whether binary logging is on: 0 off, 1 on, 2 unknown.
+  /// Whether binary logging is on: 1 on, 0 off, -1 when that cannot be told. Sets `iSessionMode`.
   virtual int FindBinLogStatus();
   /// Directory of the binary logs; empty when binary logging is off.
   virtual int GetLogBinPath(std::string& path);
   /// `max_allowed_packet` in bytes.
   virtual int GetMaxAllowedPacket(long long& size);
-  /// Binary logs with their first and last number.
+  /// Append the names of all binary logs, oldest first; nothing when binary logging is off, which is a success. The
+  /// first one reads the numbers at the end of the list's first and last name; they stay as they are when nothing is
+  /// listed or a name has none, and a null is skipped. The second one lists and then rotates the logs when
+  /// `flushAfter` is set, so that every listed log is complete afterwards; a failed rotation fails it with the list
+  /// filled.
   virtual int FindMasterLogs(std::list<std::string>& logs, long* first, long* last);
   virtual int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
   virtual int CheckDBPresence(std::string& db, bool& present);
-  /// Rotates the server's logs.
+  /// Rotates the server's logs. Does nothing for a cloud database, whose logs are not backed up.
   virtual int FlushLogs();
   /// Creates a database unless it exists. A name with a back-tick, a double quote, a line break or a null is refused:
   /// no client runs.
@@ -99,9 +106,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   virtual int PurgeLogsTo(std::string file);
   /// Version of the server up to its first "-", for example 10.11.6.
   virtual int getVersionFromServer(std::string& version);
+  /// Reads the name of the binary log that is written now into `strMasterLogFile`, and the part of it before its first
+  /// "." into `strLogBaseName`. Both are empty when binary logging is off.
   virtual int LastLogName();
   virtual int FetchDBList(std::list<std::string>& databases);
-  /// Start and stop replication.
+  /// Start and stop replication, whoever else holds it. Library mode counts who does.
   virtual int StartSlave();
   virtual int StopSlave();
   /// Launches the command that starts the server, with /bin/sh, as the agent's own account. Null: "service mysqld
@@ -123,6 +132,10 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// or with the command's error text. -1 also when the server still answers after three checks, 10 seconds apart,
   /// which is only logged.
   virtual int StopServer(const char* stopCommand);
+  /// Reads the server's status as a replica. `running`: both replication threads run. `partial`, set only then: filters
+  /// leave a part of the primary out. `status` becomes 99 when replication stands still because backups hold it, see
+  /// `GetMySqlInfoExt::StopSlave`: the replica then counts as online; else it stays. `text` stays. -1 also for a server
+  /// that is no replica.
   virtual int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text);
   virtual int getDBProps(std::string db, std::string& createTime, unsigned long long& size);
   virtual int isUsesInnoDBEngine(std::string db, bool& innoDbOnly);
@@ -199,6 +212,18 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   int executeMySqlCommand(std::string statement, std::string& output, bool bPing);
   /// Calls StopServer, as the object's own class has it.
   int StopServerFn(const char* stopCommand);
+  /// Appends the lines of `text`, without their line feeds; empty ones too, and a last one that has none. Always 0.
+  int MakeListFromBuffer(const std::string& text, std::list<std::string>& lines);
+  /// Makes the outputs of `getReplicationStatus` out of a replica's status row: the values of its columns in the
+  /// server's order, or the lines of a client's vertical listing. Of a row that does not look like one the log tells.
+  /// When replication does not run, the counter of running backups is read under the instance's lock, for which this
+  /// may wait ten minutes. Keeps the file and position of the primary and the filters in the session. -1 for an empty
+  /// list, for one that is too short to tell, and when the lock cannot be had.
+  int ProcessReplicationStatusOutput(std::list<std::string>& values, bool& running, bool& partial, int& status,
+                                     std::string& text);
+  /// How many backups hold this instance's replica stopped, as the shared counter says; read under the instance's lock.
+  /// -1 when it cannot be read; `count` then stays.
+  int ReadRunningBackups(unsigned int& count);
   /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
   /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
   /// backslashes in this request and would check another database.
@@ -235,17 +260,23 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   std::string strHost;                      ///< of a "host:port" socket
   std::string strPort;                      ///< of a "host:port" socket
   std::string strSessionString1;            ///< reserved
-  bool bSlaveStoppedBySession = false;      ///< this session stopped replication
-  std::string strMasterLogFile;             ///< current binary log
-  std::string strLogBaseName;               ///< its name up to the last "."
-  std::int32_t iSessionMode = 2;
-  std::string strConfigPwdFile;    ///< path of the defaults file
-  ApplicationId appId;             ///< the application the session was built from
-  std::string strReplicationFile;  ///< kept while replication is stopped
-  std::string strSessionString2, strSessionString3, strSessionString4, strSessionString5;  ///< reserved
-  std::string strSessionString6, strSessionString7, strSessionString8, strSessionString9;  ///< reserved
-  bool bUseSsl = false;          ///< the CA is set, or key and certificate are
-  std::uint64_t ulClientId = 0;  ///< client that owns the instance
+  bool bSlaveStoppedBySession = false;      ///< this session holds replication stopped, alone or with others
+  std::string strMasterLogFile;             ///< binary log written at the last LastLogName
+  std::string strLogBaseName;               ///< its name without the number
+  std::int32_t iSessionMode = 2;            ///< binary logging at the last FindBinLogStatus: 0 off, 1 on, 2 unknown
+  std::string strConfigPwdFile;             ///< path of the defaults file
+  ApplicationId appId;                      ///< the application the session was built from
+  std::string strReplicationFile;           ///< path of the instance's lock file, once it was used
+  std::string strSessionString2;            ///< Relay_Master_Log_File of the last replication status
+  std::string strSessionString3;            ///< its Exec_Master_Log_Pos
+  std::string strSessionString4;            ///< its Replicate_Do_DB
+  std::string strSessionString5;            ///< its Replicate_Ignore_DB
+  std::string strSessionString6;            ///< its Replicate_Do_Table
+  std::string strSessionString7;            ///< its Replicate_Ignore_Table
+  std::string strSessionString8;            ///< its Replicate_Wild_Do_Table
+  std::string strSessionString9;            ///< its Replicate_Wild_Ignore_Table
+  bool bUseSsl = false;                     ///< the CA is set, or key and certificate are
+  std::uint64_t ulClientId = 0;             ///< client that owns the instance
   std::string strSslCa;
   std::string strSslKey;
   std::string strSslCert;
@@ -255,8 +286,18 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int notBuiltYet(const char* operation);
   /// Whether the session's TLS files ask for encryption: sets `bUseSsl`.
   ORRERY_MYSQL_HIDDEN void updateUseSsl();
+  /// Names of the files in which the backups of this instance meet. -1, logged, without a temporary directory or an
+  /// instance. The lock file's path goes into the session.
+  ORRERY_MYSQL_HIDDEN int findInstanceFiles(const char* tag, orrery::mysql::InstanceFiles& files);
+
+  /// The instance's lock while this session holds it and asks for the replication status meanwhile: a second lock of
+  /// its own would wait for the first.
+  const orrery::mysql::InstanceLock* heldLock_ = nullptr;
 
  private:
+  ORRERY_MYSQL_HIDDEN void keepReplicationFields(const orrery::mysql::ReplicationStatus& row);
+  ORRERY_MYSQL_HIDDEN int checkParallelBackups(const char* tag, int& status);
+  ORRERY_MYSQL_HIDDEN void lookForParallelBackups(const char* tag, const std::string& counter, int& status);
   ORRERY_MYSQL_HIDDEN int adoptInstance(std::unique_ptr<MySqlInstance> instance);
   ORRERY_MYSQL_HIDDEN int initFromInstance(const char* tag, MySqlInstance& instance);
   ORRERY_MYSQL_HIDDEN int readProperties(const char* tag, const MySqlInstance& instance);

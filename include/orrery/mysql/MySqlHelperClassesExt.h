@@ -97,14 +97,36 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// family beside it. -1 when the version or the family cannot be told.
   int isVersionGreaterThan(int major, int minor, bool& mariaDb, bool& greater) override;
 
+  /// A cloud database counts as one without binary logs; it is not asked.
   int FindBinLogStatus() override;
   int FindMasterLogs(std::list<std::string>& logs, long* first, long* last) override;
   int FindMasterLogs(std::list<std::string>& logs, bool flushAfter) override;
+  /// `strLogBaseName` ends before the last "." of the name here. Without binary logging `strMasterLogFile` stays as it
+  /// is.
   int LastLogName() override;
+  /// Current binary log and position as "file:position". Fails when binary logging is off.
+  int FetchMasterInfo(std::string& info);
   int FetchDBList(std::list<std::string>& databases) override;
-  int StartSlave() override;
+  // Parallel backups of one replica, in any number of processes and sessions, share two files in the agent's temporary
+  // directory: a lock file and a counter of those who hold replication stopped. The first stops it, the last starts it
+  // again. A holder that dies stays counted, see `ReleaseStaleBackups`. The operations wait up to ten minutes for the
+  // lock.
+
+  /// Joins those who hold replication stopped; the first stops it. Sets `bSlaveStoppedBySession`. -1 also when the
+  /// counter cannot be read or written; the flag is then set only if replication was stopped, so that `StartSlave` can
+  /// start it.
   int StopSlave() override;
+  /// Leaves them; the last starts replication and looks for up to three seconds whether it runs. 0 without doing
+  /// anything for a session that does not hold it. A replica that does not start, or does not run then, is a critical
+  /// event (0x5700004e); only the former is a failure. 0, with nothing changed, when the counter cannot be opened or
+  /// read.
+  int StartSlave() override;
+  /// As in the base, over the connection, and 100 for a server that is no replica.
   int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) override;
+  /// Lowers the counter from `counted`, as `ReadRunningBackups` gave it, to the `living` of them, and starts
+  /// replication when none is left. For holders that died without leaving; the caller knows which did. 1, with nothing
+  /// changed, when the counter reads otherwise by now. Needs no session that stopped anything.
+  int ReleaseStaleBackups(unsigned int counted, unsigned int living);
   int getDBProps(std::string db, std::string& createTime, unsigned long long& size) override;
   int isUsesInnoDBEngine(std::string db, bool& innoDbOnly) override;
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
@@ -129,6 +151,16 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  ORRERY_MYSQL_HIDDEN int listMasterLogs(std::list<std::string>& logs, bool flushAfter, bool& listed);
+  /// How a step under the instance's lock went; `brokenOff` ends the operation without a further step.
+  enum class Step { done, failed, brokenOff };
+  ORRERY_MYSQL_HIDDEN Step holdReplica(orrery::mysql::InstanceLock& lock, const std::string& counter);
+  ORRERY_MYSQL_HIDDEN int stopReplication();
+  ORRERY_MYSQL_HIDDEN Step letReplicaGo(const orrery::mysql::InstanceLock& lock, const std::string& counter);
+  ORRERY_MYSQL_HIDDEN int startReplication(const char* tag);
+  ORRERY_MYSQL_HIDDEN void watchReplicationResume(const char* tag, const orrery::mysql::InstanceLock& lock);
+  ORRERY_MYSQL_HIDDEN int releaseStale(const char* tag, const orrery::mysql::InstanceLock& lock,
+                                       const std::string& counter, unsigned int counted, unsigned int living);
   /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a failure is told
   /// by `tell` and left in the session.
   template <class Request, class Tell>

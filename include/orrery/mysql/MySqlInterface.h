@@ -121,7 +121,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   int GetDBProperties(std::string db, unsigned long long& size, std::string& created);
   /// Whether all tables of a database that are not views are of the engines InnoDB or MEMORY.
   int isUsesInnoDBEngine(std::string db, bool& innoDbOnly);
-  /// Appends the columns of the replica's status row. 100 when the server is no replica.
+  /// Appends the columns of the replica's status row; of several, one per source, that of the one that replicates
+  /// worst. 100 when the server is no replica.
   int GetReplicationStatus(std::list<std::string>& values);
   int CreateDB(std::string db);
   int DropDB(std::string db);

@@ -144,6 +144,19 @@ CREATE TABLE archive_files (
   size INTEGER NOT NULL
 ) STRICT;
 CREATE INDEX archive_files_created ON archive_files (backup_set_id, application_type, created);
+)sql",
+                                 R"sql(
+CREATE TABLE replica_holders (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  instance_id INTEGER NOT NULL,
+  process_id INTEGER NOT NULL,
+  process_start TEXT NOT NULL,
+  command_id INTEGER NOT NULL,
+  command_start TEXT NOT NULL,
+  command_line TEXT NOT NULL,
+  since INTEGER NOT NULL
+) STRICT;
+CREATE INDEX replica_holders_instance ON replica_holders (instance_id);
 )sql"};
 
 std::int64_t pragma(Database& database, const char* question) {

@@ -50,6 +50,23 @@ TEST_F(DialectTest, SendsTheKnownTextFirstAndItsSuccessorOnlyAfterAParseError) {
   EXPECT_FALSE(learn("use 'a;b'", 1064)) << "the successor was in use already";
 }
 
+TEST_F(DialectTest, VerticalListingsAreAskedForByAnOptionOnceTheirCommandIsUnknown) {
+  const std::string text = "SHOW SLAVE STATUS\\G";
+  EXPECT_EQ(dialect_.statement(text) + dialect_.layoutOption(text), text);
+  EXPECT_TRUE(dialect_.learn({bin_.path(), "mysql", text, false, 0, "ERROR at line 1: Unknown command '\\G'.\n"},
+                             EvEvent(), "tag"));
+  EXPECT_EQ(dialect_.statement(text) + dialect_.layoutOption(text), "SHOW SLAVE STATUS --vertical");
+  EXPECT_TRUE(learn(text, 1064)) << "the server may know it no more than the client";
+  EXPECT_EQ(dialect_.statement(text), "SHOW REPLICA STATUS");
+  EXPECT_FALSE(learn(text, 1064));
+  EXPECT_EQ(dialect_.layoutOption("SHOW DATABASES"), "");
+
+  Dialect known;
+  EXPECT_TRUE(known.learn({bin_.path(), "mysql", text, false, 1064, ""}, EvEvent(), "tag"));
+  EXPECT_EQ(known.statement(text) + known.layoutOption(text), "SHOW REPLICA STATUS\\G") << "a client of before";
+  EXPECT_EQ(known.statement("SHOW SLAVE STATUS"), "SHOW REPLICA STATUS");
+}
+
 TEST_F(DialectTest, AnOddNameTellsNothingOfOtherNames) {
   EXPECT_TRUE(learn("use 'a;b'", 1064)) << "worth another try, for this name";
   EXPECT_EQ(dialect_.statement("use 'a;b'"), "use `a;b`");

@@ -9,7 +9,8 @@
 #include "orrery/platform/posix.h"
 
 /// A file that is read and written with plain system calls. Closed when the object ends; never through a link in the
-/// last part of its path, and not inherited by programs that the process starts.
+/// last part of its path, and not inherited by programs that the process starts. What is no plain file (a pipe under
+/// the file's name, say) fails instead of waiting.
 ///
 /// A failed operation leaves the system's error number in `lastError()`. One object is used by one thread.
 class ORRERY_PLATFORM_EXPORT DZFile {
@@ -18,6 +19,9 @@ class ORRERY_PLATFORM_EXPORT DZFile {
     modeRead = 1,
     modeWrite = 2,      ///< an existing file, from its start, without cutting it
     modeReadWrite = 3,  ///< made when it does not exist, readable by its owner alone
+  };
+  enum LockMode {
+    lockExclusive = 0,  ///< this object alone; the file must be open for writing
   };
 
   /// Opens a file; an earlier one of this object is closed first. Whether it worked.
@@ -29,6 +33,16 @@ class ORRERY_PLATFORM_EXPORT DZFile {
   ssize_t read(void* buffer, std::size_t size) noexcept;
   /// 0 on success, -1 on failure, -2 when only a part could be written.
   int write(const void* bytes, std::size_t size) noexcept;
+  /// Locks the whole file, waiting at most `seconds` while another holder has it; 0: one try. Positive when the lock
+  /// was obtained, 0 when it was not within the wait, negative on failure. The lock belongs to this object: it excludes
+  /// other objects of this process as well as other processes, closing another object of the same file leaves it alone,
+  /// and it ends with `unlock`, `close`, the object, or the process, however that ends. Waiting goes through the clock,
+  /// in steps that grow to 50 ms; those who wait are not served in their order.
+  int lock(int mode, int seconds) noexcept;
+  /// 0 on success, also without a lock; -1 on failure.
+  int unlock() noexcept;
+  /// Whether `path` names the very file that is open; false when it names another or none since.
+  bool isNamedBy(const std::string& path) const noexcept;
   /// 0 on success; -1 when the system reports only now that something was not written. Also 0 when nothing is open.
   int close() noexcept;
 

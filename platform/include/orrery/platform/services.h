@@ -325,7 +325,7 @@ class ArchiveManager {
   virtual Status removeFile(Id id) = 0;
 };
 
-// ---------------------------------------------------------------------------------------------------- proxy and clock
+// -------------------------------------------------------------------------------------------------------------- proxy
 
 struct ProxyRequest {
   Id clientId = 0;
@@ -341,6 +341,38 @@ class ProxyDirectory {
   /// `directory` stays empty when none is known; that is a success.
   virtual Status installDirectory(const ProxyRequest& request, std::optional<std::string>& directory) = 0;
 };
+
+// ---------------------------------------------------------------------------------------------- holders of a replica
+
+/// One process for good: its id, and what tells it from every other process that had or will have this id.
+struct ProcessMark {
+  long long id = 0;  ///< 0: none
+  std::string start;
+};
+
+/// A program of this machine that keeps the replica of an instance stopped, or is about to.
+struct ReplicaHolder {
+  Id id = 0;
+  Id instanceId = 0;
+  ProcessMark process;      ///< lets the replica go
+  ProcessMark command;      ///< works while the replica is held, started by `process`
+  std::string commandLine;  ///< what people know it by
+  std::int64_t since = 0;   ///< microseconds since the epoch
+};
+
+/// Who holds replicas, as far as it is known. Knowledge for people: backups agree among themselves without it.
+class ReplicaHolders {
+ public:
+  virtual ~ReplicaHolders() = default;
+  /// `holder.id` is ignored.
+  virtual Status add(const ReplicaHolder& holder, Id& id) = 0;
+  virtual Status setCommand(Id id, const ProcessMark& command) = 0;
+  virtual Status remove(Id id) = 0;
+  /// Those of one instance in the order they were added, the dead with the living.
+  virtual Status list(Id instanceId, std::vector<ReplicaHolder>& holders) = 0;
+};
+
+// -------------------------------------------------------------------------------------------------------------- clock
 
 class Clock {
  public:
@@ -365,6 +397,7 @@ struct Services {
   std::shared_ptr<Index> index;
   std::shared_ptr<ArchiveManager> archive;
   std::shared_ptr<ProxyDirectory> proxies;
+  std::shared_ptr<ReplicaHolders> holders;
   std::shared_ptr<Clock> clock;
 };
 

@@ -1,0 +1,140 @@
+// orrery-mysql replica hold: a real replica is stopped while a command runs, and let go whatever the command does.
+
+#include <signal.h>
+
+#include <filesystem>
+
+#include "command_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+class HoldTest : public CommandTest {
+ protected:
+  static void SetUpTestSuite() {
+    primary_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.tcp = true, .logBin = true});
+    replica_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.replicaOf = primary_->directory()});
+  }
+  static void TearDownTestSuite() {
+    replica_.reset();
+    primary_.reset();
+  }
+  void SetUp() override {
+    CommandTest::SetUp();
+    for (const auto& [name, server] : {std::pair("primary", primary_.get()), std::pair("db", replica_.get())}) {
+      const ProgramResult added =
+          run({"instance", "add", name, "--socket", server->socket(), "--user", "agent", "--password-file",
+               server->directory() + "/agent.password", "--unix-user", server->account()});
+      ASSERT_EQ(added.exitStatus, 0) << added.errors;
+    }
+    ASSERT_TRUE(waitUntil(runs)) << replica_->execute("show slave status");
+  }
+
+  static bool runs() {
+    return replica_->execute("select count(*) from information_schema.processlist where command like 'Slave_%'") ==
+           "2\n";
+  }
+  std::vector<std::string> hold(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"--access", "auto", "replica", "hold", "db", "--"});
+    return words;
+  }
+  std::string counter() const { return readFile(home() + "/tmp/Instance_2_RunningBkpUps"); }
+  Json status() const { return runJson({"replica", "status", "db"}); }
+  static bool appears(const std::string& file) {
+    return waitUntil([&] { return std::filesystem::exists(file); });
+  }
+  /// A command that tells that it runs and goes on until it is told to end.
+  std::vector<std::string> untilTold() const {
+    return {"sh", "-c", ": >" + running_ + "; until [ -e " + end_ + " ]; do sleep 0.02; done; exit 7"};
+  }
+
+  const std::string running_ = directory_ / "running";
+  const std::string end_ = directory_ / "end";
+  static inline std::unique_ptr<MariaDbSandbox> primary_;
+  static inline std::unique_ptr<MariaDbSandbox> replica_;
+};
+
+TEST_F(HoldTest, TheCommandsArgumentsOutputAndExitStatusAreItsOwn) {
+  const ProgramResult result =
+      run(hold({"sh", "-c", "printf '%s|' \"$@\"; ls -l /proc/self/fd >" + running_ + "; exit 7", "sh", "[a,b]",
+                "--home", "", "x  y", "--"}));
+  EXPECT_EQ(result.exitStatus, 7);
+  EXPECT_EQ(result.output, "[a,b]|--home||x  y|--|");
+  EXPECT_EQ(result.errors, "");
+  EXPECT_THAT(readFile(running_), testing::Not(testing::ContainsRegex("socket:|store\\.db|\\.log")))
+      << "it inherits nothing of the holder's";
+  EXPECT_EQ(counter(), "0");
+  EXPECT_TRUE(waitUntil(runs));
+  EXPECT_EQ(status()["holders"], Json::array());
+  EXPECT_EQ(run(hold({"sh", "-c", "kill -KILL $$"})).exitStatus, 128 + SIGKILL);
+  EXPECT_EQ(counter(), "0");
+}
+
+TEST_F(HoldTest, TwoHoldersShareTheReplicaAndTheLastLetsItGo) {
+  RunningProgram first(commandLine(home(), hold(untilTold())));
+  ASSERT_TRUE(appears(running_));
+  EXPECT_FALSE(runs());
+  Json found = status();
+  EXPECT_EQ(found["replication"], "held");
+  EXPECT_EQ(found["counter"], 1);
+  ASSERT_EQ(found["holders"].size(), 1U);
+  EXPECT_EQ(found["holders"][0]["alive"], true);
+  EXPECT_EQ(found["holders"][0]["pid"], first.pid());
+  EXPECT_EQ(run(hold({"true"})).exitStatus, 0);
+  EXPECT_EQ(counter(), "1");
+  EXPECT_FALSE(runs()) << "the first one still holds it";
+  writeFile(end_, "");
+  EXPECT_EQ(first.wait().exitStatus, 7);
+  EXPECT_TRUE(waitUntil(runs));
+  EXPECT_EQ(status()["replication"], "running");
+}
+
+TEST_F(HoldTest, AnInterruptReachesTheCommandOnceAndLetsTheReplicaGo) {
+  RunningProgram deaf(commandLine(home(), hold(untilTold())));
+  ASSERT_TRUE(appears(running_));
+  deaf.signalGroup(SIGINT);
+  EXPECT_EQ(deaf.wait().signal, SIGINT);
+  EXPECT_EQ(counter(), "0");
+  EXPECT_TRUE(waitUntil(runs));
+  std::filesystem::remove(running_);
+
+  // A command that answers a signal in its own way, which the signal's sender alone may end.
+  const std::string heard = directory_ / "heard";
+  RunningProgram careful(commandLine(home(), hold({"sh", "-c",
+                                                   "trap 'echo x >>" + heard + "' TERM; : >" + running_ +
+                                                       "; until [ -e " + end_ + " ]; do sleep 0.02; done; exit 5"})));
+  ASSERT_TRUE(appears(running_));
+  ASSERT_EQ(::kill(careful.pid(), SIGTERM), 0);
+  ASSERT_TRUE(appears(heard));
+  writeFile(end_, "");
+  EXPECT_EQ(careful.wait().exitStatus, 5) << "the command's own end is the end";
+  EXPECT_EQ(readFile(heard), "x\n");
+  EXPECT_EQ(counter(), "0");
+}
+
+TEST_F(HoldTest, AHolderThatIsKilledIsClearedOnceItsCommandHasEnded) {
+  RunningProgram holder(commandLine(home(), hold(untilTold())));
+  ASSERT_TRUE(appears(running_));
+  ASSERT_EQ(::kill(holder.pid(), SIGKILL), 0);
+  EXPECT_EQ(holder.wait().signal, SIGKILL);
+  EXPECT_EQ(status()["holders"][0]["alive"], true) << "the command still reads";
+  EXPECT_EQ(runJson({"replica", "release", "--stale", "--yes", "db"})["counter"], 1);
+  writeFile(end_, "");
+  ASSERT_TRUE(waitUntil([&] { return status()["holders"][0]["alive"] == false; }));
+  EXPECT_FALSE(runs());
+  const Json done = runJson({"replica", "release", "--stale", "--yes", "db"});
+  EXPECT_EQ(done["counter"], 0);
+  EXPECT_EQ(done["replica_started"], true);
+  EXPECT_TRUE(waitUntil(runs));
+}
+
+TEST_F(HoldTest, WhatIsNoRunningReplicaIsNotHeld) {
+  EXPECT_TRUE(failedWith(run({"--access", "library", "replica", "hold", "primary", "--", "true"}), "is no replica"));
+  replica_->execute("stop slave");
+  EXPECT_TRUE(failedWith(run(hold({"true"})), "replication does not run there"));
+  EXPECT_EQ(status()["replication"], "stopped");
+  replica_->execute("start slave");
+}
+
+}  // namespace
+}  // namespace orrery::test
