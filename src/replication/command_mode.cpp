@@ -9,6 +9,7 @@
 
 int GetMySqlInfo::getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) {
   constexpr const char* tag = "<<FALLBACK>> GetMySqlInfo::getReplicationStatus";
+  running = false;  // whatever fails, nothing runs that was not seen to
   return orrery::mysql::guarded(evEvent, tag, [&] {
     std::string output;
     std::list<std::string> values;

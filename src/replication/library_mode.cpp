@@ -44,6 +44,7 @@ class [[nodiscard]] LockInUse {
 }  // namespace
 
 int GetMySqlInfoExt::getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) {
+  running = false;  // whatever fails, nothing runs that was not seen to
   return guarded(evEvent, statusTag, [&] {
     if (!bInitialized) {
       evEvent.Debug(statusTag, "ERROR: object not initialized before calling this function.");
@@ -53,7 +54,6 @@ int GetMySqlInfoExt::getReplicationStatus(bool& running, bool& partial, int& sta
     std::list<std::string> values;
     const int rc = m_Conn->GetReplicationStatus(values);
     if (rc == notAReplica) {
-      running = false;
       evEvent.Debug(statusTag, "This is not master slave setup.");
       return notAReplica;
     }

@@ -122,14 +122,6 @@ TEST_F(Replication, TwoBackupsShareTheReplica) {
   EXPECT_TRUE(waitUntil([] { return threads() == "Yes\tYes"; }));
 }
 
-TEST_F(Replication, StoppedByNobodyWhoIsCounted) {
-  replica->execute("STOP SLAVE SQL_THREAD");
-  EXPECT_EQ(statusOf(*library()), (Answer{0, false, unchanged, 7}));
-  EXPECT_EQ(statusOf(*command()), (Answer{0, false, unchanged, 7}));
-  EXPECT_TRUE(backend_.log().contains("No other backups found running..."));
-  replica->execute("START SLAVE");
-}
-
 TEST_F(Replication, FiltersMakeItPartial) {
   replica->execute("STOP SLAVE; SET GLOBAL replicate_wild_ignore_table='test.%'; START SLAVE");
   ASSERT_TRUE(waitUntil([] { return threads() == "Yes\tYes"; }));

@@ -1,5 +1,4 @@
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -82,18 +81,6 @@ TEST_F(FileLockTest, FailuresAreToldApartFromABusyFile) {
   EXPECT_EQ(file.unlock(), 0) << "without a lock there is nothing to fail";
   EXPECT_LT(file.lock(7, 0), 0);
   EXPECT_EQ(file.lastError(), EINVAL);
-}
-
-TEST_F(FileLockTest, KnowsWhetherAPathStillNamesIt) {
-  DZFile file;
-  ASSERT_TRUE(open(file));
-  EXPECT_TRUE(file.isNamedBy(path_));
-  ASSERT_EQ(::unlink(path_.c_str()), 0);
-  EXPECT_FALSE(file.isNamedBy(path_));
-  DZFile successor;
-  ASSERT_TRUE(open(successor));
-  EXPECT_FALSE(file.isNamedBy(path_));
-  EXPECT_TRUE(successor.isNamedBy(path_));
 }
 
 TEST_F(FileLockTest, APipeInTheFilesPlaceFailsInsteadOfWaiting) {

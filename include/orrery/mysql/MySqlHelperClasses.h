@@ -132,10 +132,10 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// or with the command's error text. -1 also when the server still answers after three checks, 10 seconds apart,
   /// which is only logged.
   virtual int StopServer(const char* stopCommand);
-  /// Reads the server's status as a replica. `running`: both replication threads run. `partial`, set only then: filters
-  /// leave a part of the primary out. `status` becomes 99 when replication stands still because backups hold it, see
-  /// `GetMySqlInfoExt::StopSlave`: the replica then counts as online; else it stays. `text` stays. -1 also for a server
-  /// that is no replica.
+  /// Reads the server's status as a replica. `running`: both replication threads were seen to run; false also on
+  /// failure. `partial`, set only when they do: filters leave a part of the primary out. `status` becomes 99 when
+  /// replication stands still because backups hold it, see `GetMySqlInfoExt::StopSlave`: the replica then counts as
+  /// online; else it stays. `text` stays. -1 also for a server that is no replica.
   virtual int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text);
   virtual int getDBProps(std::string db, std::string& createTime, unsigned long long& size);
   virtual int isUsesInnoDBEngine(std::string db, bool& innoDbOnly);

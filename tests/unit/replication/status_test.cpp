@@ -1,6 +1,8 @@
 #include "replication/status.h"
 
+#include <iterator>
 #include <list>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,62 +15,16 @@ using orrery::mysql::ReplicationStatus;
 using Values = std::list<std::string>;
 
 /// The columns of a MariaDB 10.11 replica that runs, as the client library hands them over.
-const std::vector<std::string> runningRow = {
-    "Waiting for master to send event",
-    "127.0.0.1",
-    "replica",
-    "23502",
-    "1",
-    "mysql-bin.000003",
-    "774",
-    "mariadbd-relay-bin.000002",
-    "1073",
-    "mysql-bin.000002",
-    "Yes",
-    "Yes",
-    "",
-    "",
-    "",
-    "",
-    "",
-    "",
-    "0",
-    "",
-    "0",
-    "4711",
-    "1385",
-    "None",
-    "",
-    "0",
-    "No",
-    "",
-    "",
-    "",
-    "",
-    "",
-    "0",
-    "No",
-    "0",
-    "",
-    "0",
-    "",
-    "",
-    "1",
-    "",
-    "",
-    "Slave_Pos",
-    "0-1-3",
-    "",
-    "",
-    "optimistic",
-    "0",
-    "NULL",
-    "Slave has read all relay log; waiting for more updates",
-    "2",
-    "0",
-    "1",
-    "",
-};
+Values runningRow() {
+  std::istringstream text(
+      "Waiting for master to send event|127.0.0.1|replica|23502|1|mysql-bin.000003|774|mariadbd-relay-bin.000002|1073|"
+      "mysql-bin.000002|Yes|Yes|||||||0||0|4711|1385|None||0|No||||||0|No|0||0|||1|||Slave_Pos|0-1-3|||optimistic|0|"
+      "NULL|"
+      "Slave has read all relay log; waiting for more updates|2|0|1||");
+  Values row;
+  for (std::string column; std::getline(text, column, '|');) row.push_back(column);
+  return row;
+}
 const std::string header1 = "*************************** 1. row ***************************";
 const std::string header2 = "*************************** 2. row ***************************";
 const std::string duplicate =
@@ -81,9 +37,9 @@ struct Change {
 };
 
 Values rowWith(const std::vector<Change>& changes) {
-  std::vector<std::string> row = runningRow;
-  for (const Change& change : changes) row.at(change.position) = change.value;
-  return {row.begin(), row.end()};
+  Values row = runningRow();
+  for (const Change& change : changes) *std::next(row.begin(), static_cast<long>(change.position)) = change.value;
+  return row;
 }
 
 /// As a client prints the row with one column per line: values with line feeds break.
