@@ -106,8 +106,7 @@ Failure Database::failure(int code) const {
   return Failure(describe(path_, step, code, reason, handle_ == nullptr ? 0 : sqlite3_system_errno(handle_)));
 }
 
-Statement::Statement(Database& database, std::string_view sql)
-    : database_(database), handle_(database.takeIdle(sql)) {
+Statement::Statement(Database& database, std::string_view sql) : database_(database), handle_(database.takeIdle(sql)) {
   if (handle_ != nullptr) return;
   check(sqlite3_prepare_v2(database.handle_, sql.data(), static_cast<int>(sql.size()), &handle_, nullptr));
 }
