@@ -1,11 +1,9 @@
 #include "replica_hold.h"
 
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <sstream>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
@@ -15,6 +13,7 @@
 #include "posix.h"
 #include "process_mark.h"
 #include "server_session.h"
+#include "user_program.h"
 
 namespace orrery::tool {
 namespace {
@@ -90,33 +89,14 @@ class HeldReplica {
   bool isStopped_ = false;
 };
 
-pid_t startProgram(const std::string& path, const std::vector<std::string>& words) {
-  std::vector<char*> arguments;
-  arguments.reserve(words.size() + 1);
-  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  pid_t child = -1;
-  const int error = ::posix_spawn(&child, path.c_str(), nullptr, nullptr, arguments.data(), environ);
-  if (error != 0) throw Failure("the command " + words.front() + " cannot be run", errorText(error));
-  return child;
-}
-
-int waitFor(pid_t child) {
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) throw Failure("the command cannot be waited for", errorText(errno));
-  }
-  return status;
-}
-
 int runProgram(HeldReplica& held, const std::string& path, const std::vector<std::string>& words) {
   const HandedOnOnce once;
+  UserProgram program(path, words);
+  // Before it runs: were this program killed in between, nobody would know that the replica is still in use.
+  held.setCommand(program.pid());
   if (interruptSignal() != 0) throw Interrupted();
-  const pid_t child = startProgram(path, words);
-  // A signal that came just before the start was handed on to nobody.
-  if (const int signal = interruptSignal(); signal != 0) ::kill(child, signal);
-  held.setCommand(child);
-  return waitFor(child);
+  program.start();
+  return program.wait();
 }
 
 std::string commandLineOf(const std::vector<std::string>& words) {
