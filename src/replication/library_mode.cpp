@@ -5,6 +5,7 @@
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 #include "orrery/mysql/MySqlInterface.h"
+#include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
 #include "access/library_forward.h"
@@ -172,10 +173,12 @@ GetMySqlInfoExt::Step GetMySqlInfoExt::letReplicaGo(const InstanceLock& lock, co
   const CounterReading reading = orrery::mysql::readCounter(counter);
   if (reading.outcome == CounterReading::Outcome::notOpened) {
     orrery::mysql::tellNotOpened(evEvent, startTag, counter, reading.error);
+    SetErrorStatus(-1, "the counter " + counter + " cannot be opened: " + orrery::platform::errorText(reading.error));
     return Step::failed;
   }
   if (reading.outcome == CounterReading::Outcome::notRead) {
     orrery::mysql::tellNotRead(evEvent, startTag, reading.error);
+    SetErrorStatus(-1, "the counter " + counter + " cannot be read: " + orrery::platform::errorText(reading.error));
     return Step::failed;
   }
   evEvent.DebugLvl(startTag, 7, "DZFile::read() returned [%d]", static_cast<int>(reading.bytes));
@@ -195,6 +198,7 @@ GetMySqlInfoExt::Step GetMySqlInfoExt::letReplicaGo(const InstanceLock& lock, co
   evEvent.DebugLvl(startTag, 3, "writing [%d] to backup count file", static_cast<int>(left));
   const CounterWriting writing = orrery::mysql::writeCounter(counter, left);
   if (writing.outcome == CounterWriting::Outcome::written) return Step::done;
+  SetErrorStatus(-1, "the counter " + counter + " cannot be written: " + orrery::platform::errorText(writing.error));
   if (writing.outcome == CounterWriting::Outcome::notOpened) {
     orrery::mysql::tellNotOpened(evEvent, startTag, counter, writing.error);
     return Step::failed;

@@ -1,6 +1,7 @@
 #include "replication/status.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -87,12 +88,22 @@ class Row {
   bool found_ = false;
 };
 
+constexpr std::array numbersBeforeTheStates{masterPort, connectRetry, readMasterLogPos, relayLogPos};
+
+/// Whether a column before the threads' states that must be a number holds another text: the values behind it, the
+/// states among them, are then not those of their columns.
+bool isShifted(const Row& row) {
+  return std::any_of(numbersBeforeTheStates.begin(), numbersBeforeTheStates.end(), [&](std::size_t position) {
+    return !row.before(position).empty() && !isNumber(row.before(position));
+  });
+}
+
 std::string oddityOf(const Row& row) {
   if (row.size() < leastColumns) return "it has only " + std::to_string(row.size()) + " columns";
   const auto notA = [](const char* what, std::size_t position, std::string_view value) {
     return "[" + std::string(value) + "] at position " + std::to_string(position) + " is no " + what;
   };
-  for (const std::size_t position : {masterPort, connectRetry, readMasterLogPos, relayLogPos}) {
+  for (const std::size_t position : numbersBeforeTheStates) {
     if (!isNumber(row.before(position))) return notA("number", position, row.before(position));
   }
   for (const std::size_t position : {ioRunning, sqlRunning}) {
@@ -114,8 +125,9 @@ ReplicationStatus readRow(Values values) {
   if (!status.isRow) return status;
   status.ioState = row.before(ioState);
   status.relayMasterLogFile = row.before(relayMasterLogFile);
-  status.ioRuns = row.before(ioRunning) == "Yes";
-  status.sqlRuns = row.before(sqlRunning) == "Yes";
+  const bool areInPlace = !isShifted(row);
+  status.ioRuns = areInPlace && row.before(ioRunning) == "Yes";
+  status.sqlRuns = areInPlace && row.before(sqlRunning) == "Yes";
   for (std::size_t i = 0; i < status.filters.size(); ++i) status.filters[i] = row.before(firstFilter + i);
   status.lastErrno = row.before(lastErrno);
   status.lastError = row.error();

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 
+#include "orrery/platform/DZFile.h"
+
 #include "command_fixture.h"
 
 namespace orrery::test {
@@ -111,6 +113,50 @@ TEST_F(HoldTest, AnInterruptReachesTheCommandOnceAndLetsTheReplicaGo) {
   EXPECT_EQ(careful.wait().exitStatus, 5) << "the command's own end is the end";
   EXPECT_EQ(readFile(heard), "x\n");
   EXPECT_EQ(counter(), "0");
+}
+
+TEST_F(HoldTest, AnInterruptedHolderWaitsForTheLockAndLetsGoAllTheSame) {
+  RunningProgram holder(commandLine(home(), hold(untilTold())));
+  ASSERT_TRUE(appears(running_));
+  DZFile lock;
+  ASSERT_TRUE(lock.open(home() + "/tmp/MySQLInstance_2_LOCK", DZFile::modeReadWrite));
+  ASSERT_GT(lock.lock(DZFile::lockExclusive, 0), 0);
+  holder.signalGroup(SIGTERM);
+  EXPECT_FALSE(waitUntil([&] { return log().find("waited for 10 minutes") != std::string::npos; },
+                         std::chrono::milliseconds(500)));
+  EXPECT_EQ(counter(), "1");
+  lock.close();
+  EXPECT_EQ(holder.wait().signal, SIGTERM);
+  EXPECT_EQ(counter(), "0");
+  EXPECT_TRUE(waitUntil(runs));
+}
+
+TEST_F(HoldTest, ACounterThatCannotBeWrittenLeavesNoReplicaStopped) {
+  run(hold({"true"}));
+  std::filesystem::create_directory(home() + "/tmp/Instance_2_RunningBkpUps.new");
+  const ProgramResult refused = run(hold({"echo", "ran"}));
+  EXPECT_EQ(refused.exitStatus, 1);
+  EXPECT_EQ(refused.output, "");
+  EXPECT_TRUE(waitUntil(runs)) << refused.errors;
+}
+
+TEST_F(HoldTest, ACounterThatCannotBeReadAtTheEndIsToldAndItsHolderKept) {
+  const std::string file = home() + "/tmp/Instance_2_RunningBkpUps";
+  const ProgramResult result = run(hold({"sh", "-c", "rm -f " + file + "; mkdir " + file}));
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_THAT(result.errors, testing::HasSubstr("is not let go: the counter " + file + " cannot be "));
+  EXPECT_FALSE(runs());
+  std::filesystem::remove(file);
+  EXPECT_EQ(status()["holders"].size(), 1U) << "who left it stopped is known";
+  EXPECT_EQ(run({"replica", "release", "--stale", "db", "--yes"}).exitStatus, 0);
+  EXPECT_TRUE(waitUntil(runs));
+}
+
+TEST_F(HoldTest, AReplicaThatRunsAlthoughItIsCountedIsNotTakenForHeld) {
+  writeFile(home() + "/tmp/Instance_2_RunningBkpUps", "1", 0600);
+  EXPECT_TRUE(failedWith(run(hold({"echo", "ran"})), "but replication runs there"));
+  EXPECT_EQ(counter(), "1");
+  EXPECT_TRUE(runs());
 }
 
 TEST_F(HoldTest, AHolderThatIsKilledIsClearedOnceItsCommandHasEnded) {

@@ -4,6 +4,8 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -165,9 +167,10 @@ void purge(Context& context, const std::string& instance, const std::string& bef
   server.run("the binary logs are not purged on", [&](GetMySqlInfo& session) { return session.PurgeLogsTo(before); });
   // The server keeps what a replica still reads, so only a second look tells what went.
   const Names left = readCatalogue(server).names;
+  const std::set<std::string_view> kept(left.begin(), left.end());
   Names removed;
   std::copy_if(earlier.names.begin(), earlier.names.end(), std::back_inserter(removed),
-               [&](const std::string& name) { return std::find(left.begin(), left.end(), name) == left.end(); });
+               [&](const std::string& name) { return kept.count(name) == 0; });
   if (std::find(left.begin(), left.end(), before) != left.begin()) {
     context.note("the server keeps binary logs before " + before +
                  ": a replica reads them, or its engines need them for a while after a rotation");

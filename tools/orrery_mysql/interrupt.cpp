@@ -29,6 +29,7 @@ std::atomic<int> firstSignal{0};
 std::atomic<int> signalCount{0};
 std::atomic<int> wakeDescriptor{-1};
 std::atomic<bool> handedOnOnce{false};
+std::atomic<int> finishing{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void remember(int signal) {
@@ -125,7 +126,8 @@ int interruptSignal() noexcept {
 
 void InterruptibleClock::sleep(std::int64_t milliseconds) noexcept {
   constexpr std::int64_t step = 100;
-  for (; milliseconds > 0 && firstSignal == 0; milliseconds -= step) inner_->sleep(std::min(milliseconds, step));
+  for (; milliseconds > 0 && (firstSignal == 0 || finishing > 0); milliseconds -= step)
+    inner_->sleep(std::min(milliseconds, step));
 }
 
 ClientLimit::ClientLimit(std::chrono::steady_clock::time_point limit)
@@ -150,6 +152,15 @@ ClientLimit::~ClientLimit() {
 
 void forgetInterrupt() noexcept {
   firstSignal = 0;
+  signalCount = 0;
+}
+
+Finishing::Finishing() noexcept {
+  ++finishing;
+}
+
+Finishing::~Finishing() {
+  --finishing;
 }
 
 HandedOnOnce::HandedOnOnce() noexcept {

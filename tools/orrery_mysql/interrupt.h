@@ -65,6 +65,16 @@ class [[nodiscard]] ClientLimit {
   std::thread thread_;
 };
 
+/// While one lives, waits last as long as they should although the user asked for the end: what is done then, letting a
+/// replica go for one, has to be finished.
+class [[nodiscard]] Finishing {
+ public:
+  Finishing() noexcept;
+  ~Finishing();
+  Finishing(const Finishing&) = delete;
+  Finishing& operator=(const Finishing&) = delete;
+};
+
 /// For a program that answered the signal in a way of its own: the signal counts as dealt with.
 void forgetInterrupt() noexcept;
 

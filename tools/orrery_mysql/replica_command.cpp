@@ -12,6 +12,7 @@
 #include "context.h"
 #include "failure.h"
 #include "instance_lookup.h"
+#include "interrupt.h"
 #include "replica_hold.h"
 #include "replica_release.h"
 #include "secrets.h"
@@ -158,10 +159,12 @@ void release(Context& context, const std::string& nameOrId, bool yes) {
   if (!yes && !askYesOrNo(question(holds, record.name), "--yes")) throw Failure(what, "the answer was no");
   ServerSession server(context, nameOrId);
   const Release done = releaseStale(context, record, holds, [&] {
+    // An interrupt must not come between the start and the counter that goes with it.
+    const Finishing toTheEnd;
     // Through the server's own client: the session's operation is the protocol's, and would wait for the lock held
     // here.
-    server.run("the replica is not started on",
-               [](GetMySqlInfo& session) { return session.GetMySqlInfo::StartSlave(); });
+    (*server).clearErrors();
+    if ((*server).GetMySqlInfo::StartSlave() != 0) server.fail("the replica is not started on " + record.name);
   });
   printRelease(context, record.name, holds.counter, done);
 }

@@ -57,7 +57,8 @@ class HeldReplica {
     isEntered_ = true;
     server_.run("the replica is not held on", [&](GetMySqlInfo& session) {
       const int rc = session.StopSlave();
-      isStopped_ = rc == 0;
+      // Not the result: a stop that could not be counted has stopped the replica all the same.
+      isStopped_ = session.bSlaveStoppedBySession;
       return rc;
     });
   }
@@ -71,7 +72,10 @@ class HeldReplica {
 
   /// Does not mind an interrupt: that is when a replica must be let go, too.
   void letGo() {
-    if (std::exchange(isStopped_, false) && (*server_).StartSlave() != 0) {
+    const Finishing toTheEnd;
+    (*server_).clearErrors();
+    // The result alone does not tell: a counter that cannot be read or lowered is no failure to a backup that ends.
+    if (std::exchange(isStopped_, false) && ((*server_).StartSlave() != 0 || !(*server_).strErrorString.empty())) {
       isEntered_ = false;  // the entry stays and tells who left the counter raised
       const std::string& name = server_.instance();
       throw Failure("the replica of " + name + " is not let go", onOneLine((*server_).strErrorString),
@@ -138,6 +142,10 @@ void holdReplica(Context& context, const std::string& nameOrId, const std::vecto
   }
   HeldReplica held(context, server);
   held.stop(commandLineOf(words));
+  if (readReplication(server).isRunning) {
+    throw Failure(what, "others are counted as holding it, but replication runs there",
+                  "see orrery-mysql replica status " + server.instance());
+  }
   // The command may take longer than servers keep an idle connection, and must not inherit this one.
   static_cast<GetMySqlInfoExt&>(*server).Disconnect();
   const int status = runProgram(held, path, words);

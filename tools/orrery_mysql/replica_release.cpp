@@ -91,11 +91,12 @@ pid_t makerOf(const std::string& name, platform::Id instance) {
 /// Sessions of living processes; those of dead ones are removed when a home is opened. Commands of this program enter
 /// themselves before they hold.
 void readPossible(const std::string& temporaryDirectory, platform::Id instance, Holds& holds) {
-  if (holds.counter <= holds.alive()) return;
+  if (holds.counterProblem.empty() && holds.counter <= holds.alive()) return;
   for (const auto& entry : std::filesystem::directory_iterator(temporaryDirectory)) {
     const pid_t process = makerOf(entry.path().filename(), instance);
     const bool isKnown = std::any_of(holds.known.begin(), holds.known.end(), [&](const KnownHolder& known) {
-      return known.holder.process.id == process || known.holder.command.id == process;
+      // An id of one who died may have come to somebody else.
+      return known.isAlive && (known.holder.process.id == process || known.holder.command.id == process);
     });
     if (process > 0 && !isKnown && !isOfThisProgram(process)) holds.possible.push_back(process);
   }

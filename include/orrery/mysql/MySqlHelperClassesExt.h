@@ -119,7 +119,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// Leaves them; the last starts replication and looks for up to three seconds whether it runs. 0 without doing
   /// anything for a session that does not hold it. A replica that does not start, or does not run then, is a critical
   /// event (0x5700004e); only the former is a failure. 0, with nothing changed, when the counter cannot be opened or
-  /// read.
+  /// read; 0 also when it cannot be made anew. The session's last error then says so.
   int StartSlave() override;
   /// As in the base, over the connection, and 100 for a server that is no replica.
   int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) override;
