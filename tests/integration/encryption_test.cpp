@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -59,10 +58,14 @@ class Encryption : public orrery::test::RealSessionTest {
   /// Starts the server again with or without its certificate.
   static void restart(bool withTls) {
     const std::string file = server_->directory() + "/server.cnf";
-    const std::string content = orrery::test::readFile(file);
+    const std::string from = withTls ? "\n#ssl_" : "\nssl_";
+    const std::string to = withTls ? "\nssl_" : "\n#ssl_";
+    std::string content = orrery::test::readFile(file);
+    for (std::size_t at = content.find(from); at != std::string::npos; at = content.find(from, at + to.size())) {
+      content.replace(at, from.size(), to);
+    }
     server_->stop();
-    const std::regex lines(withTls ? "#(ssl_)" : "(ssl_)");
-    orrery::test::writeFile(file, std::regex_replace(content, lines, withTls ? "$1" : "#$1"), 0644);
+    orrery::test::writeFile(file, content, 0644);
     server_->start();
   }
 
