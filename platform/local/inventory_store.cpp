@@ -217,6 +217,16 @@ Status InventoryStore::addSubclient(Id backupSetId, const std::string& name, Id&
   return status;
 }
 
+Status InventoryStore::removeSubclient(Id id) {
+  return database_->write("remove the subclient", [&] {
+    Statement subclient(*database_, "SELECT name, is_default FROM subclients WHERE id = ?");
+    if (!subclient.with(id).next()) throwNotFound("subclient", std::to_string(id));
+    if (subclient.integer(1) != 0)
+      throw Failure(Status::invalid("the default subclient " + subclient.text(0) + " cannot be removed"));
+    Statement(*database_, "DELETE FROM subclients WHERE id = ?").with(id).run();
+  });
+}
+
 Status InventoryStore::listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) {
   std::vector<SubclientRecord> found;
   Status status = database_->read("read the subclients", [&] {

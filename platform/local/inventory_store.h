@@ -26,6 +26,7 @@ class InventoryStore final : public Inventory {
 
   Status listBackupSets(Id instanceId, std::vector<BackupSet>& sets) override;
   Status addSubclient(Id backupSetId, const std::string& name, Id& id) override;
+  Status removeSubclient(Id id) override;
   Status listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) override;
   Status findSubclient(Id id, SubclientRecord& subclient) override;
   Status listContent(Id subclientId, std::vector<ContentEntry>& content) override;

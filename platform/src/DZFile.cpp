@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <system_error>
 
 #include "orrery/platform/services.h"
 
@@ -118,4 +120,23 @@ int DZFile::close() noexcept {
 bool CKyPath::IsFile(const std::string& path) noexcept {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+CKyError CKyPath::IsLink(const std::string& path, bool& isLink) {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0) return {errno, path + ": " + orrery::platform::errorText(errno)};
+  isLink = S_ISLNK(info.st_mode);
+  return {};
+}
+
+CKyError UnixSymbolicLink::getPhysicalPath(const std::string& link, std::string& physical) {
+  std::error_code error;
+  std::filesystem::path resolved = std::filesystem::canonical(link, error);
+  if (error == std::errc::no_such_file_or_directory) {
+    const std::filesystem::path target = std::filesystem::read_symlink(link, error);
+    resolved = (std::filesystem::path(link).parent_path() / target).lexically_normal();
+  }
+  if (error) return {error.value(), link + ": " + orrery::platform::errorText(error.value())};
+  physical = resolved.string();
+  return {};
 }

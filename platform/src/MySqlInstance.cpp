@@ -108,11 +108,33 @@ int MySqlInstance::setIsMariaDB(bool value) {
   return services().inventory->writeProperties(getInstanceId(), {{property::isMariaDb, value ? "1" : "0"}}).code;
 }
 
+int MySqlInstance::getMySqlDataDir(std::string& value) const {
+  return text(property::dataDirOwner, value);
+}
+
+int MySqlInstance::setMySqlDataDir(const std::string& value) {
+  return services().inventory->writeProperties(getInstanceId(), {{property::dataDirOwner, value}}).code;
+}
+
 std::unique_ptr<Instance> ApplicationId::getInstance() const {
   if (instanceId_ == 0) return nullptr;
   orrery::platform::InstanceRecord record;
   if (!services().inventory->findInstance(instanceId_, record).ok()) return nullptr;
   return std::make_unique<Instance>(instanceId_);
+}
+
+std::unique_ptr<MySqlSubclient> ApplicationId::getSubclient() const {
+  if (subclientId_ == 0) return nullptr;
+  orrery::platform::SubclientRecord record;
+  if (!services().inventory->findSubclient(subclientId_, record).ok()) return nullptr;
+  return std::make_unique<MySqlSubclient>(subclientId_);
+}
+
+std::unique_ptr<MySqlBackupSet> ApplicationId::getBackupSet() const {
+  if (subclientId_ == 0) return nullptr;
+  orrery::platform::SubclientRecord record;
+  if (!services().inventory->findSubclient(subclientId_, record).ok()) return nullptr;
+  return std::make_unique<MySqlBackupSet>(record.backupSetId);
 }
 
 int ClientFromInstanceId::getClientId(unsigned long instanceId, unsigned long& clientId) {

@@ -93,6 +93,7 @@ class NoInventory final : public Inventory, private Unavailable {
   Status removeInstance(Id) override { return no(); }
   Status listBackupSets(Id, std::vector<BackupSet>&) override { return no(); }
   Status addSubclient(Id, const std::string&, Id&) override { return no(); }
+  Status removeSubclient(Id) override { return no(); }
   Status listSubclients(Id, std::vector<SubclientRecord>&) override { return no(); }
   Status findSubclient(Id, SubclientRecord&) override { return no(); }
   Status listContent(Id, std::vector<ContentEntry>&) override { return no(); }

@@ -155,6 +155,18 @@ class MemoryInventory final : public Inventory {
     });
   }
 
+  Status removeSubclient(Id id) override {
+    return attempt(*memory_, "Inventory::removeSubclient", {std::to_string(id)}, [&] {
+      const auto found = memory_->subclients.find(id);
+      if (found == memory_->subclients.end()) return none("subclient", id);
+      if (found->second.isDefault)
+        return Status::invalid("the default subclient " + found->second.name + " cannot be removed");
+      memory_->subclients.erase(found);
+      memory_->content.erase(id);
+      return Status::success();
+    });
+  }
+
   Status listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) override {
     return attempt(*memory_, "Inventory::listSubclients", {std::to_string(backupSetId)}, [&] {
       if (memory_->backupSets.count(backupSetId) == 0) return none("backup set", backupSetId);

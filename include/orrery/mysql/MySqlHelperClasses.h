@@ -21,8 +21,11 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "orrery/mysql/DatabasePlan.h"
+#include "orrery/mysql/FurtherPath.h"
 #include "orrery/mysql/export.h"
 #include "orrery/platform/EvEvent.h"
 #include "orrery/platform/MySqlInstance.h"
@@ -31,6 +34,8 @@ namespace IdxMetadata {
 class MySqlDbInfo;
 }
 
+class DZBkpJobClient;
+class DZJobCtrlClient;
 class MySqlChildProcess;
 
 namespace orrery::mysql {
@@ -58,7 +63,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
 
   /// Removes the defaults file and lets go of the instance entity.
   virtual ~GetMySqlInfo();
-  /// Every data path of the server: database name to directory.
+  /// The server's data paths by their kind. Keys: "datadir"; "innodb_data_home_dir", "innodb_log_group_home_dir" and
+  /// every InnoDB data file that has a directory of its own, under itself, but only where the server says that it has
+  /// no InnoDB (library mode reads them where it has). `paths` is emptied first and keeps what was found before a
+  /// failure. For a session with an instance, the data directory and its owner go to the inventory, see
+  /// `setDataPathsToARDB`.
   virtual int FindAllDatabasePaths(std::map<std::string, std::string>& paths);
 
   /// Initialisers. On failure the members read so far stay, and the session is not usable.
@@ -93,7 +102,13 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// filled.
   virtual int FindMasterLogs(std::list<std::string>& logs, long* first, long* last);
   virtual int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
+  /// Whether the server has a database. Line feeds are removed from `db`, and "_" and "%" in it get a backslash: the
+  /// caller's text is the pattern that was asked for afterwards. `present` stays on failure.
+  // The derived class hides this one on purpose, see there.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
   virtual int CheckDBPresence(std::string& db, bool& present);
+#pragma GCC diagnostic pop
   /// Rotates the server's logs. Does nothing for a cloud database, whose logs are not backed up.
   virtual int FlushLogs();
   /// Creates a database unless it exists. A name with a back-tick, a double quote, a line break or a null is refused:
@@ -109,6 +124,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Reads the name of the binary log that is written now into `strMasterLogFile`, and the part of it before its first
   /// "." into `strLogBaseName`. Both are empty when binary logging is off.
   virtual int LastLogName();
+  /// Appends the names of the databases, each with a "/" before it, without performance_schema and information_schema.
   virtual int FetchDBList(std::list<std::string>& databases);
   /// Start and stop replication, whoever else holds it. Library mode counts who does.
   virtual int StartSlave();
@@ -137,7 +153,10 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// replication stands still because backups hold it, see `GetMySqlInfoExt::StopSlave`: the replica then counts as
   /// online; else it stays. `text` stays. -1 also for a server that is no replica.
   virtual int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text);
+  /// Size of a database's tables in bytes and the oldest creation time as the server writes it; 0 and "0" for one
+  /// without tables, and also when the server cannot be asked for them. `db` is the bare name.
   virtual int getDBProps(std::string db, std::string& createTime, unsigned long long& size);
+  /// Whether no table of a database, given by its bare name, is of another engine than InnoDB. True without tables.
   virtual int isUsesInnoDBEngine(std::string db, bool& innoDbOnly);
   virtual int checkInnoDbFilePerTable(std::string db, bool& filePerTable);
   /// Runs a CREATE DATABASE text as it is. A text with a double quote or a null cannot pass a client's command line and
@@ -228,6 +247,46 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
   /// backslashes in this request and would check another database.
   int UseDatabase(std::string db);
+
+  /// Reconciles the server's databases with the content of the subclients of `application`'s backup set, and appends
+  /// what its subclient has to protect now to `valid`. New databases of the server go into the content of a default
+  /// subclient whose instance has automatic discovery on: appended to `newDatabases`, with their sizes in bytes in
+  /// `sizes`. Databases that discovery added and that are gone are taken out of the content (information event
+  /// 0x57000020). Those that people added and that are gone are left out, told as major event 0x5700001c and counted
+  /// as failures of `job`, unless `backupKind` is 2. `reserved` is not looked at. `jobControl` may be null; 1 when its
+  /// quit flag stopped the scan of new databases, whose content was then not written. -1 without a subclient, when the
+  /// server's list (cause 0x57000034 of `job`) or the content (cause 0x57000035) cannot be read, or new content cannot
+  /// be written.
+  int getValidDatabasesListForBackup(ApplicationId* application, std::list<std::string>& valid, int& reserved,
+                                     DZJobCtrlClient* jobControl, DZBkpJobClient* job,
+                                     std::list<std::string>& newDatabases,
+                                     std::map<std::string, unsigned long long>& sizes, int backupKind);
+  /// What `getValidDatabasesListForBackup` would find, without changing or telling anything. -1 as there; `plan` then
+  /// stays.
+  int planDatabasesForBackup(ApplicationId* application, orrery::mysql::DatabasePlan& plan);
+
+  /// Owner of a file or directory, links followed: "usergroup:USER#GROUP;". An id without a user is written as both
+  /// numbers; a group id without a group is a failure. `owner` stays then.
+  int getUserGroupOfPath(std::string path, std::string& owner);
+  /// Writes the data directory and its owner into the instance's property, see `MySqlInstance::getMySqlDataDir`.
+  int setDataPathsToARDB(std::string path);
+  /// Reads that property and takes what stands behind the first ":" of its first field, whatever the field is.
+  int getDataDir(MySqlInstance* instance, std::string& dataDir);
+  /// Takes the property apart. Outputs whose field is missing, or holds its separator once more, stay.
+  static void extractDataDir(const std::string& property, std::string& dataDir, std::string& user, std::string& group);
+  /// Appends the paths of a directory's entries whose name contains `fragment`, in the directory's order.
+  int readFileListByPattern(const std::string& directory, const std::string& fragment, std::vector<std::string>& files);
+  /// Appends the places that hold this server's data outside its data directory and that `FindAllDatabasePaths` does
+  /// not name, in the order of kinds and paths. Asks the server and looks into its data directory, so it has to run on
+  /// the server's machine. Variables and tables that the server does not know are passed over.
+  int findFurtherPaths(std::vector<orrery::mysql::FurtherPath>& paths);
+
+  /// Name of a database's directory or a table's files on disk: letters and digits of ASCII and "_" stay, every other
+  /// character becomes "@" and its code point in at least four hexadecimal digits. A byte that is no part of a UTF-8
+  /// character counts as the code point U+FFFD. Servers have shorter codes for some letters outside ASCII, which this
+  /// rule deliberately does not know.
+  std::string getMySqlHexName(const std::string& name);
+  void convertSpecialCharsToHexChars(const std::string& name, std::string& encoded);
 
   /// Whether the server is MariaDB; works in every mode. 0 when that could be told, -1 when it could not; `mariaDb` is
   /// false then. The server's version comment tells; where it names neither family, as packagers' comments do, the
@@ -323,6 +382,12 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   // What this session learned about the texts that its server and clients know.
   std::unique_ptr<orrery::mysql::Dialect> dialect_;
 };
+
+/// Reads the database content of every subclient of the application's backup set: appends the names of all to `all`,
+/// with 1 for those that discovery added, and those of `subclient` to `own`. A subclient whose content cannot be read
+/// is logged and passed over. -1 when the subclients cannot be listed; the outputs then stay.
+ORRERY_MYSQL_EXPORT int getDBsFromArbiter(ApplicationId* application, std::list<std::string>& own,
+                                          std::list<std::pair<std::string, int>>& all, MySqlSubclient* subclient);
 
 /// Which class an agent constructs for an instance: `commandMode` is set for `GetMySqlInfo` and cleared for
 /// `GetMySqlInfoExt`. 0 when that was decided, -1 when it could not be; `commandMode` is false then.

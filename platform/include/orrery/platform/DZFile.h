@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 
+#include "orrery/platform/CKyDirectory.h"
 #include "orrery/platform/export.h"
 #include "orrery/platform/posix.h"
 
@@ -58,4 +59,13 @@ class ORRERY_PLATFORM_EXPORT CKyPath {
  public:
   /// Whether `path` leads to a plain file; links are followed.
   static bool IsFile(const std::string& path) noexcept;
+  /// Whether `path` itself is a symbolic link; `isLink` is written on success only. What is not there is an error.
+  static CKyError IsLink(const std::string& path, bool& isLink);
+};
+
+class ORRERY_PLATFORM_EXPORT UnixSymbolicLink {
+ public:
+  /// Where a link leads in the end, without links, "." and "..". A link that leads nowhere: what it names, made
+  /// absolute by the folder it lies in. `physical` is written on success only.
+  static CKyError getPhysicalPath(const std::string& link, std::string& physical);
 };

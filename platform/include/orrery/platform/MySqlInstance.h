@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "orrery/platform/MySqlSubclient.h"
 #include "orrery/platform/export.h"
 
 class ORRERY_PLATFORM_EXPORT Instance {
@@ -57,6 +58,10 @@ class ORRERY_PLATFORM_EXPORT MySqlInstance : public Instance {
   int getMySqlSslCert(std::string& value) const;
   int getIsMariaDB(bool& value) const;
   int setIsMariaDB(bool value);
+  /// Where the server keeps its data and whose they are: "datadir:PATH;usergroup:USER#GROUP;", empty before a backup
+  /// looked.
+  int getMySqlDataDir(std::string& value) const;
+  int setMySqlDataDir(const std::string& value);
 
  private:
   ORRERY_PLATFORM_HIDDEN int text(const char* key, std::string& value) const;
@@ -71,6 +76,10 @@ class ORRERY_PLATFORM_EXPORT ApplicationId {
 
   /// The instance of this application; null when it has none or the inventory does not know it.
   std::unique_ptr<Instance> getInstance() const;
+  /// Its subclient, and the backup set that the subclient belongs to; null when the application has none or the
+  /// inventory does not know it.
+  std::unique_ptr<MySqlSubclient> getSubclient() const;
+  std::unique_ptr<MySqlBackupSet> getBackupSet() const;
   unsigned long getInstanceId() const noexcept { return instanceId_; }
   unsigned long getSubclientId() const noexcept { return subclientId_; }
 

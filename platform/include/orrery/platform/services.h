@@ -200,6 +200,8 @@ class Inventory {
 
   virtual Status listBackupSets(Id instanceId, std::vector<BackupSet>& sets) = 0;
   virtual Status addSubclient(Id backupSetId, const std::string& name, Id& id) = 0;
+  /// Removes a subclient with its content. The default one of a backup set stays: statusInvalid.
+  virtual Status removeSubclient(Id id) = 0;
   virtual Status listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) = 0;
   virtual Status findSubclient(Id id, SubclientRecord& subclient) = 0;
   virtual Status listContent(Id subclientId, std::vector<ContentEntry>& content) = 0;
@@ -211,7 +213,7 @@ class Inventory {
 // --------------------------------------------------------------------------------------------------------------- jobs
 
 enum class JobType { backup = 1, restore = 2 };
-enum class JobState { running = 0, succeeded = 1, failed = 2 };
+enum class JobState { running = 0, succeeded = 1, failed = 2, completedWithErrors = 3 };
 
 struct JobRecord {
   long long id = 0;
