@@ -76,5 +76,9 @@ void addServerCommands(CLI::App& program, Action& chosen);
 void addControlCommands(CLI::App& program, Action& chosen);
 void addBinlogCommands(CLI::App& program, Action& chosen);
 void addReplicaCommands(CLI::App& program, Action& chosen);
+void addDatabasesCommands(CLI::App& program, Action& chosen);
+void addPathsCommands(CLI::App& program, Action& chosen);
+void addBackupCommand(CLI::App& program, Action& chosen);
+void addJobCommands(CLI::App& program, Action& chosen);
 
 }  // namespace orrery::tool

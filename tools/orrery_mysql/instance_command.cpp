@@ -16,6 +16,7 @@
 #include "instance_fields.h"
 #include "instance_lookup.h"
 #include "secrets.h"
+#include "subclient_command.h"
 
 namespace orrery::tool {
 namespace {
@@ -243,6 +244,7 @@ void addInstanceCommands(CLI::App& program, Action& chosen) {
   addShow(*group, chosen);
   addSet(*group, chosen);
   addRemove(*group, chosen);
+  addSubclientCommands(*group, chosen);
 }
 
 }  // namespace orrery::tool

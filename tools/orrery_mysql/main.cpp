@@ -123,6 +123,10 @@ int run(int argc, char** argv) {
   addControlCommands(program, chosen);
   addBinlogCommands(program, chosen);
   addReplicaCommands(program, chosen);
+  addDatabasesCommands(program, chosen);
+  addPathsCommands(program, chosen);
+  addBackupCommand(program, chosen);
+  addJobCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
     options.program = takeProgram(arguments);

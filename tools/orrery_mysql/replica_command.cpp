@@ -1,8 +1,5 @@
 // orrery-mysql replica status|hold|release: replication and the backups that hold it.
 
-#include <time.h>
-
-#include <array>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -11,23 +8,17 @@
 
 #include "context.h"
 #include "failure.h"
+#include "held_replica.h"
 #include "instance_lookup.h"
 #include "interrupt.h"
 #include "replica_hold.h"
 #include "replica_release.h"
 #include "secrets.h"
 #include "server_session.h"
+#include "time_text.h"
 
 namespace orrery::tool {
 namespace {
-
-std::string timeText(std::int64_t microseconds) {
-  const time_t seconds = microseconds / 1000000;
-  tm parts{};
-  std::array<char, 32> text{};
-  if (::gmtime_r(&seconds, &parts) == nullptr) return "?";
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
 
 std::string many(unsigned count, const std::string& one, const std::string& several) {
   return std::to_string(count) + " " + (count == 1 ? one : several);
@@ -43,11 +34,7 @@ Told askServer(Context& context, const std::string& nameOrId) {
   Told told;
   try {
     ServerSession server(context, nameOrId);
-    const ReplicationStatus status = readReplication(server);
-    told.state = !status.isReplica  ? "no replica"
-                 : status.isHeld    ? "held"
-                 : status.isRunning ? (status.isPartial ? "running in part" : "running")
-                                    : "stopped";
+    told.state = stateText(readReplication(server));
   } catch (const Failure& failure) {
     // The counter matters most when the server is in trouble.
     told.problem = failure.what();

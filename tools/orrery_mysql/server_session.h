@@ -22,6 +22,7 @@ class ServerSession {
 
   const std::string& instance() const noexcept { return record_.name; }
   const platform::InstanceRecord& record() const noexcept { return record_; }
+  bool isInCommandMode() const noexcept { return commandMode_; }
   GetMySqlInfo& operator*() noexcept { return *session_; }
 
   using Operation = std::function<int(GetMySqlInfo&)>;

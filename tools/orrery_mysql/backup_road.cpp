@@ -1,0 +1,170 @@
+#include "backup_road.h"
+
+#include <string.h>
+
+#include <set>
+#include <string_view>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/instance_properties.h"
+
+#include "backup_job.h"
+#include "failure.h"
+#include "held_replica.h"
+#include "instance_lookup.h"
+#include "interrupt.h"
+#include "manifest.h"
+#include "server_session.h"
+#include "subclient_lookup.h"
+
+namespace orrery::tool {
+namespace {
+
+// Causes of the command's own, in the message catalogue.
+constexpr std::uint32_t stepFailed = 0x570000F1;
+constexpr std::uint32_t wasInterrupted = 0x570000F2;
+constexpr std::uint32_t wasStopped = 0x570000F3;
+constexpr std::uint32_t replicaNotLetGo = 0x570000F4;
+
+std::int64_t now(Context& context) {
+  return context.services().clock->now();
+}
+
+void readServer(ServerSession& server, Manifest& manifest) {
+  manifest.commandMode = server.isInCommandMode();
+  server.run("no version from", [&](GetMySqlInfo& session) { return session.getVersionFromServer(manifest.version); });
+  server.run("the family is not known of",
+             [&](GetMySqlInfo& session) { return session.isMariaDb(manifest.isMariaDb); });
+}
+
+/// Holds a replica that runs. One that stands still for another reason stays as it is: what did not run before must not
+/// run afterwards.
+void hold(Context& context, BackupJob& job, ServerSession& server, HeldReplica& held, Manifest& manifest) {
+  ReplicationStatus status = readReplication(server);
+  if (status.isRunning || status.isHeld) {
+    manifest.heldFrom = now(context);
+    held.stop("orrery-mysql backup " + server.instance() + ", job " + std::to_string(job.id()));
+    status = {.isReplica = true, .isHeld = true};
+  } else if (status.isReplica) {
+    context.note("replication does not run on " + server.instance() + "; it is left as it is");
+  }
+  manifest.replication = stateText(status);
+  if (!status.isReplica) return;
+  manifest.primaryLog = (*server).strSessionString2;
+  manifest.primaryPosition = (*server).strSessionString3;
+}
+
+void reconcile(Context& context, BackupJob& job, ServerSession& server, Manifest& manifest) {
+  ApplicationId application = applicationOf(manifest.instance, manifest.subclient);
+  const std::vector<platform::ContentEntry> before = contentOf(context, manifest.subclient);
+  std::list<std::string> valid;
+  std::list<std::string> added;
+  std::map<std::string, unsigned long long> sizes;
+  int reserved = 0;
+  constexpr int quit = 1;
+  const int rc = server.attempt([&](GetMySqlInfo& session) {
+    return session.getValidDatabasesListForBackup(&application, valid, reserved, &job.control(), &job.client(), added,
+                                                  sizes, manifest.level);
+  });
+  if (rc == quit) throw Stopped();
+  if (rc != 0) server.fail("the databases are not reconciled on " + server.instance());
+  const std::set<std::string_view> kept(valid.begin(), valid.end());
+  for (const platform::ContentEntry& entry : before) {
+    if (kept.count(entry.name) != 0) continue;
+    (entry.autoDiscovered ? manifest.removed : manifest.missing).push_back(bareName(entry.name));
+  }
+  for (const std::string& name : valid) manifest.databases.push_back(bareName(name));
+  for (const std::string& name : added) manifest.added.push_back(bareName(name));
+}
+
+/// Lists the binary logs, then rotates: every listed one is complete.
+void readBinaryLogs(ServerSession& server, Manifest& manifest) {
+  constexpr int on = 1;
+  server.run("no list of binary logs from",
+             [&](GetMySqlInfo& session) { return session.FindMasterLogs(manifest.binaryLogs, true); });
+  manifest.writesBinaryLogs = (*server).iSessionMode == on;
+  if (!manifest.writesBinaryLogs) return;
+  server.run("no folder of binary logs from",
+             [&](GetMySqlInfo& session) { return session.GetLogBinPath(manifest.binaryLogDirectory); });
+}
+
+/// Lets the replica go at the end of a backup that failed, whose own reason counts for more than a second one.
+void letGoAfterFailure(Context& context, BackupJob& job, HeldReplica& held) {
+  try {
+    held.letGo();
+  } catch (const Failure& failure) {
+    job.addCause(replicaNotLetGo, {failure.what()});
+    context.note(failure.what());
+  }
+}
+
+void walk(Context& context, BackupJob& job, Manifest& manifest) {
+  job.step("open a session", 5);
+  ServerSession server(context, std::to_string(manifest.instance.id));
+  readServer(server, manifest);
+  HeldReplica held(context, server);
+  try {
+    job.step("hold the replica", 15);
+    hold(context, job, server, held, manifest);
+    job.step("reconcile the databases", 30);
+    reconcile(context, job, server, manifest);
+    job.step("find the data paths", 50);
+    manifest.paths = readDataPaths(server);
+    job.step("rotate and list the binary logs", 70);
+    readBinaryLogs(server, manifest);
+    job.step("let the replica go", 85);
+    held.letGo();
+  } catch (...) {
+    letGoAfterFailure(context, job, held);
+    throw;
+  }
+  if (manifest.heldFrom != 0) manifest.heldUntil = now(context);
+}
+
+void printManifest(Context& context, const Manifest& manifest, const std::string& path) {
+  Json document = toJson(manifest);
+  document["file"] = path;
+  Table table = toTable(manifest);
+  table.add({"manifest", path});
+  context.print(document, table);
+}
+
+}  // namespace
+
+void runBackup(Context& context, const BackupRequest& request) {
+  Manifest manifest;
+  manifest.instance = findInstance(context, request.instance);
+  manifest.subclient = findSubclient(context, manifest.instance, request.subclient);
+  manifest.level = request.level;
+  const std::string what = "the backup of " + manifest.instance.name;
+  const auto enterprise = manifest.instance.properties.find(platform::property::mebEnabled);
+  if (enterprise != manifest.instance.properties.end() && enterprise->second == "1") {
+    throw Failure(what + " is not made", "enterprise backups are not offered by this version",
+                  "orrery-mysql instance set " + manifest.instance.name + " --meb off asks for a manifest instead");
+  }
+  BackupJob job(context, manifest.instance, manifest.subclient, manifest.level);
+  manifest.job = job.id();
+  manifest.started = now(context);
+  const std::string failed = what + " failed, job " + std::to_string(job.id());
+  try {
+    walk(context, job, manifest);
+    job.step("write the manifest", 95);
+    manifest.finished = now(context);
+    const std::string path = writeManifest(context, manifest);
+    const bool isWhole = manifest.missing.empty() || manifest.level == 2;
+    job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
+    if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
+    printManifest(context, manifest, path);
+  } catch (const Interrupted&) {
+    job.addCause(wasInterrupted, {::strsignal(interruptSignal()), job.stepText()});
+    throw;
+  } catch (const Stopped&) {
+    job.addCause(wasStopped, {job.stepText()});
+    throw Failure(failed, "the job was asked to stop");
+  } catch (const std::exception& error) {
+    job.addCause(stepFailed, {job.stepText(), error.what()});
+    throw Failure(failed, std::string("in the step '") + job.stepText() + "': " + error.what());
+  }
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,109 @@
+#include "data_paths.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <list>
+#include <map>
+#include <sstream>
+
+#include "orrery/mysql/MySqlHelperClassesExt.h"
+
+#include "server_session.h"
+
+namespace orrery::tool {
+namespace {
+
+using PathMap = std::map<std::string, std::string>;
+
+PathMap readMap(ServerSession& server) {
+  PathMap map;
+  server.run("the data paths are not known of", [&](GetMySqlInfo& session) {
+    auto* const library = dynamic_cast<GetMySqlInfoExt*>(&session);
+    if (library == nullptr) return session.FindAllDatabasePaths(map);
+    const int rc = library->FindAllDatabasePaths();
+    map = library->dataPaths();
+    return rc;
+  });
+  return map;
+}
+
+/// A variable's path; servers write some relative to their data directory.
+std::string absolute(const std::string& dataDirectory, const std::string& path) {
+  return (std::filesystem::path(dataDirectory) / path).lexically_normal().string();
+}
+
+std::vector<DataPath> pathsOfMap(const PathMap& map, const std::string& dataDirectory) {
+  std::vector<DataPath> paths;
+  const auto add = [&](const std::string& kind, const std::string& path) {
+    if (!path.empty()) paths.push_back({kind, path, true, {}, {}, {}});
+  };
+  for (const auto& [key, value] : map) {
+    if (key == "datadirUserPath") continue;  // the owner, in another form
+    if (key == "databaselinks") {
+      std::istringstream links(value);
+      for (std::string link; std::getline(links, link, ',');) add("database_link", link);
+    } else if (key == "datadir") {
+      add("data_directory", value);
+    } else if (key == "datadirlink") {
+      add("data_directory_link", value);
+    } else if (key == value) {
+      add("innodb_data_file", value);
+    } else if (!value.empty()) {
+      add(key, absolute(dataDirectory, value));
+    }
+  }
+  return paths;
+}
+
+/// Takes "usergroup:USER#GROUP;" apart. A path that is not there, or of a group without a name, has no owner to show.
+void readOwner(GetMySqlInfo& session, DataPath& path) {
+  std::string field;
+  if (session.getUserGroupOfPath(path.path, field) != 0) return;
+  std::string none;
+  std::string user;
+  std::string group;
+  GetMySqlInfo::extractDataDir(field, none, user, group);
+  path.owner = user;
+  path.group = group;
+}
+
+}  // namespace
+
+DataPaths readDataPaths(ServerSession& server) {
+  const PathMap map = readMap(server);
+  DataPaths found;
+  const auto dataDirectory = map.find("datadir");
+  if (dataDirectory != map.end()) found.dataDirectory = dataDirectory->second;
+  found.paths = pathsOfMap(map, found.dataDirectory);
+  std::vector<mysql::FurtherPath> further;
+  server.run("the paths outside the data directory are not known of",
+             [&](GetMySqlInfo& session) { return session.findFurtherPaths(further); });
+  for (mysql::FurtherPath& path : further) {
+    found.paths.push_back({std::move(path.kind), std::move(path.path), false, std::move(path.note), {}, {}});
+  }
+  for (DataPath& path : found.paths) readOwner(*server, path);
+  return found;
+}
+
+Json toJson(const DataPath& path) {
+  const auto textOrNull = [](const std::optional<std::string>& text) { return text ? Json(*text) : Json(nullptr); };
+  Json document;
+  document["kind"] = path.kind;
+  document["path"] = path.path;
+  document["owner"] = textOrNull(path.owner);
+  document["group"] = textOrNull(path.group);
+  document["origin"] = path.isOfMap ? "map" : "found";
+  document["note"] = path.note.empty() ? Json(nullptr) : Json(path.note);
+  return document;
+}
+
+Table toTable(const std::vector<DataPath>& paths) {
+  Table table({"KIND", "PATH", "OWNER", "ORIGIN"});
+  for (const DataPath& path : paths) {
+    table.add({path.kind, path.path, path.owner ? *path.owner + ":" + path.group.value_or("") : "-",
+               path.isOfMap ? "map" : (path.note.empty() ? "found" : "found: " + path.note)});
+  }
+  return table;
+}
+
+}  // namespace orrery::tool

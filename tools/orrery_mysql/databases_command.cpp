@@ -1,0 +1,230 @@
+// orrery-mysql databases list|show|plan|content|add|remove: the server's databases and the content of subclients.
+
+#include <list>
+#include <memory>
+#include <set>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+
+#include "context.h"
+#include "failure.h"
+#include "instance_lookup.h"
+#include "server_session.h"
+#include "subclient_lookup.h"
+
+namespace orrery::tool {
+namespace {
+
+using Names = std::list<std::string>;
+
+struct Arguments {
+  std::string instance;
+  std::string subclient;  ///< empty: the default one
+  std::vector<std::string> databases;
+};
+
+Names bareNames(const Names& listed) {
+  Names names;
+  for (const std::string& name : listed) names.push_back(bareName(name));
+  return names;
+}
+
+Names readNames(ServerSession& server) {
+  Names listed;
+  server.run("no list of databases from", [&](GetMySqlInfo& session) { return session.FetchDBList(listed); });
+  return bareNames(listed);
+}
+
+void list(Context& context, const Arguments& arguments) {
+  ServerSession server(context, arguments.instance);
+  const Names names = readNames(server);
+  Json document;
+  document["instance"] = server.instance();
+  document["databases"] = names;
+  Table table({"DATABASE"});
+  for (const std::string& name : names) table.add({name});
+  context.print(document, table);
+}
+
+/// The databases that were asked for, all of them when none was.
+Names chosenNames(ServerSession& server, const std::vector<std::string>& asked) {
+  Names names = readNames(server);
+  if (asked.empty()) return names;
+  const std::set<std::string_view> present(names.begin(), names.end());
+  for (const std::string& name : asked) {
+    if (present.count(name) == 0) {
+      throw Failure("there is no database " + name + " on " + server.instance(), "",
+                    "orrery-mysql databases list " + server.instance() + " lists them");
+    }
+  }
+  return {asked.begin(), asked.end()};
+}
+
+void show(Context& context, const Arguments& arguments) {
+  ServerSession server(context, arguments.instance);
+  Json document;
+  document["instance"] = server.instance();
+  document["databases"] = Json::array();
+  Table table({"DATABASE", "SIZE", "CREATED", "INNODB ONLY", "DIRECTORY"});
+  for (const std::string& name : chosenNames(server, arguments.databases)) {
+    unsigned long long size = 0;
+    std::string created;
+    bool innoDbOnly = false;
+    const std::string what = "the database " + name + " is not known of";
+    server.run(what, [&](GetMySqlInfo& session) { return session.getDBProps(name, created, size); });
+    server.run(what, [&](GetMySqlInfo& session) { return session.isUsesInnoDBEngine(name, innoDbOnly); });
+    const bool isDated = !created.empty() && created != "0" && created != "NULL";
+    const std::string directory = (*server).getMySqlHexName(name);
+    document["databases"].push_back({{"name", name},
+                                     {"size", size},
+                                     {"created", isDated ? Json(created) : Json(nullptr)},
+                                     {"innodb_only", innoDbOnly},
+                                     {"directory", directory}});
+    table.add({name, std::to_string(size), isDated ? created : "-", innoDbOnly ? "yes" : "no", directory});
+  }
+  context.print(document, table);
+}
+
+void plan(Context& context, const Arguments& arguments) {
+  ServerSession server(context, arguments.instance);
+  const platform::SubclientRecord subclient = findSubclient(context, server.record(), arguments.subclient);
+  ApplicationId application = applicationOf(server.record(), subclient);
+  mysql::DatabasePlan plan;
+  server.run("no plan for the databases of",
+             [&](GetMySqlInfo& session) { return session.planDatabasesForBackup(&application, plan); });
+  const bool discovers = subclient.isDefault && (*server).iDbAutoDiscovery == 1;
+
+  Json document;
+  document["instance"] = server.instance();
+  document["subclient"] = subclient.name;
+  document["discovery"] = discovers;
+  document["new"] = bareNames(plan.discovered);
+  document["valid"] = bareNames(plan.valid);
+  document["vanished"] = bareNames(plan.vanished);
+  document["missing"] = bareNames(plan.missing);
+  Table table({"DATABASE", "STATE"});
+  const std::set<std::string_view> discovered(plan.discovered.begin(), plan.discovered.end());
+  for (const std::string& name : plan.valid) {
+    const bool isNew = discovered.count(name) > 0;
+    table.add(
+        {bareName(name), isNew ? "new: would be added to the content and backed up" : "valid: would be backed up"});
+  }
+  for (const std::string& name : plan.vanished) {
+    table.add({bareName(name), "vanished: was added automatically, would be removed from the content"});
+  }
+  for (const std::string& name : plan.missing) {
+    table.add({bareName(name), "missing: added by a user, not on the server; would be told to the job"});
+  }
+  if (!discovers) {
+    context.note(subclient.isDefault ? "the instance adds no databases by itself: orrery-mysql instance set " +
+                                           server.instance() + " --auto-discovery on changes that"
+                                     : "only the default subclient takes new databases by itself");
+  }
+  context.print(document, table);
+}
+
+void printContent(Context& context, const platform::InstanceRecord& instance,
+                  const platform::SubclientRecord& subclient) {
+  Json document;
+  document["instance"] = instance.name;
+  document["subclient"] = subclient.name;
+  document["databases"] = Json::array();
+  Table table({"DATABASE", "ADDED", "SIZE WHEN ADDED"});
+  for (const platform::ContentEntry& entry : contentOf(context, subclient)) {
+    document["databases"].push_back(
+        {{"name", bareName(entry.name)}, {"auto_discovered", entry.autoDiscovered}, {"size", entry.size}});
+    table.add({bareName(entry.name), entry.autoDiscovered ? "automatically" : "by a user", std::to_string(entry.size)});
+  }
+  context.print(document, table);
+}
+
+void content(Context& context, const Arguments& arguments) {
+  const platform::InstanceRecord instance = findInstance(context, arguments.instance);
+  printContent(context, instance, findSubclient(context, instance, arguments.subclient));
+}
+
+/// A database in two subclients would be backed up twice.
+void noteOtherHolders(Context& context, const platform::InstanceRecord& instance,
+                      const platform::SubclientRecord& subclient, const std::vector<std::string>& databases) {
+  const std::set<std::string> added(databases.begin(), databases.end());
+  for (const platform::SubclientRecord& other : subclientsOf(context, instance)) {
+    if (other.id == subclient.id) continue;
+    for (const platform::ContentEntry& entry : contentOf(context, other)) {
+      if (added.count(bareName(entry.name)) == 0) continue;
+      context.note("the database " + bareName(entry.name) + " is in the content of the subclient " + other.name +
+                   " as well and will be backed up with both");
+    }
+  }
+}
+
+void addToContent(Context& context, const Arguments& arguments) {
+  const platform::InstanceRecord instance = findInstance(context, arguments.instance);
+  const platform::SubclientRecord subclient = findSubclient(context, instance, arguments.subclient);
+  std::vector<platform::ContentEntry> entries;
+  for (const std::string& name : arguments.databases) {
+    if (name.empty()) throw WrongUsage("a database has a name");
+    entries.push_back({ApplProperty::typeDatabase, listedName(name), 0, 0, false});
+  }
+  noteOtherHolders(context, instance, subclient, arguments.databases);
+  require(context.services().inventory->putContent(subclient.id, entries),
+          "the content of the subclient " + subclient.name + " is not changed");
+  printContent(context, instance, subclient);
+}
+
+void removeFromContent(Context& context, const Arguments& arguments) {
+  const platform::InstanceRecord instance = findInstance(context, arguments.instance);
+  const platform::SubclientRecord subclient = findSubclient(context, instance, arguments.subclient);
+  std::set<std::string> present;
+  for (const platform::ContentEntry& entry : contentOf(context, subclient)) present.insert(entry.name);
+  std::vector<std::string> names;
+  for (const std::string& name : arguments.databases) {
+    names.push_back(listedName(name));
+    if (present.count(names.back()) == 0) {
+      throw Failure("the database " + name + " is not in the content of the subclient " + subclient.name, "",
+                    "orrery-mysql databases content " + instance.name + " shows it");
+    }
+  }
+  require(context.services().inventory->removeContent(subclient.id, ApplProperty::typeDatabase, names),
+          "the content of the subclient " + subclient.name + " is not changed");
+  printContent(context, instance, subclient);
+}
+
+enum class Takes { instance, subclient, someDatabases, subclientAndDatabases };
+
+void addOne(CLI::App& group, const char* name, const char* help, Takes takes, void (*run)(Context&, const Arguments&),
+            Action& chosen) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = group.add_subcommand(name, help);
+  command->add_option("INSTANCE", arguments->instance, "Name or id")->required();
+  if (takes == Takes::subclient || takes == Takes::subclientAndDatabases) {
+    command->add_option("--subclient", arguments->subclient, "The subclient; the default one unless given")
+        ->type_name("NAME");
+  }
+  if (takes == Takes::someDatabases) {
+    command->add_option("DATABASE", arguments->databases, "Names of databases; all unless given");
+  } else if (takes == Takes::subclientAndDatabases) {
+    command->add_option("DATABASE", arguments->databases, "Names of databases")->required();
+  }
+  command->callback([=, &chosen] { chosen = [=](Context& context) { run(context, *arguments); }; });
+}
+
+}  // namespace
+
+void addDatabasesCommands(CLI::App& program, Action& chosen) {
+  CLI::App* group = program.add_subcommand("databases", "Databases of a server, and which of them are backed up");
+  group->require_subcommand(1);
+  addOne(*group, "list", "List the server's databases", Takes::instance, list, chosen);
+  addOne(*group, "show", "Size, creation time and engines of databases", Takes::someDatabases, show, chosen);
+  addOne(*group, "plan", "What a backup would do about each database, without changing anything", Takes::subclient,
+         plan, chosen);
+  addOne(*group, "content", "The databases that a subclient is to protect", Takes::subclient, content, chosen);
+  addOne(*group, "add", "Put databases into the content of a subclient", Takes::subclientAndDatabases, addToContent,
+         chosen);
+  addOne(*group, "remove", "Take databases out of the content of a subclient; the server keeps them",
+         Takes::subclientAndDatabases, removeFromContent, chosen);
+}
+
+}  // namespace orrery::tool

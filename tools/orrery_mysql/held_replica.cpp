@@ -1,0 +1,113 @@
+#include "held_replica.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <utility>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+
+#include "failure.h"
+#include "interrupt.h"
+#include "process_mark.h"
+#include "server_session.h"
+
+namespace orrery::tool {
+namespace {
+
+constexpr int noReplica = 100;
+constexpr int heldByBackup = 99;
+
+/// Clients tell of a server that is no replica only by an empty answer, which the session reports as a failure.
+bool answersNothing(GetMySqlInfo& session) {
+  std::string rows;
+  return session.executeMySqlCommand("SHOW SLAVE STATUS", rows, false) == 0 && rows.empty();
+}
+
+}  // namespace
+
+ReplicationStatus readReplication(ServerSession& server) {
+  ReplicationStatus found;
+  int code = 0;
+  std::string text;
+  server.run("no replication status from", [&](GetMySqlInfo& session) {
+    const int rc = session.getReplicationStatus(found.isRunning, found.isPartial, code, text);
+    found.isReplica = rc != noReplica && (rc == 0 || !server.isInCommandMode() || !answersNothing(session));
+    return found.isReplica ? rc : 0;
+  });
+  found.isHeld = found.isReplica && !found.isRunning && code == heldByBackup;
+  found.isPartial = found.isRunning && found.isPartial;
+  return found;
+}
+
+const char* stateText(const ReplicationStatus& status) {
+  if (!status.isReplica) return "no replica";
+  if (status.isHeld) return "held";
+  if (!status.isRunning) return "stopped";
+  return status.isPartial ? "running in part" : "running";
+}
+
+HeldReplica::~HeldReplica() {
+  try {
+    letGo();
+  } catch (const std::exception& error) {
+    context_.note(error.what());
+  }
+}
+
+void HeldReplica::enter(const std::string& commandLine) {
+  platform::ReplicaHolder holder;
+  holder.instanceId = server_.record().id;
+  holder.process = markOf(::getpid());
+  holder.commandLine = commandLine;
+  holder.since = context_.services().clock->now();
+  require(context_.services().holders->add(holder, entry_), "the holder of the replica cannot be entered");
+  isEntered_ = true;
+}
+
+void HeldReplica::stop(const std::string& commandLine) {
+  const std::string& name = server_.instance();
+  const std::string what = "the replica of " + name + " is not held";
+  const std::string look = "see orrery-mysql replica status " + name;
+  const ReplicationStatus replication = readReplication(server_);
+  if (!replication.isReplica) throw Failure(what, "its server is no replica");
+  if (!replication.isRunning && !replication.isHeld) {
+    throw Failure(what, "replication does not run there and would be started in the end", look);
+  }
+  if (server_.isInCommandMode()) {
+    // There nobody counts who holds it, and the first to let go would start it under the others.
+    throw Failure(what, "replicas are held in library mode only", "see orrery-mysql mode " + name);
+  }
+  // Entered first: a program that dies while it stops the replica is one that people look for.
+  enter(commandLine);
+  server_.run("the replica is not held on", [&](GetMySqlInfo& session) {
+    const int rc = session.StopSlave();
+    // Not the result: a stop that could not be counted has stopped the replica all the same.
+    isStopped_ = session.bSlaveStoppedBySession;
+    return rc;
+  });
+  if (readReplication(server_).isRunning) {
+    throw Failure(what, "others are counted as holding it, but replication runs there", look);
+  }
+}
+
+void HeldReplica::setCommand(pid_t command) {
+  const platform::Status status = context_.services().holders->setCommand(entry_, markOf(command));
+  if (!status.ok()) context_.note(status.text);
+}
+
+void HeldReplica::letGo() {
+  const Finishing toTheEnd;
+  (*server_).clearErrors();
+  // The result alone does not tell: a counter that cannot be read or lowered is no failure to a backup that ends.
+  if (std::exchange(isStopped_, false) && ((*server_).StartSlave() != 0 || !(*server_).strErrorString.empty())) {
+    isEntered_ = false;  // the entry stays and tells who left the counter raised
+    const std::string& name = server_.instance();
+    throw Failure("the replica of " + name + " is not let go", onOneLine((*server_).strErrorString),
+                  "see orrery-mysql replica status " + name);
+  }
+  if (!std::exchange(isEntered_, false)) return;
+  require(context_.services().holders->remove(entry_), "the holder of the replica cannot be forgotten");
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,123 @@
+#include "job_text.h"
+
+#include <array>
+#include <cstdio>
+#include <optional>
+
+#include "orrery/platform/home.h"
+
+#include "failure.h"
+#include "process_mark.h"
+#include "time_text.h"
+
+namespace orrery::tool {
+namespace {
+
+struct Note {
+  std::string code;
+  std::string text;
+};
+
+Note noteOf(std::uint32_t code, const std::vector<std::string>& arguments) {
+  std::array<char, 16> number{};
+  std::snprintf(number.data(), number.size(), "0x%08x", static_cast<unsigned>(code));
+  return {number.data(), platform::messageText(code, arguments)};
+}
+
+std::vector<Note> causesOf(Context& context, long long job) {
+  std::vector<platform::PendingCause> causes;
+  require(context.services().jobs->listCauses(job, causes), "the causes of the job cannot be read");
+  std::vector<Note> notes;
+  for (const platform::PendingCause& cause : causes) notes.push_back(noteOf(cause.code, cause.arguments));
+  return notes;
+}
+
+std::vector<Note> eventsOf(Context& context, long long job) {
+  std::vector<platform::Event> events;
+  require(context.services().jobs->listEvents(job, events), "the events of the job cannot be read");
+  std::vector<Note> notes;
+  for (const platform::Event& event : events) notes.push_back(noteOf(event.code, event.arguments));
+  return notes;
+}
+
+/// The name of what a job works on; its number when the inventory knows it no more.
+std::string instanceOf(Context& context, const platform::JobRecord& job) {
+  platform::InstanceRecord record;
+  const platform::Status status = context.services().inventory->findInstance(job.instanceId, record);
+  return status.ok() ? record.name : std::to_string(job.instanceId);
+}
+
+/// Whether the process that made the job is still at it.
+bool isWorkedOn(Context& context, const platform::JobRecord& job) {
+  std::optional<std::string> start;
+  const platform::Status status = context.services().jobs->readTaskOption(job.id, processStartOption, start);
+  return status.ok() && start && isAlive({job.processId, *start});
+}
+
+}  // namespace
+
+std::string stateOf(Context& context, const platform::JobRecord& job) {
+  switch (job.state) {
+    case platform::JobState::running:
+      return isWorkedOn(context, job) ? "running" : "died";
+    case platform::JobState::succeeded:
+      return "succeeded";
+    case platform::JobState::failed:
+      return "failed";
+    case platform::JobState::completedWithErrors:
+      return "completed with errors";
+  }
+  return "unknown";
+}
+
+Json jobDocument(Context& context, const platform::JobRecord& job) {
+  Json document;
+  document["id"] = job.id;
+  document["type"] = job.type == platform::JobType::backup ? "backup" : "restore";
+  document["level"] = job.level == 2 ? "incremental" : "full";
+  document["instance"] = instanceOf(context, job);
+  document["subclient_id"] = job.subclientId;
+  document["state"] = stateOf(context, job);
+  document["started"] = timeText(job.started);
+  document["finished"] = job.finished == 0 ? Json(nullptr) : Json(timeText(job.finished));
+  document["progress"] = job.progress;
+  document["failed_files"] = job.failedFiles;
+  document["quit_requested"] = job.quitRequested;
+  document["causes"] = Json::array();
+  for (const Note& note : causesOf(context, job.id)) {
+    document["causes"].push_back({{"code", note.code}, {"text", note.text}});
+  }
+  document["events"] = Json::array();
+  for (const Note& note : eventsOf(context, job.id)) {
+    document["events"].push_back({{"code", note.code}, {"text", note.text}});
+  }
+  return document;
+}
+
+Table jobTable(Context& context, const platform::JobRecord& job) {
+  const bool isBackup = job.type == platform::JobType::backup;
+  Table table;
+  table.add({"job", std::to_string(job.id)});
+  table.add({"type", isBackup ? (job.level == 2 ? "incremental backup" : "full backup") : "restore"});
+  table.add({"instance", instanceOf(context, job)});
+  table.add({"state", stateOf(context, job) + (job.quitRequested ? ", asked to stop" : "")});
+  table.add({"started", timeText(job.started)});
+  table.add({"finished", job.finished == 0 ? "-" : timeText(job.finished)});
+  table.add({"progress", std::to_string(job.progress) + " %"});
+  if (job.failedFiles != 0) table.add({"failures", std::to_string(job.failedFiles)});
+  for (const Note& note : causesOf(context, job.id)) table.add({"cause", note.code + " " + note.text});
+  for (const Note& note : eventsOf(context, job.id)) table.add({"event", note.code + " " + note.text});
+  return table;
+}
+
+platform::JobRecord findJob(Context& context, long long id) {
+  platform::JobRecord job;
+  const platform::Status status = context.services().jobs->find(id, job);
+  if (status.code == platform::statusNotFound) {
+    throw Failure("there is no job " + std::to_string(id), "", "orrery-mysql job list shows the jobs");
+  }
+  require(status, "the job cannot be read");
+  return job;
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "orrery/platform/services.h"
+
+#include "context.h"
+
+namespace orrery::tool {
+
+/// Task option that tells the process of a job from every other that gets its id: its mark's `start`.
+inline constexpr std::uint32_t processStartOption = 0x4F520001;
+
+/// "running", "succeeded", "failed", "completed with errors"; "died" for one whose process is gone without a word.
+std::string stateOf(Context& context, const platform::JobRecord& job);
+
+/// A job with its causes and events in words.
+Json jobDocument(Context& context, const platform::JobRecord& job);
+Table jobTable(Context& context, const platform::JobRecord& job);
+
+platform::JobRecord findJob(Context& context, long long id);
+
+}  // namespace orrery::tool

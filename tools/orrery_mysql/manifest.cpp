@@ -1,0 +1,163 @@
+#include "manifest.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/CKyDirectory.h"
+
+#include "failure.h"
+#include "posix.h"
+#include "time_text.h"
+
+namespace orrery::tool {
+namespace {
+
+constexpr const char* formatName = "orrery-mysql-manifest";
+constexpr int formatVersion = 1;
+
+Json textOrNull(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json timeOrNull(std::int64_t time) {
+  return time == 0 ? Json(nullptr) : Json(timeText(time));
+}
+
+Json replicationOf(const Manifest& manifest) {
+  Json document;
+  document["state"] = manifest.replication;
+  document["held_from"] = timeOrNull(manifest.heldFrom);
+  document["held_until"] = timeOrNull(manifest.heldUntil);
+  document["primary_log"] = textOrNull(manifest.primaryLog);
+  document["primary_position"] =
+      manifest.primaryPosition.empty() ? Json(nullptr) : Json(std::stoull(manifest.primaryPosition));
+  return document;
+}
+
+Json databasesOf(const Manifest& manifest) {
+  GetMySqlInfo names;
+  Json document;
+  document["protect"] = Json::array();
+  for (const std::string& name : manifest.databases) {
+    document["protect"].push_back({{"name", name}, {"directory", names.getMySqlHexName(name)}});
+  }
+  document["added"] = manifest.added;
+  document["removed"] = manifest.removed;
+  document["missing"] = manifest.missing;
+  return document;
+}
+
+std::string joined(const std::list<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+/// Lists of people: how many, then which.
+std::string counted(const std::list<std::string>& names) {
+  return std::to_string(names.size()) + (names.empty() ? "" : ": " + joined(names));
+}
+
+void writeAll(const OwnFd& file, const std::string& text) {
+  std::size_t written = 0;
+  while (written < text.size()) {
+    const ssize_t count = ::write(file.get(), text.data() + written, text.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw Failure("the manifest is not written", errorText(errno), "make room for the results");
+    written += static_cast<std::size_t>(count);
+  }
+}
+
+/// A file that goes again unless it gets its final name.
+class NewFile {
+ public:
+  explicit NewFile(std::string path) : path_(std::move(path)) {
+    file_ = OwnFd(::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file_.valid()) throw Failure("the manifest " + path_ + " is not made", errorText(errno));
+  }
+  ~NewFile() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  const OwnFd& file() const noexcept { return file_; }
+  void rename(const std::string& name) {
+    if (::fsync(file_.get()) != 0 || ::rename(path_.c_str(), name.c_str()) != 0) {
+      throw Failure("the manifest " + name + " is not written", errorText(errno));
+    }
+    path_.clear();
+  }
+
+ private:
+  std::string path_;
+  OwnFd file_;
+};
+
+}  // namespace
+
+Json toJson(const Manifest& manifest) {
+  Json document;
+  document["format"] = formatName;
+  document["version"] = formatVersion;
+  document["job"] = manifest.job;
+  document["level"] = manifest.level == 2 ? "incremental" : "full";
+  document["started"] = timeText(manifest.started);
+  document["finished"] = timeText(manifest.finished);
+  document["instance"] = {{"id", manifest.instance.id}, {"name", manifest.instance.name}};
+  document["subclient"] = {{"id", manifest.subclient.id}, {"name", manifest.subclient.name}};
+  document["access"] = manifest.commandMode ? "command" : "library";
+  document["server"] = {{"version", manifest.version}, {"mariadb", manifest.isMariaDb}};
+  document["replication"] = replicationOf(manifest);
+  document["databases"] = databasesOf(manifest);
+  document["data_directory"] = manifest.paths.dataDirectory;
+  document["paths"] = Json::array();
+  for (const DataPath& path : manifest.paths.paths) document["paths"].push_back(toJson(path));
+  document["binary_logs"] = {{"enabled", manifest.writesBinaryLogs},
+                             {"directory", textOrNull(manifest.binaryLogDirectory)},
+                             {"logs", manifest.binaryLogs}};
+  return document;
+}
+
+Table toTable(const Manifest& manifest) {
+  Table table;
+  table.add({"job", std::to_string(manifest.job) + ", " + (manifest.level == 2 ? "incremental" : "full")});
+  table.add({"instance", manifest.instance.name + ", subclient " + manifest.subclient.name});
+  table.add({"server", (manifest.isMariaDb ? "MariaDB " : "MySQL ") + manifest.version + ", in " +
+                           (manifest.commandMode ? "command" : "library") + " mode"});
+  std::string replication = manifest.replication;
+  if (manifest.heldFrom != 0) {
+    replication += " from " + timeText(manifest.heldFrom) + " to " + timeText(manifest.heldUntil);
+  }
+  if (!manifest.primaryLog.empty()) {
+    replication += ", at " + manifest.primaryLog + ":" + manifest.primaryPosition + " of its primary";
+  }
+  table.add({"replication", replication});
+  table.add({"databases", counted(manifest.databases)});
+  if (!manifest.added.empty()) table.add({"new", joined(manifest.added)});
+  if (!manifest.removed.empty()) table.add({"removed", joined(manifest.removed) + " (gone from the server)"});
+  if (!manifest.missing.empty()) table.add({"missing", joined(manifest.missing) + " (not on the server)"});
+  for (const DataPath& path : manifest.paths.paths) {
+    table.add({path.kind, path.path + (path.owner ? ", of " + *path.owner + ":" + path.group.value_or("") : "")});
+  }
+  table.add({"binary logs", manifest.writesBinaryLogs ? counted(manifest.binaryLogs) : "off"});
+  if (!manifest.binaryLogDirectory.empty()) table.add({"binary logs in", manifest.binaryLogDirectory});
+  return table;
+}
+
+std::string writeManifest(Context& context, const Manifest& manifest) {
+  const std::string folder = context.resultsDirectory() + "/manifests";
+  const CKyError error = CKyDirectory::Create(folder, 0700);
+  if (error.isError()) throw Failure("the folder of the manifests is not made", error.text());
+  const std::string path = folder + "/job-" + std::to_string(manifest.job) + ".json";
+  NewFile file(path + ".new");
+  writeAll(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  file.rename(path);
+  return path;
+}
+
+}  // namespace orrery::tool
