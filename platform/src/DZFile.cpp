@@ -130,11 +130,14 @@ CKyError CKyPath::IsLink(const std::string& path, bool& isLink) {
 }
 
 CKyError UnixSymbolicLink::getPhysicalPath(const std::string& link, std::string& physical) {
+  namespace fs = std::filesystem;
   std::error_code error;
-  std::filesystem::path resolved = std::filesystem::canonical(link, error);
-  if (error == std::errc::no_such_file_or_directory) {
-    const std::filesystem::path target = std::filesystem::read_symlink(link, error);
-    resolved = (std::filesystem::path(link).parent_path() / target).lexically_normal();
+  fs::path resolved = fs::canonical(link, error);
+  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory ||
+      error == std::errc::too_many_symbolic_link_levels) {
+    // ".." in a link is counted from the folder that really holds it, which may itself have been reached by a link.
+    const fs::path target = fs::read_symlink(link, error);
+    if (!error) resolved = (fs::canonical(fs::absolute(link).parent_path(), error) / target).lexically_normal();
   }
   if (error) return {error.value(), link + ": " + orrery::platform::errorText(error.value())};
   physical = resolved.string();

@@ -10,9 +10,6 @@ int GetMySqlInfo::notBuiltYet(const char* operation) {
   return -1;
 }
 
-int GetMySqlInfo::FindAllDatabasePaths(std::map<std::string, std::string>&) {
-  return notBuiltYet("GetMySqlInfo::FindAllDatabasePaths");
-}
 int GetMySqlInfo::CheckDBPresence(std::string&, bool&) {
   return notBuiltYet("GetMySqlInfo::CheckDBPresence");
 }

@@ -265,16 +265,19 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// stays.
   int planDatabasesForBackup(ApplicationId* application, orrery::mysql::DatabasePlan& plan);
 
-  /// Owner of a file or directory, links followed: "usergroup:USER#GROUP;". An id without a user is written as both
-  /// numbers; a group id without a group is a failure. `owner` stays then.
+  /// Owner of a file or directory, links followed: "usergroup:USER#GROUP;". A user id without an entry makes both
+  /// numbers, and the group is not looked up; a group id without an entry is a failure. `owner` stays then.
   int getUserGroupOfPath(std::string path, std::string& owner);
-  /// Writes the data directory and its owner into the instance's property, see `MySqlInstance::getMySqlDataDir`.
+  /// Writes the data directory and its owner into the instance's property, see `MySqlInstance::getMySqlDataDir`. The
+  /// directory is left out for the path "./", the owner for a cloud database.
   int setDataPathsToARDB(std::string path);
-  /// Reads that property and takes what stands behind the first ":" of its first field, whatever the field is.
+  /// Reads that property and takes what stands behind the first ":" of its first field, whatever the field is; the
+  /// whole field when it has none. -1 for null and when the inventory cannot be read; `dataDir` stays then.
   int getDataDir(MySqlInstance* instance, std::string& dataDir);
   /// Takes the property apart. Outputs whose field is missing, or holds its separator once more, stay.
   static void extractDataDir(const std::string& property, std::string& dataDir, std::string& user, std::string& group);
-  /// Appends the paths of a directory's entries whose name contains `fragment`, in the directory's order.
+  /// Appends the paths of a directory's entries whose name contains `fragment`, in the directory's order. What was
+  /// found before a failure stays.
   int readFileListByPattern(const std::string& directory, const std::string& fragment, std::vector<std::string>& files);
   /// Appends the places that hold this server's data outside its data directory and that `FindAllDatabasePaths` does
   /// not name, in the order of kinds and paths. Asks the server and looks into its data directory, so it has to run on
@@ -375,6 +378,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int runStopCommand(const char* stopCommand);
   ORRERY_MYSQL_HIDDEN int waitUntilDown();
   ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
+  ORRERY_MYSQL_HIDDEN int askForPath(const char* statement, std::string& output);
+  ORRERY_MYSQL_HIDDEN int findInnoDbPaths(std::map<std::string, std::string>& found);
 
   // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because
   // a caller may still hold their address.

@@ -161,6 +161,10 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  ORRERY_MYSQL_HIDDEN int findDataDirectoryLink(const std::string& directory);
+  ORRERY_MYSQL_HIDDEN int findDatabaseLinks(const std::string& directory);
+  ORRERY_MYSQL_HIDDEN int hasInnoDb(bool& available);
+  ORRERY_MYSQL_HIDDEN int findInnoDbPaths();
   ORRERY_MYSQL_HIDDEN int listMasterLogs(std::list<std::string>& logs, bool flushAfter, bool& listed);
   /// How a step under the instance's lock went; `brokenOff` ends the operation without a further step.
   enum class Step { done, failed, brokenOff };

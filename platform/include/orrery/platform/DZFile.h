@@ -65,7 +65,7 @@ class ORRERY_PLATFORM_EXPORT CKyPath {
 
 class ORRERY_PLATFORM_EXPORT UnixSymbolicLink {
  public:
-  /// Where a link leads in the end, without links, "." and "..". A link that leads nowhere: what it names, made
-  /// absolute by the folder it lies in. `physical` is written on success only.
+  /// Where a link leads in the end, without links, "." and "..". A link that leads nowhere, or in a circle: what it
+  /// names itself, made absolute by the folder it lies in. `physical` is written on success only.
   static CKyError getPhysicalPath(const std::string& link, std::string& physical);
 };
