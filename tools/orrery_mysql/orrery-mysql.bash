@@ -31,6 +31,7 @@ _orrery_mysql() {
 
   case $previous in
     --format) mapfile -t COMPREPLY < <(compgen -W 'table json' -- "$current"); return ;;
+    --level) mapfile -t COMPREPLY < <(compgen -W 'full incremental' -- "$current"); return ;;
     --access) mapfile -t COMPREPLY < <(compgen -W 'auto command library' -- "$current"); return ;;
     --auto-discovery | --meb | --meb-no-locking) mapfile -t COMPREPLY < <(compgen -W 'on off' -- "$current"); return ;;
     --unix-user) mapfile -t COMPREPLY < <(compgen -u -- "$current"); return ;;
@@ -39,7 +40,7 @@ _orrery_mysql() {
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
-    --user | --version-hint | --client | --before | --wait) return ;;
+    --user | --version-hint | --client | --before | --wait | --subclient | --most) return ;;
     --command) mapfile -t COMPREPLY < <(compgen -c -- "$current"); return ;;
   esac
 
@@ -72,6 +73,10 @@ _orrery_mysql() {
     'server start'*) options="$global --command --wait" ;;
     'server stop'*) options="$global --command" ;;
     'binlog purge'*) options="$global --before --yes" ;;
+    'databases plan'* | 'databases content'* | 'databases add'* | 'databases remove'*) options="$global --subclient" ;;
+    backup*) options="$global --subclient --level" ;;
+    'job list'*) options="$global --most" ;;
+    'instance subclient'*) options="$global --yes" ;;
     'replica release'*) options="$global --stale --yes" ;;
     init*) options="$global --client --client-library" ;;
   esac
@@ -81,15 +86,18 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server' -- "$current") ;;
-    '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server databases paths encode-name backup job' -- "$current") ;;
+    '1 databases') mapfile -t COMPREPLY < <(compgen -W 'list show plan content add remove' -- "$current") ;;
+    '1 job') mapfile -t COMPREPLY < <(compgen -W 'list show watch stop' -- "$current") ;;
+    '2 instance subclient') mapfile -t COMPREPLY < <(compgen -W 'list add remove' -- "$current") ;;
+    '1 instance') mapfile -t COMPREPLY < <(compgen -W 'add list show set remove subclient' -- "$current") ;;
     '1 setting') mapfile -t COMPREPLY < <(compgen -W 'list get set' -- "$current") ;;
     '1 binlog') mapfile -t COMPREPLY < <(compgen -W 'status list current flush purge' -- "$current") ;;
     '1 replica') mapfile -t COMPREPLY < <(compgen -W 'status hold release' -- "$current") ;;
     '1 server') mapfile -t COMPREPLY < <(compgen -W 'start stop' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
     '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog '* | \
-      '2 replica '* | '2 server start' | '2 server stop')
+      '2 replica '* | '2 server start' | '2 server stop' | '2 databases '* | '3 instance subclient' | '1 paths' | '1 backup')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
 }
