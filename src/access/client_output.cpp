@@ -29,6 +29,24 @@ std::string_view behindEcho(std::string_view text) {
 
 }  // namespace
 
+std::string unescapeValue(std::string_view value) {
+  constexpr std::string_view letters = "nt0\\";
+  constexpr std::string_view meanings("\n\t\0\\", 4);
+  std::string plain;
+  plain.reserve(value.size());
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    const std::size_t letter =
+        value[i] == '\\' && i + 1 < value.size() ? letters.find(value[i + 1]) : std::string_view::npos;
+    if (letter == std::string_view::npos) {
+      plain += value[i];
+    } else {
+      plain += meanings[letter];
+      ++i;
+    }
+  }
+  return plain;
+}
+
 int errorNumberIn(std::string_view text) {
   for (std::string_view rest = behindEcho(text); !rest.empty();) {
     const std::size_t end = rest.find('\n');

@@ -50,6 +50,10 @@ OutputEnd readToEnd(Source& source, std::string& output, const EvEvent& log, con
   }
 }
 
+/// A value as it is on the server, out of a client's batch output, which writes line feeds, tabs, nulls and backslashes
+/// as \\n, \\t, \\0 and \\\\. Any other backslash stays.
+std::string unescapeValue(std::string_view value);
+
 /// Server error number in a client's error text. A line "ERROR n" gives its number: some clients print the failed
 /// statement before it. Without such a line it is the second blank-separated word, or -1 when there is none.
 int errorNumberIn(std::string_view text);

@@ -40,4 +40,30 @@ std::string escapeForLike(std::string_view text) {
   return escaped;
 }
 
+std::string escapeText(std::string_view name) {
+  std::string escaped;
+  escaped.reserve(name.size());
+  for (const char character : name) {
+    if (character == '\'' || character == '\\') escaped += character;
+    escaped += character;
+  }
+  return escaped;
+}
+
+std::string escapePattern(std::string_view pattern) {
+  std::string escaped;
+  escaped.reserve(pattern.size());
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
+    if (pattern[i] == '\'') {
+      escaped += "''";
+    } else if (pattern[i] == '\\' && next != '_' && next != '%') {
+      escaped += R"(\\\\)";  // the text's reader halves them, and so does LIKE
+    } else {
+      escaped += pattern[i];
+    }
+  }
+  return escaped;
+}
+
 }  // namespace orrery::mysql

@@ -9,7 +9,8 @@ namespace orrery::mysql {
 /// Where a name stands in a statement.
 enum class Quoting {
   backTicks,     ///< an identifier
-  singleQuotes,  ///< a text
+  singleQuotes,  ///< a text, as it is
+  escaped,       ///< a text between single quotes, written by `escapeText` or `escapePattern`
   none,          ///< a whole statement that a caller gives
 };
 
@@ -26,5 +27,15 @@ std::optional<std::string> reasonToRefuse(const char* what, std::string_view nam
 
 /// `text` with a backslash before every "_" and "%", so that a LIKE pattern matches it literally.
 std::string escapeForLike(std::string_view text);
+
+// A name between single quotes, so that the server reads this name and nothing else. A name without quotes and
+// backslashes stays as it is. Under the sql_mode NO_BACKSLASH_ESCAPES the quoting holds as well, but a name with a
+// backslash is then read as another one, which is not there.
+
+/// `name` as a text to compare with.
+std::string escapeText(std::string_view name);
+/// `pattern` behind LIKE. A backslash before "_" or "%" takes their meaning from them, as `escapeForLike` writes it;
+/// any other backslash stands for itself. What `escapeForLike` makes of a name matches that name alone.
+std::string escapePattern(std::string_view pattern);
 
 }  // namespace orrery::mysql

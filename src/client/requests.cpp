@@ -12,10 +12,13 @@
 #include "access/identifiers.h"
 #include "client/log_target.h"
 #include "client/rows.h"
+#include "databases/lists.h"
 #include "replication/status.h"
 #include "session/guarded.h"
 
+namespace databases = orrery::mysql::databases;
 using orrery::mysql::Carrier;
+using orrery::mysql::escapeText;
 using orrery::mysql::guarded;
 using orrery::mysql::Quoting;
 using orrery::mysql::readReplicationStatus;
@@ -166,9 +169,9 @@ int MySqlInterface::FetchDBList(Texts& databases) {
 int MySqlInterface::CheckDBExistence(std::string db, bool& found) {
   constexpr const char* tag = "MySqlInterface::CheckDBExistence";
   return guarded(EvEvent(), tag, [&] {
-    if (const auto reason = reasonToRefuse("database name", db, Quoting::singleQuotes)) return refuse(tag, *reason);
+    if (const auto reason = reasonToRefuse("database name", db, Quoting::escaped)) return refuse(tag, *reason);
     Texts row;
-    if (firstRow("SHOW DATABASES LIKE '" + db + "'", 1, row) != 0) return -1;
+    if (firstRow(databases::presenceOf(db), 1, row) != 0) return -1;
     found = !row.empty();
     if (found) {
       m_log->line("[ %s ] Found Database << %s >> On the Server", tag, db.c_str());
@@ -182,22 +185,15 @@ int MySqlInterface::CheckDBExistence(std::string db, bool& found) {
 int MySqlInterface::GetDBProperties(std::string db, unsigned long long& size, std::string& created) {
   constexpr const char* tag = "MySqlInterface::GetDBProperties";
   return guarded(EvEvent(), tag, [&] {
-    if (const auto reason = reasonToRefuse("database name", db, Quoting::singleQuotes)) return refuse(tag, *reason);
+    if (const auto reason = reasonToRefuse("database name", db, Quoting::escaped)) return refuse(tag, *reason);
     Texts row;
-    if (firstRow("select TABLE_NAME from INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE '" + db + "'", 1, row) !=
-        0) {
-      return -1;
-    }
+    if (firstRow(databases::tablesOf(db), 1, row) != 0) return -1;
     if (row.empty()) {
       size = 0;
       created = "0";
       return 0;
     }
-    const std::string sum =
-        "SELECT SUM(data_length+index_length),min(create_time) FROM INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE "
-        "'" +
-        db + "'";
-    if (oneRow(tag, sum, 2, row) != 0) return -1;
+    if (oneRow(tag, databases::sizeOf(db), 2, row) != 0) return -1;
     size = std::strtoull(row.front().c_str(), nullptr, 10);  // NULL, for views alone, counts as 0
     created = *std::next(row.begin());
     return 0;
@@ -207,9 +203,9 @@ int MySqlInterface::GetDBProperties(std::string db, unsigned long long& size, st
 int MySqlInterface::isUsesInnoDBEngine(std::string db, bool& innoDbOnly) {
   constexpr const char* tag = "MySqlInterface::isUsesInnoDBEngine";
   return guarded(EvEvent(), tag, [&] {
-    if (const auto reason = reasonToRefuse("database name", db, Quoting::singleQuotes)) return refuse(tag, *reason);
+    if (const auto reason = reasonToRefuse("database name", db, Quoting::escaped)) return refuse(tag, *reason);
     Texts row;
-    if (firstRow("SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`='" + db +
+    if (firstRow("SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`='" + escapeText(db) +
                      "' AND `TABLE_TYPE`!='VIEW' AND `ENGINE` NOT IN ('InnoDB','MEMORY') LIMIT 1",
                  1, row) != 0) {
       return -1;

@@ -10,18 +10,6 @@ int GetMySqlInfo::notBuiltYet(const char* operation) {
   return -1;
 }
 
-int GetMySqlInfo::CheckDBPresence(std::string&, bool&) {
-  return notBuiltYet("GetMySqlInfo::CheckDBPresence");
-}
-int GetMySqlInfo::FetchDBList(std::list<std::string>&) {
-  return notBuiltYet("GetMySqlInfo::FetchDBList");
-}
-int GetMySqlInfo::getDBProps(std::string, std::string&, unsigned long long&) {
-  return notBuiltYet("GetMySqlInfo::getDBProps");
-}
-int GetMySqlInfo::isUsesInnoDBEngine(std::string, bool&) {
-  return notBuiltYet("GetMySqlInfo::isUsesInnoDBEngine");
-}
 int GetMySqlInfo::checkInnoDbFilePerTable(std::string, bool&) {
   return notBuiltYet("GetMySqlInfo::checkInnoDbFilePerTable");
 }

@@ -3,15 +3,6 @@
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 
-int GetMySqlInfoExt::FetchDBList(std::list<std::string>&) {
-  return notBuiltYet("GetMySqlInfoExt::FetchDBList");
-}
-int GetMySqlInfoExt::getDBProps(std::string, std::string&, unsigned long long&) {
-  return notBuiltYet("GetMySqlInfoExt::getDBProps");
-}
-int GetMySqlInfoExt::isUsesInnoDBEngine(std::string, bool&) {
-  return notBuiltYet("GetMySqlInfoExt::isUsesInnoDBEngine");
-}
 int GetMySqlInfoExt::checkInnoDbFilePerTable(std::string, bool&) {
   return notBuiltYet("GetMySqlInfoExt::checkInnoDbFilePerTable");
 }

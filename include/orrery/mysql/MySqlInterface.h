@@ -95,7 +95,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   void ResetErrors();
 
   // Statements. Names stand in them as they are given; a name that could end its quoting is refused with -1, and
-  // nothing is sent. Outputs are written on success only.
+  // nothing is sent. Names of databases may hold quotes and backslashes where they are looked for. Outputs are written
+  // on success only.
 
   /// A server variable; `name` is a LIKE pattern. A variable that does not exist is a failure.
   int QueryVariable(std::string name, std::string& value);
@@ -114,7 +115,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
   /// Appends the names of all databases.
   int FetchDBList(std::list<std::string>& databases);
-  /// Whether there is a database of this name, a LIKE pattern.
+  /// Whether there is a database of this name, a LIKE pattern. In patterns of this class a backslash before "_" or "%"
+  /// takes their meaning from them; any other backslash stands for itself.
   int CheckDBExistence(std::string db, bool& found);
   /// Size in bytes of the tables and the oldest creation time as the server writes it; 0 and "0" for a database without
   /// tables. `db` is a LIKE pattern.

@@ -88,6 +88,22 @@ TEST_P(ClientOutput, IsReadToItsEnd) {
 INSTANTIATE_TEST_SUITE_P(Table, ClientOutput, testing::ValuesIn(cases),
                          [](const auto& param) { return std::string(param.param.name); });
 
+TEST(ClientValues, AreReadAsTheServerHasThem) {
+  const struct {
+    std::string printed, value;
+  } table[] = {
+      {"", ""},
+      {"shop", "shop"},
+      {R"(a\\b\\)", R"(a\b\)"},
+      {R"(a\tb\nc)", "a\tb\nc"},
+      {R"(a\0b)", std::string("a\0b", 3)},
+      {R"(\\n)", R"(\n)"},
+      {R"(\x\)", R"(\x\)"},
+      {"a\tb", "a\tb"},
+  };
+  for (const auto& row : table) EXPECT_EQ(orrery::mysql::unescapeValue(row.printed), row.value) << row.printed;
+}
+
 TEST(ClientErrors, GiveTheServersNumber) {
   const struct {
     const char* text;

@@ -47,6 +47,28 @@ TEST_P(Names, ThatCouldEndTheirQuotingAreRefused) {
 INSTANTIATE_TEST_SUITE_P(Table, Names, testing::ValuesIn(cases),
                          [](const auto& param) { return std::string(param.param.name); });
 
+TEST(Names, BetweenSingleQuotesEndThemNowhere) {
+  const struct {
+    const char *name, *text, *pattern;
+  } table[] = {
+      {"shop 1-a.b", "shop 1-a.b", "shop 1-a.b"},
+      {"a_b%", "a_b%", "a_b%"},
+      {"a\\_b\\%", R"(a\\_b\\%)", R"(a\_b\%)"},  // as escapeForLike writes them
+      {"it's", "it''s", "it''s"},
+      {"''", "''''", "''''"},
+      {"a\\b", R"(a\\b)", R"(a\\\\b)"},
+      {"a\\", R"(a\\)", R"(a\\\\)"},
+      {"a\\'", R"(a\\'')", R"(a\\\\'')"},
+      {"a\\\\_", R"(a\\\\_)", R"(a\\\\\_)"},  // a backslash, then an escaped underscore
+  };
+  for (const auto& row : table) {
+    EXPECT_EQ(orrery::mysql::escapeText(row.name), row.text);
+    EXPECT_EQ(orrery::mysql::escapePattern(row.name), row.pattern);
+    EXPECT_FALSE(reasonToRefuse("name", row.name, Quoting::escaped)) << row.name;
+  }
+  EXPECT_EQ(reasonToRefuse("name", "a\nb", Quoting::escaped), "the name holds a line break");
+}
+
 TEST(Names, AreNamedInTheReason) {
   EXPECT_EQ(reasonToRefuse("table name", "a`b", Quoting::backTicks), "the table name holds a back-tick");
 }

@@ -23,10 +23,9 @@ TEST_F(Operations, CommandModeAnswersSomeRequestsWithoutAskingTheServer) {
 
 TEST_F(Operations, ThatAreNotBuiltYetFailAndSaySo) {
   GetMySqlInfo session;
-  std::list<std::string> names;
-  EXPECT_EQ(session.FetchDBList(names), -1);
+  EXPECT_EQ(session.isXtrabackupPossible(), -1);
   EXPECT_TRUE(logged("not offered by this version of the library"));
-  EXPECT_EQ(session.strErrorString, "GetMySqlInfo::FetchDBList is not offered by this version of the library");
+  EXPECT_EQ(session.strErrorString, "GetMySqlInfo::isXtrabackupPossible is not offered by this version of the library");
 }
 
 TEST_F(Operations, RefuseNamesThatCouldEndTheirQuotingBeforeAnythingIsStarted) {

@@ -1,0 +1,418 @@
+// What a backup protects, and what it tells and changes on the way there, in a table of situations.
+
+#include <functional>
+#include <list>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/DZJobClient.h"
+#include "orrery/platform/testing/test_backend.h"
+
+namespace {
+
+using orrery::mysql::DatabasePlan;
+using orrery::platform::ContentEntry;
+using orrery::platform::Id;
+using orrery::platform::Status;
+using orrery::platform::testing::TestBackend;
+using Names = std::list<std::string>;
+
+/// A session with a server that the tests play: sizes are as long as the names, odd ones cannot be asked for.
+class PlayedSession : public GetMySqlInfo {
+ public:
+  int FetchDBList(Names& databases) override {
+    if (listFails) return -1;
+    databases.insert(databases.end(), server.begin(), server.end());
+    return 0;
+  }
+  int getDBProps(std::string db, std::string& created, unsigned long long& size) override {
+    asked.push_back(db);
+    if (asked.size() == quitAfter) quit();
+    if (db == "odd") return -1;
+    created = db == "empty" ? "0" : "2026-02-03 04:05:06";
+    size = db.size();
+    return 0;
+  }
+
+  Names server;
+  Names asked;
+  bool listFails = false;
+  std::size_t quitAfter = 0;
+  std::function<void()> quit;
+};
+
+class World {
+ public:
+  explicit World(bool isCloud) {
+    auto& inventory = *backend.services()->inventory;
+    Id client = 0;
+    check(inventory.putClient(isCloud ? "cloud" : "plain", isCloud ? 1 : 0, client));
+    const Id instance = backend.addInstance(client, "db1", {});
+    defaultSubclient = backend.defaultSubclient(instance);
+    orrery::platform::SubclientRecord record;
+    check(inventory.findSubclient(defaultSubclient, record));
+    check(inventory.addSubclient(record.backupSetId, "other", otherSubclient));
+    long long jobId = 0;
+    check(backend.services()->jobs->start({}, jobId));
+    EXPECT_TRUE(job.init("", jobId, 0, 0, 0, nullptr));
+    EXPECT_EQ(control.Init2(jobId, "", 0, 0, "", 0), 1);
+    session.ulClientId = client;
+    session.IsCloudDBInstance(1UL << 40);  // the process remembers the last client, which may be an earlier world's
+    session.iDbAutoDiscovery = 1;
+    session.quit = [this, jobId] { check(backend.services()->jobs->requestQuit(jobId)); };
+  }
+  static void check(const Status& status) { EXPECT_TRUE(status.ok()) << status.text; }
+
+  /// Adds to a subclient's content; a "+" before a name: by discovery.
+  void put(Id subclient, const Names& names) {
+    std::vector<ContentEntry> content;
+    for (const std::string& name : names) {
+      const bool isDiscovered = name[0] == '+';
+      content.push_back({120, name.substr(isDiscovered ? 1 : 0), 0, 0, isDiscovered});
+    }
+    content.push_back({7, "/a file", 0, 0, false});  // content of another type is none of ours
+    check(backend.services()->inventory->putContent(subclient, content));
+  }
+  std::string contentOf(Id subclient) {
+    std::vector<ContentEntry> content;
+    check(backend.services()->inventory->listContent(subclient, content));
+    std::ostringstream text;
+    for (const auto& entry : content) {
+      if (entry.type != 120) continue;
+      text << (entry.autoDiscovered ? "+" : "") << entry.name;
+      if (entry.created != 0 || entry.size != 0) text << "(" << entry.size << "," << entry.created << ")";
+      text << " ";
+    }
+    return text.str();
+  }
+  /// All that the management server was told.
+  std::string told() {
+    std::ostringstream text;
+    const auto write = [&](std::uint32_t code, const std::vector<std::string>& arguments) {
+      text << " " << std::hex << code << std::dec;
+      for (const auto& argument : arguments) text << "|" << argument;
+    };
+    for (const auto& event : backend.events()) {
+      text << " event" << static_cast<int>(event.severity);
+      write(event.code, event.arguments);
+    }
+    std::vector<orrery::platform::PendingCause> causes;
+    check(backend.services()->jobs->listCauses(job.getJobId(), causes));
+    for (const auto& cause : causes) {
+      text << " cause" << cause.messageType;
+      write(cause.code, cause.arguments);
+    }
+    orrery::platform::JobRecord record;
+    check(backend.services()->jobs->find(job.getJobId(), record));
+    if (record.failedFiles != 0) text << " failed=" << record.failedFiles;
+    return text.str();
+  }
+
+  TestBackend backend;
+  orrery::platform::ScopedServices installed{backend.services()};
+  Id defaultSubclient = 0;
+  Id otherSubclient = 0;
+  DZBkpJobClient job;
+  DZJobCtrlClient control{0};
+  PlayedSession session;
+};
+
+std::string joined(const Names& names) {
+  std::string text;
+  for (const std::string& name : names) text += name + " ";
+  return text;
+}
+
+struct Situation {
+  const char* name;
+  Names server, own, other;
+  bool isDefault = true;
+  bool isCloud = false;
+  int kind = 1;
+  std::function<void(World&)> arrange = {};
+
+  int rc = 0;
+  const char* valid = "";
+  const char* fresh = "";    // new databases
+  const char* sizes = "";    // of those
+  const char* content = "";  // own content afterwards
+  const char* told = "";
+};
+
+Status refusal() {
+  return Status::failure("no");
+}
+void withoutDiscovery(World& world) {
+  world.session.iDbAutoDiscovery = 0;
+}
+
+const Situation situations[] = {
+    {.name = "nothing_anywhere", .server = {}, .own = {}, .other = {}},
+    {.name = "new_databases_go_into_the_default_subclient_sorted",
+     .server = {"/shop", "/empty", "/odd", "/mine"},
+     .own = {"/mine"},
+     .other = {},
+     .valid = "/mine /empty /odd /shop ",
+     .fresh = "/empty /odd /shop ",
+     .sizes = "/empty=5 /odd=0 /shop=4 ",
+     .content = "+/empty(5,0) /mine +/odd +/shop(4,2026) "},
+    {.name = "what_another_subclient_has_is_not_new",
+     .server = {"/a", "/b"},
+     .own = {},
+     .other = {"/a"},
+     .valid = "/b ",
+     .fresh = "/b ",
+     .sizes = "/b=1 ",
+     .content = "+/b(1,2026) "},
+    {.name = "other_subclients_discover_nothing",
+     .server = {"/a", "/b"},
+     .own = {"/a"},
+     .other = {},
+     .isDefault = false,
+     .valid = "/a ",
+     .content = "/a "},
+    {.name = "discovery_that_is_off_discovers_nothing",
+     .server = {"/a", "/b"},
+     .own = {"/a"},
+     .other = {},
+     .arrange = withoutDiscovery,
+     .valid = "/a ",
+     .content = "/a "},
+    {.name = "vanished_ones_are_removed_and_missing_ones_reported",
+     .server = {"/kept"},
+     .own = {"+/gone1", "/gone2", "+/gone3", "/gone4", "/kept"},
+     .other = {},
+     .valid = "/kept ",
+     .content = "/gone2 /gone4 /kept ",
+     .told = " event0 57000020|/gone1,/gone3|default event6 5700001c|/gone2,/gone4|MySQL failed=2"},
+    {.name = "kind_2_reports_no_missing_ones",
+     .server = {"/kept"},
+     .own = {"+/gone1", "/gone2", "/kept"},
+     .other = {},
+     .kind = 2,
+     .valid = "/kept ",
+     .content = "/gone2 /kept ",
+     .told = " event0 57000020|/gone1|default"},
+    {.name = "what_only_another_subclient_misses_is_not_ours",
+     .server = {"/kept"},
+     .own = {"/kept"},
+     .other = {"/gone", "+/too"},
+     .valid = "/kept ",
+     .content = "/kept "},
+    {.name = "an_entry_that_occurs_twice_is_handled_twice",
+     .server = {},
+     .own = {"/gone", "+/lost"},
+     .other = {"/gone", "+/lost", "/both"},
+     .content = "/gone ",
+     .told = " event0 57000020|/lost,/lost|default event6 5700001c|/gone,/gone|MySQL failed=2"},
+    {.name = "flags_of_one_name_may_differ",
+     .server = {},
+     .own = {"/gone"},
+     .other = {"+/gone"},
+     .content = "",
+     .told = " event0 57000020|/gone|default event6 5700001c|/gone|MySQL failed=1"},
+    {.name = "a_cloud_clients_backslash_names_are_known_and_stay_as_they_are",
+     .server = {"/shop", "/more"},
+     .own = {"\\lost", "\\shop"},
+     .other = {"\\more"},
+     .isCloud = true,
+     .valid = "\\lost \\shop ",
+     .content = "\\lost \\shop "},
+    {.name = "elsewhere_a_backslash_name_is_another_name",
+     .server = {"/shop"},
+     .own = {"\\shop"},
+     .other = {},
+     .valid = "/shop ",
+     .fresh = "/shop ",
+     .sizes = "/shop=4 ",
+     .content = "+/shop(4,2026) \\shop ",
+     .told = " event6 5700001c|\\shop|MySQL failed=1"},
+    {.name = "the_quit_flag_stops_the_scan_and_sends_nothing",
+     .server = {"/a", "/b", "/c"},
+     .own = {"+/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.session.quitAfter = 2; },
+     .rc = 1,
+     .fresh = "/a /b /c ",
+     .sizes = "/a=1 /b=1 ",
+     .content = "+/gone "},
+    {.name = "the_quit_flag_after_the_last_one_counts",
+     .server = {"/a"},
+     .own = {},
+     .other = {},
+     .arrange = [](World& world) { world.session.quitAfter = 1; },
+     .rc = 1,
+     .fresh = "/a ",
+     .sizes = "/a=1 "},
+    {.name = "the_servers_list_fails",
+     .server = {"/a"},
+     .own = {"/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.session.listFails = true; },
+     .rc = -1,
+     .content = "/gone ",
+     .told = " cause300 57000034"},
+    {.name = "the_subclients_cannot_be_listed",
+     .server = {"/a"},
+     .own = {"/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::listSubclients", refusal()); },
+     .rc = -1,
+     .content = "/gone ",
+     .told = " cause300 57000035"},
+    {.name = "a_subclient_whose_content_cannot_be_read_is_passed_over",
+     .server = {"/a", "/b"},
+     .own = {"/a"},
+     .other = {"/b"},
+     .arrange =
+         [](World& world) {
+           world.backend.failures().failWhen("Inventory::listContent", std::to_string(world.otherSubclient), refusal());
+         },
+     .valid = "/a /b ",
+     .fresh = "/b ",
+     .sizes = "/b=1 ",
+     .content = "/a +/b(1,2026) "},
+    {.name = "new_content_cannot_be_written",
+     .server = {"/a"},
+     .own = {"/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::putContent", refusal()); },
+     .rc = -1,
+     .fresh = "/a ",
+     .sizes = "/a=1 ",
+     .content = "/gone "},
+    {.name = "a_removal_that_fails_stops_nothing",
+     .server = {"/a"},
+     .own = {"/a", "+/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::removeContent", refusal()); },
+     .valid = "/a ",
+     .content = "/a +/gone ",
+     .told = " event0 57000020|/gone|default"},
+    {.name = "a_report_that_fails_stops_nothing",
+     .server = {"/a"},
+     .own = {"/a", "/gone"},
+     .other = {},
+     .arrange = [](World& world) { world.backend.failures().failAlways("JobManager::addCounters", refusal()); },
+     .valid = "/a ",
+     .content = "/a /gone ",
+     .told = " event6 5700001c|/gone|MySQL"},
+};
+
+class Reconciliation : public testing::TestWithParam<Situation> {};
+
+INSTANTIATE_TEST_SUITE_P(Situations, Reconciliation, testing::ValuesIn(situations),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST_P(Reconciliation, DoesTellsAndPlansTheSame) {
+  const Situation& expected = GetParam();
+  World world(expected.isCloud);
+  const Id subclient = expected.isDefault ? world.defaultSubclient : world.otherSubclient;
+  world.put(subclient, expected.own);
+  world.put(expected.isDefault ? world.otherSubclient : world.defaultSubclient, expected.other);
+  world.session.server = expected.server;
+  if (expected.arrange) expected.arrange(world);
+  ApplicationId application(0, subclient);
+
+  const std::string before = world.contentOf(subclient);
+  DatabasePlan plan;
+  plan.valid = {"before"};
+  const int planned = world.session.planDatabasesForBackup(&application, plan);
+  EXPECT_EQ(world.contentOf(subclient), before) << "a plan changes nothing";
+  EXPECT_EQ(world.told(), "") << "and tells nothing";
+  EXPECT_EQ(joined(world.session.asked), "") << "and asks for no sizes";
+
+  Names valid, fresh;
+  std::map<std::string, unsigned long long> sizes;
+  int reserved = 9;
+  EXPECT_EQ(world.session.getValidDatabasesListForBackup(&application, valid, reserved, &world.control, &world.job,
+                                                         fresh, sizes, expected.kind),
+            expected.rc);
+  EXPECT_EQ(joined(valid), expected.valid);
+  EXPECT_EQ(joined(fresh), expected.fresh);
+  std::string told;
+  for (const auto& [name, size] : sizes) told += name + "=" + std::to_string(size) + " ";
+  EXPECT_EQ(told, expected.sizes);
+  EXPECT_EQ(world.contentOf(subclient), expected.content);
+  EXPECT_EQ(world.told(), expected.told);
+
+  if (planned != 0) {
+    EXPECT_EQ(joined(plan.valid), "before ");
+    EXPECT_EQ(expected.rc, -1);
+  } else if (expected.rc == 0) {
+    EXPECT_EQ(plan.valid, valid);
+    EXPECT_EQ(plan.discovered, fresh);
+    EXPECT_EQ(plan.server, expected.server);
+  }
+}
+
+TEST(ReconciliationLog, TellsEveryStepInItsOrder) {
+  World world(false);
+  world.put(world.defaultSubclient, {"+/a gone", "/b gone", "+/c gone", "/kept"});
+  world.session.server = {"/odd", "/kept"};
+  world.backend.failures().failAlways("Inventory::removeContent", refusal());
+  world.backend.failures().failAlways("JobManager::addCounters", refusal());
+  ApplicationId application(0, world.defaultSubclient);
+  Names valid, fresh;
+  std::map<std::string, unsigned long long> sizes;
+  int reserved = 0;
+  world.backend.log().clear();
+  ASSERT_EQ(
+      world.session.getValidDatabasesListForBackup(&application, valid, reserved, nullptr, &world.job, fresh, sizes, 1),
+      0);
+  std::vector<std::string> texts;
+  for (const auto& line : world.backend.log().entries()) {
+    if (line.tag == "GetMySqlInfo::getValidDatabasesListForBackup") texts.push_back(line.text);
+  }
+  EXPECT_THAT(
+      texts,
+      testing::ElementsAre(
+          "db on AR: /a gone", "db on AR: /b gone", "db on AR: /c gone", "db on AR: /kept",
+          "This is Default subclient and Auto Discovery is enabled", "getDBProps failed for [odd] database",
+          "Marking [ odd ] database auto discovered ", "New Database Properties Sent to Arbiter...",
+          " Database [/a gone] is auto discovered and found deleted. Deleting it from Stefosteza",
+          " Database [/b gone] is found deleted and not auto discovered",
+          " Database [/c gone] is auto discovered and found deleted. Deleting it from Stefosteza",
+          "MySqlSubclient:removeProperties() returned error.", " checking [/a gone]  db in delete list",
+          " The database [/a gone] not present on the database server", " checking [/b gone]  db in delete list",
+          " The database [/b gone] not present on the database server", " checking [/c gone]  db in delete list",
+          " The database [/c gone] not present on the database server", " checking [/kept]  db in delete list",
+          "Valid Databases for this backup : [ /kept ] ", " checking [/odd]  db in delete list",
+          "Valid Databases for this backup : [ /odd ] ", " Failed to notify the jobmanager about the failure files"));
+}
+
+TEST(ReconciliationLog, NamesTheReadThatFailed) {
+  World world(false);
+  world.put(world.defaultSubclient, {"/mine"});
+  Names own{"before"};
+  std::list<std::pair<std::string, int>> all;
+  ApplicationId application(0, world.defaultSubclient);
+  MySqlSubclient subclient(world.defaultSubclient);
+  EXPECT_EQ(getDBsFromArbiter(&application, own, all, &subclient), 0);
+  EXPECT_THAT(own, testing::ElementsAre("before", "/mine"));
+  EXPECT_THAT(all, testing::ElementsAre(testing::Pair("/mine", 0)));
+
+  world.backend.failures().failWhen("Inventory::listContent", std::to_string(world.defaultSubclient), refusal());
+  EXPECT_EQ(getDBsFromArbiter(&application, own, all, &subclient), 0);
+  world.backend.failures().failAlways("Inventory::listSubclients", refusal());
+  EXPECT_EQ(getDBsFromArbiter(&application, own, all, &subclient), -1);
+  const std::string code = std::to_string(refusal().code);
+  EXPECT_TRUE(world.backend.log().contains("getProperties failed retCode=[" + code + "] error=[no]"));
+  EXPECT_TRUE(world.backend.log().contains("ClientApplicationList::getSubclientList failed error:[" + code + "]"));
+  EXPECT_TRUE(world.backend.log().contains(" Appending [/mine] to database list for this subclient "));
+  EXPECT_TRUE(
+      world.backend.log().contains(" Appending database [/mine] to All database list... isautoDiscovered = [0]..."));
+
+  ApplicationId none;
+  DatabasePlan plan;
+  EXPECT_EQ(world.session.planDatabasesForBackup(&none, plan), -1);
+  EXPECT_EQ(world.backend.log().texts().back(), "ApplicationId::getSubclient() returned NULL");
+}
+
+}  // namespace
