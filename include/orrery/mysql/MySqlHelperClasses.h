@@ -281,9 +281,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// Appends the paths of a directory's entries whose name contains `fragment`, in the directory's order. What was
   /// found before a failure stays.
   int readFileListByPattern(const std::string& directory, const std::string& fragment, std::vector<std::string>& files);
-  /// Appends the places that hold this server's data outside its data directory and that `FindAllDatabasePaths` does
-  /// not name, in the order of kinds and paths. Asks the server and looks into its data directory, so it has to run on
-  /// the server's machine. Variables and tables that the server does not know are passed over.
+  /// Appends the places that hold this server's data outside its data directory and that `FindAllDatabasePaths` of the
+  /// session's mode does not name, in the order of kinds and paths: absolute, without links, and nothing that lies in
+  /// another such place of its kind or in a database's directory. Asks the server and looks into its data directory, so
+  /// it has to run on the server's machine, with the right to read there. Variables and tables that the server does not
+  /// know, and links that lead nowhere, are passed over. `paths` stays on failure.
   int findFurtherPaths(std::vector<orrery::mysql::FurtherPath>& paths);
 
   /// Name of a database's directory or a table's files on disk: letters and digits of ASCII and "_" stay, every other
@@ -380,6 +382,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int runStopCommand(const char* stopCommand);
   ORRERY_MYSQL_HIDDEN int waitUntilDown();
   ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
+  ORRERY_MYSQL_HIDDEN int fetchRows(const char* tag, const std::string& statement,
+                                    std::vector<std::vector<std::string>>& rows);
+  ORRERY_MYSQL_HIDDEN int listTablespaces(std::vector<std::vector<std::string>>& rows);
   ORRERY_MYSQL_HIDDEN int askForPath(const char* statement, std::string& output);
   ORRERY_MYSQL_HIDDEN int findInnoDbPaths(std::map<std::string, std::string>& found);
 

@@ -150,6 +150,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int isPartitionedTable(std::string db, std::string table) override;
 
  private:
+  friend class GetMySqlInfo;
+  ORRERY_MYSQL_HIDDEN int fetchRowsOverConnection(const char* tag, const std::string& statement,
+                                                  std::vector<std::vector<std::string>>& rows);
   ORRERY_MYSQL_HIDDEN void forgetConnectionFields();
   ORRERY_MYSQL_HIDDEN void forgetEarlierServer();
   ORRERY_MYSQL_HIDDEN void fillLibraryPath();
