@@ -286,6 +286,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int notBuiltYet(const char* operation);
   /// Whether the session's TLS files ask for encryption: sets `bUseSsl`.
   ORRERY_MYSQL_HIDDEN void updateUseSsl();
+  ORRERY_MYSQL_HIDDEN void takeRecord(const MySqlServer& server);
   /// Names of the files in which the backups of this instance meet. -1, logged, without a temporary directory or an
   /// instance. The lock file's path goes into the session.
   ORRERY_MYSQL_HIDDEN int findInstanceFiles(const char* tag, orrery::mysql::InstanceFiles& files);
