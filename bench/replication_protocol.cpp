@@ -7,44 +7,32 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
-#include "orrery/platform/home.h"
 #include "orrery/platform/instance_properties.h"
-#include "orrery/platform/services.h"
 
-#include "support/temporary_directory.h"
+#include "bench/home_with_server.h"
 
 namespace {
 
 namespace property = orrery::platform::property;
+using orrery::bench::median;
+using orrery::bench::require;
 using Clock = std::chrono::steady_clock;
 
 constexpr int roundsPerPair = 100;
-
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::runtime_error(what);
-}
 
 double microsecondsEach(const std::function<void()>& work) {
   const auto start = Clock::now();
   for (int i = 0; i < roundsPerPair; ++i) work();
   return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / roundsPerPair;
-}
-
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-  return values[values.size() / 2];
 }
 
 int openFile(const std::string& path) {
@@ -96,27 +84,12 @@ void compare(const char* name, int pairs, const std::function<void()>& ours, con
 }
 
 int measure(int pairs) {
-  using namespace orrery::platform;
-  const orrery::test::TemporaryDirectory place;
-  require(createHome(place / "home", "bench").ok(), "the home cannot be made");
-  std::shared_ptr<const Services> services;
-  require(openHome(place / "home", services).ok(), "the home cannot be opened");
-  const ScopedServices installed(services);
-  require(services->settings->write("MySQL", "sLibPath", ORRERY_STAND_IN_REPLICA).ok(), "the setting");
-  Client client;
-  require(services->inventory->ownClient(client).ok(), "no client");
-  InstanceRecord record;
-  record.clientId = client.id;
-  record.applicationType = property::applicationTypeMySql;
-  record.name = "bench";
-  record.properties = {{property::saUser, "agent"}, {property::socketFile, "memory"}};
-  Id id = 0;
-  require(services->inventory->addInstance(record, id).ok(), "the instance cannot be added");
-
+  const orrery::bench::HomeWithInstance home({{property::saUser, "agent"}, {property::socketFile, "memory"}});
+  home.set("sLibPath", ORRERY_STAND_IN_REPLICA);
   GetMySqlInfoExt session;
   GetMySqlInfoExt holder;
-  require(session.Init(static_cast<long>(id)) == 0 && holder.Init(static_cast<long>(id)) == 0, "no session");
-  const BareFiles bare{place / "home/tmp/bare_lock", place / "home/tmp/bare_counter"};
+  require(session.Init(home.instance()) == 0 && holder.Init(home.instance()) == 0, "no session");
+  const BareFiles bare{home.path() + "/tmp/bare_lock", home.path() + "/tmp/bare_counter"};
   const auto round = [&] { require(session.StopSlave() == 0 && session.StartSlave() == 0, "a round failed"); };
   std::printf("%-45s %11s %11s   %s\n", "", "session", "bare", "ratio");
   compare("stop and start, alone", pairs, round, [&] {

@@ -151,13 +151,7 @@ int GetMySqlInfoExt::Init(MySqlServer server) {
     forgetEarlierServer();
     if (bInitialized) DeleteConfFile();  // of an instance: its password is not this server's
     strConfigPwdFile.clear();
-    strSaUser = server.GetSaUser();
-    strSaPassword = server.GetPasswd();
-    strSocketFile = server.GetSocketFile();
-    strBinaryPath = server.GetBinaryPath();
-    strSslCa = server.GetSslCa();
-    strSslKey = server.GetSslKey();
-    strSslCert = server.GetSslCert();
+    takeRecord(server);
     fillLibraryPath();
     // The record's password is plain, unlike an instance's.
     if (isAddress(strSocketFile)) {

@@ -240,6 +240,17 @@ void GetMySqlInfo::updateUseSsl() {
   bUseSsl = !strSslCa.empty() || (!strSslKey.empty() && !strSslCert.empty());
 }
 
+/// What both modes take of a connection record.
+void GetMySqlInfo::takeRecord(const MySqlServer& server) {
+  strSaUser = server.GetSaUser();
+  strSaPassword = server.GetPasswd();
+  strSocketFile = server.GetSocketFile();
+  strBinaryPath = server.GetBinaryPath();
+  strSslCa = server.GetSslCa();
+  strSslKey = server.GetSslKey();
+  strSslCert = server.GetSslCert();
+}
+
 int GetMySqlInfo::openPassword(const char* tag) {
   if (orrery::mysql::openPassword(strSaPassword, strPassword)) return 0;
   evEvent.Debug(tag, "PW.decrypt error");
@@ -253,13 +264,7 @@ int GetMySqlInfo::Init(MySqlServer server) {
     if (bInitialized) DeleteConfFile();
     strConfigPwdFile.clear();
     forgetEarlierServer();
-    strSaUser = server.GetSaUser();
-    strSaPassword = server.GetPasswd();
-    strSocketFile = server.GetSocketFile();
-    strBinaryPath = server.GetBinaryPath();
-    strSslCa = server.GetSslCa();
-    strSslKey = server.GetSslKey();
-    strSslCert = server.GetSslCert();
+    takeRecord(server);
     updateUseSsl();
     strUnixUser = server.GetUnixUser();
     // Kept: no defaults file is written and no password is opened. A record's password is plain and its server is one

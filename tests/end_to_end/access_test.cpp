@@ -78,13 +78,15 @@ TEST_F(AccessTest, WhatKeepsLibraryModeFromWorkingIsOneLine) {
   EXPECT_TRUE(failedWith(runIn("library", {"ping", "db"}), "The file of the certificate authority for TLS is missing"));
 }
 
-TEST_F(AccessTest, AServerThatIsDownIsToldInEveryMode) {
-  server().stop();
+TEST_F(AccessTest, AServerThatDiedIsToldInEveryModeAndComesBack) {
+  server().crash();
   for (const char* mode : {"auto", "command", "library"}) {
     EXPECT_TRUE(failedWith(runIn(mode, {"ping", "db"}), "Can't connect to local server through socket")) << mode;
   }
   EXPECT_TRUE(failedWith(run({"mode", "db"}), "no access mode for db: [2002] Can't connect to local server"));
+  EXPECT_TRUE(failedWith(run({"version", "db"}), "[2002] Can't connect"));
   server().start();
+  EXPECT_EQ(runJson({"ping", "db"})["alive"], true);
 }
 
 }  // namespace

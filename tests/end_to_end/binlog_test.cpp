@@ -61,9 +61,7 @@ TEST_P(BinlogTest, RemovesNothingUnasked) {
 using BinlogStandInTest = CommandTest;
 
 TEST_F(BinlogStandInTest, AServerThatWritesNoneIsNoFailure) {
-  const std::string bin = directory_ / "bin";
-  for (const char* program : {"/mysql", "/mysqladmin"}) makeProgram(bin + program, "printf 'log_bin\\tOFF\\n'\n");
-  addInstance("db", "h:1", {"--bin", bin});
+  addClients("printf 'log_bin\\tOFF\\n'\n");
   const Json off = {{"instance", "db"}, {"binary_logging", false}};
   Json expected = off;
   expected["directory"] = nullptr;
@@ -81,9 +79,7 @@ TEST_F(BinlogStandInTest, AServerThatWritesNoneIsNoFailure) {
 }
 
 TEST_F(BinlogStandInTest, AServerThatKnowsTheLaterStatementsOnly) {
-  const std::string bin = directory_ / "bin";
-  makeProgram(bin + "/mysqladmin", "exit 0\n");
-  makeProgram(bin + "/mysql", R"(while [ "$1" != -e ]; do shift; done
+  addClients(R"(while [ "$1" != -e ]; do shift; done
 case "$2" in
   *log_bin\'*) printf 'log_bin\tON\n';;
   'SHOW BINARY LOGS') printf 'b.000007\t158\tNo\nb.000008\t158\tNo\n';;
@@ -91,7 +87,6 @@ case "$2" in
   *) echo 'ERROR 1064 (42000) at line 1: You have an error in your SQL syntax' >&2; exit 1;;
 esac
 )");
-  addInstance("db", "h:1", {"--bin", bin});
   const Json list = runJson({"binlog", "list", "db"});
   EXPECT_EQ(list["logs"], Json({"b.000007", "b.000008"}));
   EXPECT_EQ(list["last"], 8);

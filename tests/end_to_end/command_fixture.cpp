@@ -72,6 +72,11 @@ void CommandTest::addInstance(const std::string& name, const std::string& socket
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
 }
 
+void CommandTest::addClients(const std::string& script) const {
+  for (const char* program : {"mysql", "mysqladmin"}) makeProgram(directory_ / "bin/" + program, script);
+  addInstance("db", "h:1", {"--bin", directory_ / "bin"});
+}
+
 std::vector<std::string> CommandTest::instanceNames() const {
   std::vector<std::string> names;
   const Json document = runJson({"instance", "list"});
@@ -79,22 +84,27 @@ std::vector<std::string> CommandTest::instanceNames() const {
   return names;
 }
 
+bool CommandTest::appears(const std::string& file) {
+  return waitUntil([&] { return std::filesystem::exists(file); });
+}
+
 void CommandTest::makeProgram(const std::string& path, const std::string& script) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   writeFile(path, "#!/bin/sh\n" + script, 0755);
 }
 
-void ServerTest::addServer(std::vector<std::string> more) const {
+void CommandTest::addServer(const std::string& name, const MariaDbSandbox& server,
+                            std::vector<std::string> more) const {
   std::vector<std::string> arguments{"instance",
                                      "add",
-                                     "db",
+                                     name,
                                      "--socket",
-                                     server().socket(),
+                                     server.socket(),
                                      "--user",
                                      "agent",
                                      "--password-file",
-                                     server().directory() + "/agent.password"};
-  if (::geteuid() == 0) arguments.insert(arguments.end(), {"--unix-user", server().account()});
+                                     server.directory() + "/agent.password"};
+  if (::geteuid() == 0) arguments.insert(arguments.end(), {"--unix-user", server.account()});
   arguments.insert(arguments.end(), more.begin(), more.end());
   const ProgramResult result = run(arguments);
   ASSERT_EQ(result.exitStatus, 0) << result.errors;

@@ -40,7 +40,13 @@ class CommandTest : public testing::Test {
   Json runJson(std::vector<std::string> arguments) const;
   /// Adds an instance that needs no password.
   void addInstance(const std::string& name, const std::string& socket, std::vector<std::string> more = {}) const;
+  /// Adds a server, with its password and its Unix account.
+  void addServer(const std::string& name, const MariaDbSandbox& server, std::vector<std::string> more = {}) const;
+  /// Adds "db", whose two clients are this script.
+  void addClients(const std::string& script) const;
   std::vector<std::string> instanceNames() const;
+  /// Waits for a file that a program makes.
+  static bool appears(const std::string& file);
   /// A program of this text in a folder of the test.
   static void makeProgram(const std::string& path, const std::string& script);
 
@@ -56,8 +62,8 @@ class ServerTest : public CommandTest {
   static void SetUpTestSuite() { server_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.logBin = true}); }
   static void TearDownTestSuite() { server_.reset(); }
   static MariaDbSandbox& server() { return *server_; }
-  /// Adds the server as "db", with its password and its Unix account.
-  void addServer(std::vector<std::string> more = {}) const;
+  using CommandTest::addServer;
+  void addServer(std::vector<std::string> more = {}) const { addServer("db", server(), std::move(more)); }
 
  private:
   static inline std::unique_ptr<MariaDbSandbox> server_;

@@ -3,7 +3,6 @@
 #include <signal.h>
 
 #include <chrono>
-#include <filesystem>
 
 #include "command_fixture.h"
 
@@ -69,9 +68,7 @@ TEST_F(ControlWithoutServerTest, AServerThatTakesConnectionsAndDoesNotAnswerIsNo
 }
 
 TEST_F(ControlWithoutServerTest, WhatCannotWorkIsToldBeforeAnythingRuns) {
-  for (const char* name : {"mysql", "mysqladmin"})
-    makeProgram(directory_ / "bin/" + name, "echo Too many >&2; exit 1\n");
-  addInstance("db", "h:1", {"--bin", directory_ / "bin"});
+  addClients("echo Too many >&2; exit 1\n");
   EXPECT_TRUE(failedWith(run({"server", "stop", "db"}),
                          "nothing is stopped: it is not known whether the server of db runs: Too many; "));
   EXPECT_TRUE(refusedUsage(run({"server", "stop", "db", "--command", "service mysqld stop"}), "program's path"));
@@ -83,11 +80,9 @@ TEST_F(ControlWithoutServerTest, WhatCannotWorkIsToldBeforeAnythingRuns) {
 
 TEST_F(ControlWithoutServerTest, CtrlCEndsTheWaitForAServer) {
   const std::string asked = directory_ / "asked";
-  makeProgram(directory_ / "bin/mysql", "exit 1\n");
-  makeProgram(directory_ / "bin/mysqladmin", "echo x >>" + asked + "; echo 'not yet' >&2; exit 1\n");
-  addInstance("db", "h:1", {"--bin", directory_ / "bin"});
+  addClients("case $0 in *admin) echo x >>" + asked + "; echo 'not yet' >&2;; esac; exit 1\n");
   RunningProgram program(commandLine(home(), {"server", "start", "db", "--command", "true"}));
-  ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(asked); }));
+  ASSERT_TRUE(appears(asked));
   ASSERT_TRUE(waitUntil([&] { return readFile(asked).size() >= 6; })) << "it asks again and again";
   program.signalGroup(SIGINT);
   const ProgramResult result = program.wait();
@@ -97,9 +92,7 @@ TEST_F(ControlWithoutServerTest, CtrlCEndsTheWaitForAServer) {
 }
 
 TEST_F(ControlWithoutServerTest, CtrlCEndsTheWaitForAServerThatStaysUp) {
-  for (const char* program : {"mysql", "mysqladmin"})
-    makeProgram(directory_ / "bin/" + program, "echo mysqld is alive\n");
-  addInstance("db", "h:1", {"--bin", directory_ / "bin"});
+  addClients("echo mysqld is alive\n");
   RunningProgram program(commandLine(home(), {"server", "stop", "db", "--command", "/bin/true"}));
   ASSERT_TRUE(waitUntil([&] { return log().find("status check attempt 0") != std::string::npos; }));
   const auto begin = std::chrono::steady_clock::now();

@@ -23,12 +23,8 @@ class HoldTest : public CommandTest {
   }
   void SetUp() override {
     CommandTest::SetUp();
-    for (const auto& [name, server] : {std::pair("primary", primary_.get()), std::pair("db", replica_.get())}) {
-      const ProgramResult added =
-          run({"instance", "add", name, "--socket", server->socket(), "--user", "agent", "--password-file",
-               server->directory() + "/agent.password", "--unix-user", server->account()});
-      ASSERT_EQ(added.exitStatus, 0) << added.errors;
-    }
+    addServer("primary", *primary_);
+    addServer("db", *replica_);
     ASSERT_TRUE(waitUntil(runs)) << replica_->execute("show slave status");
   }
 
@@ -42,9 +38,6 @@ class HoldTest : public CommandTest {
   }
   std::string counter() const { return readFile(home() + "/tmp/Instance_2_RunningBkpUps"); }
   Json status() const { return runJson({"replica", "status", "db"}); }
-  static bool appears(const std::string& file) {
-    return waitUntil([&] { return std::filesystem::exists(file); });
-  }
   /// A command that tells that it runs and goes on until it is told to end.
   std::vector<std::string> untilTold() const {
     return {"sh", "-c", ": >" + running_ + "; until [ -e " + end_ + " ]; do sleep 0.02; done; exit 7"};

@@ -1,8 +1,5 @@
 // The home: made, completed, refused.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 
 #include "command_fixture.h"
@@ -77,30 +74,15 @@ TEST_F(HomeTest, AFileIsNoHome) {
   EXPECT_EQ(readFile(file), "text");
 }
 
-void removeStoreLogs(const std::string& store) {
-  fs::remove(store + "-wal");
-  fs::remove(store + "-shm");
-}
-
 TEST_F(HomeTest, AStoreThatIsNoDatabaseIsRefusedAndKept) {
   const std::string store = home() + "/store.db";
-  removeStoreLogs(store);
+  fs::remove(store + "-wal");
+  fs::remove(store + "-shm");
   const std::string nonsense(8192, 'x');
   writeFile(store, nonsense, 0600);
   EXPECT_TRUE(failedWith(run({"instance", "list"}), store));
   EXPECT_TRUE(failedWith(run({"ping", "db"}), store));
   EXPECT_EQ(readFile(store), nonsense);
-}
-
-TEST_F(HomeTest, AStoreOfANewerVersionIsRefusedAndKept) {
-  const std::string store = home() + "/store.db";
-  removeStoreLogs(store);
-  // The schema's version stands in the file's header, at byte 60, most significant byte first.
-  std::string content = readFile(store);
-  content[60] = '\x7f';
-  writeFile(store, content, 0600);
-  EXPECT_TRUE(failedWith(run({"instance", "list"}), "newer"));
-  EXPECT_EQ(readFile(store), content);
 }
 
 TEST_F(HomeTest, SettingsWithNonsenseAreNamedByLine) {

@@ -13,7 +13,12 @@
 namespace orrery::test {
 namespace {
 
-using InstanceTest = CommandTest;
+class InstanceTest : public CommandTest {
+ protected:
+  std::vector<std::string> addAtPrompt() const {
+    return commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u"});
+  }
+};
 
 TEST_F(InstanceTest, AddShowSetRemove) {
   const std::string ca = directory_ / "ca.pem";
@@ -52,11 +57,9 @@ TEST_F(InstanceTest, ListIsATableForPeople) {
 }
 
 TEST_F(InstanceTest, RelativePathsAreStoredInFull) {
-  ProgramOptions options;
-  const ProgramResult result = runProgram(
-      {"sh", "-c", "cd \"$0\" && touch ca.pem && exec \"$@\"", directory_.path(), ORRERY_MYSQL_COMMAND, "--home",
-       home(), "instance", "add", "db", "--socket", "h:1", "--user", "u", "--no-password", "--ssl-ca", "ca.pem"},
-      options);
+  const ProgramResult result = runProgram({"sh", "-c", "cd \"$0\" && touch ca.pem && exec \"$@\"", directory_.path(),
+                                           ORRERY_MYSQL_COMMAND, "--home", home(), "instance", "add", "db", "--socket",
+                                           "h:1", "--user", "u", "--no-password", "--ssl-ca", "ca.pem"});
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
   EXPECT_EQ(runJson({"instance", "show", "db"})["ssl_ca"], directory_ / "ca.pem");
 }
@@ -67,58 +70,42 @@ TEST_F(InstanceTest, NamesLikeCommandsAreNames) {
   EXPECT_TRUE(failedWith(run({"ping", "version"}), "version"));
 }
 
-struct PasswordCase {
-  const char* name;
-  std::string content;
-  const char* refusal;  ///< null: taken
-};
-
-void PrintTo(const PasswordCase& row, std::ostream* out) {
-  *out << row.name;
-}
-
-class PasswordFileTest : public CommandTest, public testing::WithParamInterface<PasswordCase> {};
-
-TEST_P(PasswordFileTest, IsReadFromFileAndStandardInputAlike) {
-  const PasswordCase& row = GetParam();
+TEST_F(InstanceTest, PasswordsAreReadFromFileAndStandardInputAlike) {
+  const struct {
+    const char* name;
+    std::string content;
+    const char* refusal;  // null: taken
+  } table[] = {{"newline_is_not_part", "secret\n", nullptr},
+               {"no_newline", "secret", nullptr},
+               {"longest", std::string(1024, 'p') + "\n", nullptr},
+               {"too_long", std::string(1025, 'p'), "longer than 1024"},
+               {"much_too_long", std::string(100000, 'p'), "longer than 1024"},
+               {"empty", "", "it is empty"},
+               {"newline_alone", "\n", "it is empty"},
+               {"two_lines", "one\ntwo\n", "line break"},
+               {"carriage_return", "secret\r\n", "line break"},
+               {"null", std::string("a\0b", 3), "null"}};
   const std::string file = directory_ / "password";
-  writeFile(file, row.content, 0600);
-  const std::vector<std::string> common{"instance", "add", "db", "--socket", "h:1", "--user", "u"};
-  std::vector<std::string> fromFile = common;
-  fromFile.insert(fromFile.end(), {"--password-file", file});
-  std::vector<std::string> fromInput = common;
-  fromInput[2] = "db2";
-  fromInput.emplace_back("--password-stdin");
-  ProgramOptions options;
-  options.input = row.content;
-  for (const ProgramResult& result : {run(fromFile), run(fromInput, options)}) {
-    if (row.refusal == nullptr) {
-      EXPECT_EQ(result.exitStatus, 0) << result.errors;
-    } else {
-      EXPECT_TRUE(failedWith(result, row.refusal));
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.name);
+    writeFile(file, row.content, 0600);
+    ProgramOptions options;
+    options.input = row.content;
+    const std::vector<std::string> line{"instance", "add", "db", "--socket", "h:1", "--user", "u"};
+    for (const auto& source : std::vector<std::vector<std::string>>{{"--password-file", file}, {"--password-stdin"}}) {
+      std::vector<std::string> arguments = line;
+      arguments.insert(arguments.end(), source.begin(), source.end());
+      const ProgramResult result = run(arguments, options);
+      if (row.refusal != nullptr) {
+        EXPECT_TRUE(failedWith(result, row.refusal));
+        EXPECT_THAT(instanceNames(), testing::IsEmpty());
+      } else {
+        EXPECT_EQ(runJson({"instance", "show", "db"})["password_stored"], true) << result.errors;
+        run({"instance", "remove", "db", "--yes"});
+      }
     }
   }
-  if (row.refusal != nullptr) {
-    EXPECT_THAT(instanceNames(), testing::IsEmpty());
-    return;
-  }
-  for (const char* instance : {"db", "db2"}) {
-    EXPECT_EQ(runJson({"instance", "show", instance})["password_stored"], true);
-  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Contents, PasswordFileTest,
-                         testing::Values(PasswordCase{"newline_is_not_part", "secret\n", nullptr},
-                                         PasswordCase{"no_newline", "secret", nullptr},
-                                         PasswordCase{"longest", std::string(1024, 'p') + "\n", nullptr},
-                                         PasswordCase{"too_long", std::string(1025, 'p'), "longer than 1024"},
-                                         PasswordCase{"much_too_long", std::string(100000, 'p'), "longer than 1024"},
-                                         PasswordCase{"empty", "", "it is empty"},
-                                         PasswordCase{"newline_alone", "\n", "it is empty"},
-                                         PasswordCase{"two_lines", "one\ntwo\n", "line break"},
-                                         PasswordCase{"carriage_return", "secret\r\n", "line break"},
-                                         PasswordCase{"null", std::string("a\0b", 3), "null"}),
-                         [](const auto& row) { return row.param.name; });
 
 /// Both ends of a terminal.
 class Terminal {
@@ -136,7 +123,11 @@ class Terminal {
   }
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
-  int slave() const noexcept { return slave_; }
+  ProgramOptions asInput() const {
+    ProgramOptions options;
+    options.standardInput = slave_;
+    return options;
+  }
   bool echoes() const {
     termios state{};
     return ::tcgetattr(slave_, &state) == 0 && (state.c_lflag & ECHO) != 0;
@@ -159,9 +150,7 @@ class Terminal {
 
 TEST_F(InstanceTest, ThePromptDoesNotShowThePassword) {
   const Terminal terminal;
-  ProgramOptions options;
-  options.standardInput = terminal.slave();
-  RunningProgram program(commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u"}), options);
+  RunningProgram program(addAtPrompt(), terminal.asInput());
   ASSERT_TRUE(waitUntil([&] { return !terminal.echoes(); }));
   terminal.type("typed-secret\n");
   const ProgramResult result = program.wait();
@@ -173,9 +162,7 @@ TEST_F(InstanceTest, ThePromptDoesNotShowThePassword) {
 
 TEST_F(InstanceTest, CtrlCAtThePromptGivesTheTerminalBack) {
   const Terminal terminal;
-  ProgramOptions options;
-  options.standardInput = terminal.slave();
-  RunningProgram program(commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u"}), options);
+  RunningProgram program(addAtPrompt(), terminal.asInput());
   ASSERT_TRUE(waitUntil([&] { return !terminal.echoes(); }));
   program.signalGroup(SIGINT);
   EXPECT_EQ(program.wait().signal, SIGINT);
@@ -184,8 +171,14 @@ TEST_F(InstanceTest, CtrlCAtThePromptGivesTheTerminalBack) {
 }
 
 TEST_F(InstanceTest, CtrlCEndsTheWaitForAPasswordOnAPipe) {
+  int silent[2];
+  ASSERT_EQ(::pipe2(silent, O_CLOEXEC), 0);
+  const platform::OwnFd input(silent[0]);
+  const platform::OwnFd writer(silent[1]);
+  ProgramOptions options;
+  options.standardInput = input.get();
   RunningProgram program(
-      commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u", "--password-stdin"}));
+      commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u", "--password-stdin"}), options);
   // Once it has the store open it reads its standard input, to which nobody writes.
   const std::string descriptors = "/proc/" + std::to_string(program.pid()) + "/fd";
   ASSERT_TRUE(waitUntil([&] {
@@ -205,9 +198,7 @@ TEST_F(InstanceTest, RemoveAsksOnATerminal) {
   addInstance("db", "h:1");
   for (const auto& [answer, exitStatus] : {std::pair("no\n", 1), std::pair("y\n", 0)}) {
     const Terminal terminal;
-    ProgramOptions options;
-    options.standardInput = terminal.slave();
-    RunningProgram program(commandLine(home(), {"instance", "remove", "db"}), options);
+    RunningProgram program(commandLine(home(), {"instance", "remove", "db"}), terminal.asInput());
     terminal.type(answer);
     const ProgramResult result = program.wait();
     EXPECT_EQ(result.exitStatus, exitStatus) << answer << result.errors;

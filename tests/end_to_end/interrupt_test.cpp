@@ -2,8 +2,6 @@
 
 #include <signal.h>
 
-#include <filesystem>
-
 #include "command_fixture.h"
 
 namespace orrery::test {
@@ -17,18 +15,9 @@ class InterruptTest : public CommandTest {
   void addDeafClients() const {
     addClients("trap ': >" + heard_ + "' INT TERM\n: >" + started_ + "\nwhile :; do sleep 0.05; done\n");
   }
-  static bool appears(const std::string& file) {
-    return waitUntil([&] { return std::filesystem::exists(file); });
-  }
 
   std::string started_ = directory_ / "started";
   std::string heard_ = directory_ / "heard";
-
- private:
-  void addClients(const std::string& script) const {
-    for (const char* program : {"mysql", "mysqladmin"}) makeProgram(directory_ / "bin/" + program, script);
-    addInstance("db", "h:1", {"--bin", directory_ / "bin"});
-  }
 };
 
 TEST_F(InterruptTest, CtrlCLeavesNothingBehind) {

@@ -33,32 +33,6 @@ TEST(SandboxScript, RefusesFoldersThatAreNotItsOwn) {
   EXPECT_THAT(namesIn(directory.path()), testing::ElementsAre("precious"));
 }
 
-TEST(SandboxScript, RefusesASocketPathThatIsTooLong) {
-  const TemporaryDirectory directory;
-  const std::string deep = directory / std::string(100, 'd');
-  const ProgramResult result = sandbox({"start", deep});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.errors, testing::HasSubstr("longer than 100 bytes"));
-  EXPECT_FALSE(std::filesystem::exists(deep));
-}
-
-TEST(SandboxScript, ReplicatesOnlyASandboxThatWasMadeForIt) {
-  const TemporaryDirectory directory;
-  const MariaDbSandbox deaf;
-  const struct {
-    std::string primary, complaint;
-  } table[] = {{directory / "none", "there is no folder"},
-               {directory.path(), "is no sandbox"},
-               {deaf.directory(), "make it with --tcp"}};
-  for (const auto& row : table) {
-    const std::string folder = directory / "replica";
-    const ProgramResult result = sandbox({"start", folder, "--replica-of", row.primary});
-    EXPECT_EQ(result.exitStatus, 1) << row.complaint;
-    EXPECT_THAT(result.errors, testing::HasSubstr(row.complaint));
-    EXPECT_FALSE(std::filesystem::exists(folder));
-  }
-}
-
 TEST(SandboxScript, AServerThatDoesNotStartShowsItsLogAndLeavesNothing) {
   const TemporaryDirectory directory;
   const std::string folder = directory / "db";
@@ -80,24 +54,6 @@ TEST(SandboxScript, StopSparesAStrangerWithTheServersProcessId) {
   EXPECT_FALSE(std::filesystem::exists(folder));
   stranger.signalGroup(SIGTERM);
   EXPECT_EQ(stranger.wait().signal, SIGTERM) << "and nobody had ended it before";
-}
-
-TEST(SandboxScript, StopRemovesTheServerAndItsFolder) {
-  std::string folder;
-  pid_t pid = 0;
-  {
-    const MariaDbSandbox server({.tcp = true, .tls = true});
-    folder = server.directory();
-    pid = server.pid();
-    const ProgramResult result = runProgram(
-        {"mariadb", "--no-defaults", "--protocol=tcp", "--host=127.0.0.1", "--port=" + std::to_string(server.port()),
-         "--user=agent", "--ssl-ca=" + server.tlsDirectory() + "/ca.pem", "--ssl-verify-server-cert", "--batch",
-         "--skip-column-names", "-e", "select @@version_comment <> ''"},
-        {.environment = {"MYSQL_PWD=" + server.agentPassword()}});
-    EXPECT_EQ(result.output, "1\n") << result.errors;
-  }
-  EXPECT_FALSE(runs(pid));
-  EXPECT_FALSE(std::filesystem::exists(folder));
 }
 
 }  // namespace

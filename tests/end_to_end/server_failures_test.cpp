@@ -31,26 +31,6 @@ TEST_F(ServerFailureTest, AWrongPasswordIsToldWithTheServersNumber) {
   EXPECT_THAT(namesIn(home() + "/tmp"), testing::IsEmpty());
 }
 
-TEST_F(ServerFailureTest, AMissingPrivilegeIsToldWithTheServersNumber) {
-  server().execute("create user poor@localhost identified by 'p0or'");
-  addServer();
-  ProgramOptions options;
-  options.input = "p0or";
-  ASSERT_EQ(run({"instance", "set", "db", "--user", "poor", "--password-stdin"}, options).exitStatus, 0);
-  EXPECT_EQ(run({"ping", "db"}).exitStatus, 0);
-  EXPECT_TRUE(failedWith(run({"binlog", "flush", "db"}), "[1227]"));
-  server().execute("drop user poor@localhost");
-}
-
-TEST_F(ServerFailureTest, AServerThatDiedAndCameBack) {
-  addServer();
-  server().crash();
-  EXPECT_TRUE(failedWith(run({"ping", "db"}), "Can't connect"));
-  EXPECT_TRUE(failedWith(run({"version", "db"}), "[2002] Can't connect"));
-  server().start();
-  EXPECT_EQ(runJson({"ping", "db"})["alive"], true);
-}
-
 TEST_F(ServerFailureTest, AnAccountThatWentAwayIsNamed) {
   addServer();
   {
@@ -72,9 +52,8 @@ TEST_F(UnreachableTest, ASocketThatBecameAFile) {
 }
 
 TEST_F(UnreachableTest, ClientsThatWentAway) {
+  addClients("exit 0\n");
   const std::string bin = directory_ / "bin";
-  for (const char* program : {"/mysql", "/mysqladmin"}) makeProgram(bin + program, "exit 0\n");
-  addInstance("db", "h:1", {"--bin", bin});
   fs::remove_all(bin);
   fs::create_directory(bin);
   EXPECT_TRUE(failedWith(run({"ping", "db"}), bin));
@@ -82,21 +61,15 @@ TEST_F(UnreachableTest, ClientsThatWentAway) {
 }
 
 TEST_F(UnreachableTest, AClientThatSaysNothingAndFails) {
-  const std::string bin = directory_ / "bin";
-  for (const char* program : {"/mysql", "/mysqladmin"}) makeProgram(bin + program, "exit 9\n");
-  addInstance("db", "h:1", {"--bin", bin});
+  addClients("exit 9\n");
   EXPECT_TRUE(failedWith(run({"version", "db"}), "no version from db: "));
   EXPECT_TRUE(failedWith(run({"ping", "db"}), "no answer from db: "));
 }
 
 TEST_F(UnreachableTest, AClientWithManyLinesIsPutOnOne) {
-  const std::string bin = directory_ / "bin";
-  for (const char* program : {"/mysql", "/mysqladmin"}) {
-    makeProgram(bin + program,
-                "printf -- '--------------\\nFLUSH LOGS\\n--------------\\n\\nERROR 1105 (HY000) at line 1: "
-                "odd\\n\\ttext\\033[1m\\n' >&2\nexit 1\n");
-  }
-  addInstance("db", "h:1", {"--bin", bin});
+  addClients(
+      "printf -- '--------------\\nFLUSH LOGS\\n--------------\\n\\nERROR 1105 (HY000) at line 1: "
+      "odd\\n\\ttext\\033[1m\\n' >&2\nexit 1\n");
   EXPECT_TRUE(failedWith(run({"binlog", "flush", "db"}), ": [1105] odd text [1m; "));
 }
 

@@ -10,10 +10,9 @@
 namespace {
 
 using orrery::test::MariaDbSandbox;
+using orrery::test::Mode;
 using testing::ElementsAre;
 using Names = std::list<std::string>;
-
-enum class Mode { command, library };
 
 class BinaryLogs : public orrery::test::RealSessionTest, public testing::WithParamInterface<Mode> {
  protected:
@@ -28,13 +27,8 @@ class BinaryLogs : public orrery::test::RealSessionTest, public testing::WithPar
     silent_.reset();
   }
   static bool isCommandMode() { return GetParam() == Mode::command; }
-
   std::unique_ptr<GetMySqlInfo> open(const MariaDbSandbox& server) {
-    if (isCommandMode()) return sessionFor(propertiesOf(server));
-    backend_.setSetting("MySQL", "sLibPath", "libmariadb.so.3");
-    auto session = std::make_unique<GetMySqlInfoExt>();
-    EXPECT_EQ(session->Init(add(propertiesOf(server))), 0) << session->strErrorString;
-    return session;
+    return sessionFor(GetParam(), propertiesOf(server));
   }
 
   static std::unique_ptr<MariaDbSandbox> writing_;
@@ -43,12 +37,11 @@ class BinaryLogs : public orrery::test::RealSessionTest, public testing::WithPar
 std::unique_ptr<MariaDbSandbox> BinaryLogs::writing_;
 std::unique_ptr<MariaDbSandbox> BinaryLogs::silent_;
 
-INSTANTIATE_TEST_SUITE_P(Modes, BinaryLogs, testing::Values(Mode::command, Mode::library),
-                         [](const auto& test) { return test.param == Mode::command ? "command" : "library"; });
+INSTANTIATE_TEST_SUITE_P(Modes, BinaryLogs, orrery::test::bothModes(), orrery::test::nameOfMode);
 
 TEST_P(BinaryLogs, AreListedRotatedNamedAndTrimmed) {
-  writing_->execute("RESET MASTER");
   const auto session = open(*writing_);
+  ASSERT_EQ(session->ResetMaster(), 0);
   EXPECT_EQ(session->FindBinLogStatus(), 1);
   std::string directory;
   EXPECT_EQ(session->GetLogBinPath(directory), 0);

@@ -3,9 +3,6 @@
 #include <memory>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "integration/real_session.h"
 
 namespace {
@@ -13,17 +10,11 @@ namespace {
 using orrery::test::MariaDbSandbox;
 using Texts = std::list<std::string>;
 
-class Connection : public orrery::test::RealSessionTest {
- protected:
-  static void SetUpTestSuite() {
-    MariaDbSandbox::Options options;
-    options.tcp = true;
-    options.logBin = true;
-    options.serverOptions = {"--max-allowed-packet=64M"};
-    server_ = std::make_unique<MariaDbSandbox>(options);
-  }
-  static void TearDownTestSuite() { server_.reset(); }
+class Connection : public orrery::test::ServerSuite<Connection> {
+ public:
+  static MariaDbSandbox::Options options() { return {.logBin = true, .serverOptions = {"--max-allowed-packet=64M"}}; }
 
+ protected:
   Connection() { EXPECT_EQ(server().LoadAndInitialize(clientLibrary), 0) << server().getLastErrorStr(); }
 
   MySqlInterface& server() { return connection_; }
@@ -44,10 +35,8 @@ class Connection : public orrery::test::RealSessionTest {
   }
   void killConnection() { server_->execute("KILL " + valueOf("SELECT CONNECTION_ID()")); }
 
-  static std::unique_ptr<MariaDbSandbox> server_;
   MySqlInterface connection_{"agent", server_->agentPassword(), server_->socket(), 0};
 };
-std::unique_ptr<MariaDbSandbox> Connection::server_;
 
 TEST_F(Connection, ColumnsComeAsTheyAre) {
   EXPECT_EQ(rowsOf("SELECT NULL, '', 'NULL', 'a\\0b', 'two\\nlines', 'caf\xc3\xa9', 42"),
@@ -119,15 +108,6 @@ TEST_F(Connection, RequestsOfOneStatementEach) {
   EXPECT_EQ(server().CheckDBExistence("facts", answer), 0);
   EXPECT_FALSE(answer);
 
-  EXPECT_EQ(server().GetLogBinStatus(answer), 0);
-  EXPECT_TRUE(answer);
-  Texts logs;
-  EXPECT_EQ(server().FindMasterLogs(logs, true), 0);
-  EXPECT_EQ(server().GetLastLogName(text), 0);
-  EXPECT_GT(text, logs.back()) << "listed first, rotated after";
-  std::string info;
-  EXPECT_EQ(server().FetchMasterInfo(info), 0);
-  EXPECT_THAT(info, testing::MatchesRegex(text + ":[0-9]+"));
   Texts databases{"there before"};
   EXPECT_EQ(server().FetchDBList(databases), 0);
   EXPECT_EQ(databases.front(), "there before");
@@ -153,21 +133,6 @@ TEST_F(Connection, SurvivesARestartOfTheServer) {
   EXPECT_EQ(server().PingServer(), -1);
   server_->start();
   EXPECT_EQ(server().RunQuery("DO 1", nullptr), 0) << server().getLastErrorStr();
-}
-
-TEST_F(Connection, AClosedOneIsMadeAgainByTheNextRequest) {
-  ASSERT_EQ(server().PingServer(), 0);
-  server().Disconnect();
-  server().Disconnect();
-  EXPECT_EQ(server().PingServer(), 0);
-}
-
-TEST_F(Connection, TcpGoesToHostAndPort) {
-  MySqlInterface overTcp("agent", server_->agentPassword(), "127.0.0.1:" + std::to_string(server_->port()));
-  ASSERT_EQ(overTcp.LoadAndInitialize(clientLibrary), 0);
-  std::string port;
-  EXPECT_EQ(overTcp.QueryVariable("port", port), 0) << overTcp.getLastErrorStr();
-  EXPECT_EQ(port, std::to_string(server_->port()));
 }
 
 /// Whether another client can write at this moment.

@@ -1,9 +1,5 @@
 // A real server is stopped and started again.
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <memory>
 #include <string>
 
@@ -11,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "integration/real_session.h"
+#include "support/children.h"
 #include "support/program.h"
 
 namespace {
@@ -30,14 +27,9 @@ TEST_F(Control, BuiltInStopEndsTheServerAndAStartedOneSurvivesItsStarter) {
   EXPECT_THAT(backend_.events(), testing::IsEmpty());
 
   // An agent of its own that starts the server and ends.
-  const pid_t agent = fork();
-  if (agent == 0) _exit(session->StartServer(server.startCommand().c_str()) == 0 ? 0 : 1);
-  int status = -1;
-  ASSERT_EQ(waitpid(agent, &status, 0), agent);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(orrery::test::inChild([&] { return session->StartServer(server.startCommand().c_str()); }), 0);
   EXPECT_TRUE(waitUntil([&] { return session->PingServer() == 0; }, std::chrono::seconds(60)));
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left to be reaped";
-  EXPECT_EQ(errno, ECHILD);
+  EXPECT_TRUE(orrery::test::hasNoChildren());
 }
 
 }  // namespace

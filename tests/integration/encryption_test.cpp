@@ -6,9 +6,6 @@
 #include <memory>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "integration/real_session.h"
 #include "support/program.h"
 
@@ -17,18 +14,17 @@ namespace {
 namespace property = orrery::platform::property;
 using orrery::test::MariaDbSandbox;
 
-class Encryption : public orrery::test::RealSessionTest {
+class Encryption : public orrery::test::ServerSuite<Encryption> {
+ public:
+  static MariaDbSandbox::Options options() { return {.tcp = true, .tls = true}; }
+
  protected:
   static void SetUpTestSuite() {
-    MariaDbSandbox::Options options;
-    options.tcp = true;
-    options.tls = true;
-    server_ = std::make_unique<MariaDbSandbox>(options);
+    ServerSuite::SetUpTestSuite();
     server_->execute(
         "CREATE USER tls_only@localhost IDENTIFIED BY 'p' REQUIRE SSL; "
         "CREATE USER with_certificate@localhost IDENTIFIED BY 'p' REQUIRE X509");
   }
-  static void TearDownTestSuite() { server_.reset(); }
 
   struct Files {
     const char* key;
@@ -78,9 +74,7 @@ class Encryption : public orrery::test::RealSessionTest {
   }
 
   static constexpr Files authority{"", "", "ca.pem"};
-  static std::unique_ptr<MariaDbSandbox> server_;
 };
-std::unique_ptr<MariaDbSandbox> Encryption::server_;
 
 TEST_F(Encryption, IsThereWhereItIsAskedFor) {
   for (const bool overTcp : {false, true}) {

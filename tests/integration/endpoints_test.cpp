@@ -1,10 +1,7 @@
-// Roads to a server: socket and TCP, encrypted and plain, and a server that is down.
+// Roads to a server: socket and TCP, encrypted and plain.
 
 #include <memory>
 #include <string>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "integration/real_session.h"
 
@@ -13,16 +10,11 @@ namespace {
 namespace property = orrery::platform::property;
 using orrery::test::MariaDbSandbox;
 
-class Endpoints : public orrery::test::RealSessionTest {
- protected:
-  static void SetUpTestSuite() {
-    MariaDbSandbox::Options options;
-    options.tcp = true;
-    options.tls = true;
-    server_ = std::make_unique<MariaDbSandbox>(options);
-  }
-  static void TearDownTestSuite() { server_.reset(); }
+class Endpoints : public orrery::test::ServerSuite<Endpoints> {
+ public:
+  static MariaDbSandbox::Options options() { return {.tcp = true, .tls = true}; }
 
+ protected:
   std::map<std::string, std::string> overTcp() const {
     auto properties = propertiesOf(*server_);
     properties[property::socketFile] = "127.0.0.1:" + std::to_string(server_->port());
@@ -33,9 +25,7 @@ class Endpoints : public orrery::test::RealSessionTest {
     EXPECT_EQ(session.executeMySqlCommand("SHOW STATUS LIKE 'Ssl_cipher'", output, false), 0) << session.strErrorString;
     return output.substr(std::string("Ssl_cipher\t").size());
   }
-  static std::unique_ptr<MariaDbSandbox> server_;
 };
-std::unique_ptr<MariaDbSandbox> Endpoints::server_;
 
 TEST_F(Endpoints, TcpUsesHostAndPort) {
   const auto session = sessionFor(overTcp());
@@ -72,20 +62,6 @@ TEST_F(Endpoints, WithoutTlsNothingIsAskedFor) {
   const auto session = sessionFor(overTcp());
   session->PingServer();
   EXPECT_FALSE(backend_.log().contains("--ssl"));
-}
-
-TEST_F(Endpoints, StoppedServerKeepsTheClientsTextAndComesBack) {
-  const auto bySocket = sessionFor(propertiesOf(*server_));
-  const auto byTcp = sessionFor(overTcp());
-  server_->stop();
-  EXPECT_EQ(bySocket->PingServer(), -1);
-  EXPECT_THAT(bySocket->strErrorString, testing::HasSubstr(server_->socket()));
-  EXPECT_EQ(bySocket->FlushLogs(), -1);
-  EXPECT_EQ(bySocket->iErrorCode, 2002);
-  EXPECT_EQ(byTcp->FlushLogs(), -1);
-  EXPECT_THAT(byTcp->iErrorCode, testing::AnyOf(2002, 2003));
-  server_->start();
-  EXPECT_EQ(bySocket->PingServer(), 0);
 }
 
 }  // namespace

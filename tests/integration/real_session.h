@@ -11,14 +11,15 @@
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 #include "orrery/mysql/MySqlInterface.h"
 #include "orrery/platform/instance_properties.h"
-#include "orrery/platform/testing/test_backend.h"
 
+#include "support/backend_test.h"
 #include "support/mariadb_sandbox.h"
+#include "support/mode.h"
 
 namespace orrery::test {
 
 /// A session's surroundings with everything real but the suite's services.
-class RealSessionTest : public testing::Test {
+class RealSessionTest : public BackendTest {
  protected:
   ~RealSessionTest() override { EXPECT_THAT(backend_.leftovers(), testing::IsEmpty()) << "a session left its file"; }
 
@@ -44,14 +45,25 @@ class RealSessionTest : public testing::Test {
     EXPECT_EQ(session->Init(add(properties)), 0) << session->strErrorString;
     return session;
   }
+  std::unique_ptr<GetMySqlInfo> sessionFor(Mode mode, const std::map<std::string, std::string>& properties) {
+    if (mode == Mode::library) return librarySessionFor(properties);
+    return sessionFor(properties);
+  }
   /// The machine's own, found by the loader.
   static constexpr const char* clientLibrary = "libmariadb.so.3";
 
-  platform::testing::TestBackend backend_;
-  platform::ScopedServices installed_{backend_.services()};
-
  private:
   int instances_ = 0;
+};
+
+/// The same with one server for all tests of a suite, which says in `options()` what it is like.
+template <class Suite>
+class ServerSuite : public RealSessionTest {
+ protected:
+  static void SetUpTestSuite() { server_ = std::make_unique<MariaDbSandbox>(Suite::options()); }
+  static void TearDownTestSuite() { server_.reset(); }
+
+  static inline std::unique_ptr<MariaDbSandbox> server_;
 };
 
 }  // namespace orrery::test

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -63,11 +62,11 @@ class MortalClock final : public Clock {
   Chance& chance_;
 };
 
-bool isHeld(GetMySqlInfo& session, const std::string& server) {
-  std::ifstream file(server);
-  const std::string state{std::istreambuf_iterator<char>(file), {}};
-  unsigned int count = 0;
-  return state == "stopped" && session.ReadRunningBackups(count) == 0 && count > 0;
+/// The counter's file is replaced as a whole, and never without its holders: it can be read beside them.
+bool isHeld(const std::string& server, const std::string& counter) {
+  std::string state;
+  int count = 0;
+  return std::ifstream(server) >> state && state == "stopped" && std::ifstream(counter) >> count && count > 0;
 }
 
 int holdAndRelease(const std::string& temporary, const std::string& server, int rounds, unsigned int seed) {
@@ -80,6 +79,7 @@ int holdAndRelease(const std::string& temporary, const std::string& server, int 
   services->clock = clock;
   const orrery::platform::ScopedServices installed(services);
   const auto id = backend.addInstance("replica", {{property::saUser, "agent"}, {property::socketFile, server}});
+  const std::string counter = temporary + "/Instance_" + std::to_string(id) + "_RunningBkpUps";
   GetMySqlInfoExt session;
   if (session.Init(static_cast<long>(id)) != 0) return 2;
   // Those who die leave theirs; the folder belongs to the stress.
@@ -91,10 +91,10 @@ int holdAndRelease(const std::string& temporary, const std::string& server, int 
     clock->where = "waiting to stop";
     if (session.StopSlave() != 0) return 3;
     clock->where = "holding";
-    if (!isHeld(session, server)) return 3;
+    if (!isHeld(server, counter)) return 3;
     chance.dieNowAndThen(25, "holding");
     chance.pause();
-    if (!isHeld(session, server)) return 3;
+    if (!isHeld(server, counter)) return 3;
     if (session.StartSlave() != 0) return 3;
     session.bSlaveStoppedBySession = false;
     say("round");

@@ -74,7 +74,6 @@ class Replication : public orrery::test::RealSessionTest {
     return row.substr(start, row.find('\t', start) - start);
   }
   static std::string threads() { return column(10) + "\t" + column(11); }
-  static std::string stops() { return replica->execute("SHOW GLOBAL STATUS LIKE 'Com_st%_slave'"); }
 
   static inline std::unique_ptr<MariaDbSandbox> primary;
   static inline std::unique_ptr<MariaDbSandbox> replica;
@@ -98,28 +97,6 @@ TEST_F(Replication, StatusOfAServerThatIsNoReplica) {
   EXPECT_EQ(statusOf(*open<GetMySqlInfoExt>(id)), (Answer{100, false, unchanged, 7}));
   EXPECT_TRUE(backend_.log().contains("This is not master slave setup."));
   EXPECT_EQ(statusOf(*open<GetMySqlInfo>(id)), (Answer{-1, false, unchanged, 7})) << "the clients print no row";
-}
-
-TEST_F(Replication, TwoBackupsShareTheReplica) {
-  const auto first = library();
-  const auto second = library();
-  const auto watcher = command();
-  EXPECT_EQ(first->StopSlave(), 0);
-  EXPECT_EQ(threads(), "No\tNo");
-  EXPECT_EQ(counter(), "1");
-  const std::string before = stops();
-  EXPECT_EQ(second->StopSlave(), 0);
-  EXPECT_EQ(stops(), before) << "the second sends no statement";
-  EXPECT_EQ(counter(), "2");
-  EXPECT_EQ(statusOf(*second), (Answer{0, false, unchanged, 99}));
-  EXPECT_EQ(statusOf(*watcher), (Answer{0, false, unchanged, 99}));
-
-  EXPECT_EQ(first->StartSlave(), 0);
-  EXPECT_EQ(stops(), before);
-  EXPECT_EQ(counter() + threads(), "1No\tNo");
-  EXPECT_EQ(second->StartSlave(), 0);
-  EXPECT_EQ(counter(), "0");
-  EXPECT_TRUE(waitUntil([] { return threads() == "Yes\tYes"; }));
 }
 
 TEST_F(Replication, FiltersMakeItPartial) {

@@ -12,42 +12,40 @@ using namespace platform;
 class InventoryConformance : public Conformance {
  protected:
   Inventory& inventory() { return *services_->inventory; }
+  Client own() {
+    return got<Client>([&](Client& out) { return inventory().ownClient(out); });
+  }
+  Id put(const std::string& client, int type) {
+    return got<Id>([&](Id& out) { return inventory().putClient(client, type, out); });
+  }
+  InstanceRecord instance(Id id) {
+    return got<InstanceRecord>([&](InstanceRecord& out) { return inventory().findInstance(id, out); });
+  }
+  std::vector<SubclientRecord> subclients(Id set) {
+    using List = std::vector<SubclientRecord>;
+    return got<List>([&](List& out) { return inventory().listSubclients(set, out); });
+  }
+  std::optional<std::string> property(Id id, const std::string& key) {
+    using Value = std::optional<std::string>;
+    return got<Value>([&](Value& out) { return inventory().readProperty(id, key, out); });
+  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Backends, InventoryConformance, ::testing::ValuesIn(bothBackends()), nameOfBackend);
 
-TEST_P(InventoryConformance, OwnClientIsThere) {
-  Client own;
-  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
-  EXPECT_EQ(own.name, "thisclient");
-  EXPECT_GT(own.id, 0U);
-  EXPECT_EQ(own.applicationType, 0);
-}
-
-TEST_P(InventoryConformance, PutClientAddsThenChanges) {
-  Id first = 0;
-  Id second = 0;
-  ASSERT_TRUE(succeeded(inventory().putClient("cloud", property::clientTypeCloudDatabase, first)));
-  ASSERT_TRUE(succeeded(inventory().putClient("cloud", 0, second)));
-  EXPECT_EQ(first, second);
-  Client byId;
+TEST_P(InventoryConformance, PutClientAddsThenChangesTheOwnOneToo) {
+  EXPECT_EQ(own().name, "thisclient");
+  EXPECT_GT(own().id, 0U);
+  EXPECT_EQ(own().applicationType, 0);
+  const Id first = put("cloud", platform::property::clientTypeCloudDatabase);
+  EXPECT_EQ(put("cloud", 0), first);
   Client byName;
-  ASSERT_TRUE(succeeded(inventory().findClient(first, byId)));
   ASSERT_TRUE(succeeded(inventory().findClient("cloud", byName)));
-  EXPECT_EQ(byId.name, "cloud");
   EXPECT_EQ(byName.id, first);
   EXPECT_EQ(byName.applicationType, 0);
-}
-
-TEST_P(InventoryConformance, PuttingTheOwnClientKeepsItOwn) {
-  Client own;
-  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
-  Id id = 0;
-  ASSERT_TRUE(succeeded(inventory().putClient(own.name, 1, id)));
-  EXPECT_EQ(id, own.id);
-  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
-  EXPECT_EQ(own.id, id);
-  EXPECT_EQ(own.applicationType, 1);
+  EXPECT_EQ(got<Client>([&](Client& out) { return inventory().findClient(first, out); }).name, "cloud");
+  EXPECT_EQ(put(own().name, 1), own().id);
+  EXPECT_EQ(own().applicationType, 1);
 }
 
 TEST_P(InventoryConformance, UnknownThingsAreNotFoundAndOutputsStay) {
@@ -87,12 +85,12 @@ TEST_P(InventoryConformance, UnknownThingsAreNotFoundAndOutputsStay) {
 }
 
 TEST_P(InventoryConformance, InstanceComesWithItsDefaults) {
-  const Id id = addInstance("db1", {{property::saUser, "root"}, {"odd key", std::string("a\0b\nc'\"\xff", 8)}});
-  InstanceRecord record;
-  ASSERT_TRUE(succeeded(inventory().findInstance(id, record)));
+  const Id id =
+      addInstance("db1", {{platform::property::saUser, "root"}, {"odd key", std::string("a\0b\nc'\"\xff", 8)}});
+  InstanceRecord record = instance(id);
   EXPECT_EQ(record.id, id);
   EXPECT_EQ(record.name, "db1");
-  EXPECT_EQ(record.applicationType, property::applicationTypeMySql);
+  EXPECT_EQ(record.applicationType, platform::property::applicationTypeMySql);
   EXPECT_EQ(record.properties.size(), 2U);
   EXPECT_EQ(record.properties["odd key"], std::string("a\0b\nc'\"\xff", 8));
 
@@ -102,32 +100,28 @@ TEST_P(InventoryConformance, InstanceComesWithItsDefaults) {
   EXPECT_EQ(sets[0].name, "defaultBackupSet");
   EXPECT_TRUE(sets[0].isDefault);
   EXPECT_EQ(sets[0].instanceId, id);
-  std::vector<SubclientRecord> subclients;
-  ASSERT_TRUE(succeeded(inventory().listSubclients(sets[0].id, subclients)));
-  ASSERT_EQ(subclients.size(), 1U);
-  EXPECT_EQ(subclients[0].name, "default");
-  EXPECT_TRUE(subclients[0].isDefault);
-  EXPECT_EQ(subclients[0].backupSetId, sets[0].id);
+  const auto all = subclients(sets[0].id);
+  ASSERT_EQ(all.size(), 1U);
+  EXPECT_EQ(all[0].name, "default");
+  EXPECT_TRUE(all[0].isDefault);
+  EXPECT_EQ(all[0].backupSetId, sets[0].id);
 }
 
 TEST_P(InventoryConformance, InstanceNamesAreUniquePerClientAndApplication) {
-  const Id first = addInstance("db1");
-  InstanceRecord record;
-  ASSERT_TRUE(succeeded(inventory().findInstance(first, record)));
+  InstanceRecord record = instance(addInstance("db1"));
   Id id = 0;
   EXPECT_TRUE(failed(inventory().addInstance(record, id), statusExists, "db1"));
   record.applicationType = 1;
   EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
-  Id other = 0;
-  ASSERT_TRUE(succeeded(inventory().putClient("other", 0, other)));
-  record.applicationType = property::applicationTypeMySql;
+  const Id other = put("other", 0);
+  record.applicationType = platform::property::applicationTypeMySql;
   record.clientId = other;
   EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
   record.name = "DB1";
   EXPECT_TRUE(succeeded(inventory().addInstance(record, id)));
 
   InstanceRecord found;
-  ASSERT_TRUE(succeeded(inventory().findInstance(other, property::applicationTypeMySql, "db1", found)));
+  ASSERT_TRUE(succeeded(inventory().findInstance(other, platform::property::applicationTypeMySql, "db1", found)));
   EXPECT_EQ(found.clientId, other);
   std::vector<InstanceRecord> all;
   ASSERT_TRUE(succeeded(inventory().listInstances(all)));
@@ -141,9 +135,7 @@ TEST_P(InventoryConformance, InstanceNeedsANameAndAClient) {
   record.clientId = 424242;
   record.name = "db";
   EXPECT_TRUE(failed(inventory().addInstance(record, id), statusNotFound));
-  Client own;
-  ASSERT_TRUE(succeeded(inventory().ownClient(own)));
-  record.clientId = own.id;
+  record.clientId = own().id;
   record.name.clear();
   EXPECT_TRUE(failed(inventory().addInstance(record, id), statusInvalid));
   EXPECT_TRUE(failed(inventory().putClient("", 0, id), statusInvalid));
@@ -152,15 +144,10 @@ TEST_P(InventoryConformance, InstanceNeedsANameAndAClient) {
 TEST_P(InventoryConformance, PropertiesAreSetOneByOne) {
   const Id id = addInstance("db1", {{"a", "1"}, {"b", "2"}});
   ASSERT_TRUE(succeeded(inventory().writeProperties(id, {{"b", ""}, {"c", "'; DROP TABLE instances; --"}})));
-  std::optional<std::string> value;
-  ASSERT_TRUE(succeeded(inventory().readProperty(id, "a", value)));
-  EXPECT_EQ(value, "1");
-  ASSERT_TRUE(succeeded(inventory().readProperty(id, "b", value)));
-  EXPECT_EQ(value, "");
-  ASSERT_TRUE(succeeded(inventory().readProperty(id, "c", value)));
-  EXPECT_EQ(value, "'; DROP TABLE instances; --");
-  ASSERT_TRUE(succeeded(inventory().readProperty(id, "A", value)));
-  EXPECT_EQ(value, std::nullopt);
+  EXPECT_EQ(property(id, "a"), "1");
+  EXPECT_EQ(property(id, "b"), "");
+  EXPECT_EQ(property(id, "c"), "'; DROP TABLE instances; --");
+  EXPECT_EQ(property(id, "A"), std::nullopt);
 }
 
 TEST_P(InventoryConformance, RemovedInstanceTakesItsPartsAlong) {
@@ -170,9 +157,9 @@ TEST_P(InventoryConformance, RemovedInstanceTakesItsPartsAlong) {
   ASSERT_TRUE(succeeded(inventory().putContent(subclient, {{120, "shop", 1, 2, true}})));
   ASSERT_TRUE(succeeded(inventory().removeInstance(id)));
   SubclientRecord record;
-  std::vector<SubclientRecord> subclients;
+  std::vector<SubclientRecord> records;
   EXPECT_TRUE(failed(inventory().findSubclient(subclient, record), statusNotFound));
-  EXPECT_TRUE(failed(inventory().listSubclients(set, subclients), statusNotFound));
+  EXPECT_TRUE(failed(inventory().listSubclients(set, records), statusNotFound));
   EXPECT_GT(addInstance("db1"), id) << "ids are not used twice";
 }
 

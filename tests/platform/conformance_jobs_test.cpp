@@ -18,14 +18,18 @@ class JobConformance : public Conformance {
     record.subclientId = 6;
     record.level = 2;
     record.processId = 4711;
-    long long id = 0;
-    EXPECT_TRUE(succeeded(jobs().start(record, id)));
-    return id;
+    return got<long long>([&](long long& out) { return jobs().start(record, out); });
   }
   JobRecord find(long long id) {
-    JobRecord record;
-    EXPECT_TRUE(succeeded(jobs().find(id, record)));
-    return record;
+    return got<JobRecord>([&](JobRecord& out) { return jobs().find(id, out); });
+  }
+  std::vector<JobRecord> list(std::size_t most) {
+    using List = std::vector<JobRecord>;
+    return got<List>([&](List& out) { return jobs().list(most, out); });
+  }
+  std::vector<Event> events(long long id) {
+    using List = std::vector<Event>;
+    return got<List>([&](List& out) { return jobs().listEvents(id, out); });
   }
 };
 
@@ -62,16 +66,14 @@ TEST_P(JobConformance, ListIsNewestFirstAndBounded) {
   const long long first = start();
   const long long second = start();
   const long long third = start();
-  std::vector<JobRecord> records;
-  ASSERT_TRUE(succeeded(jobs().list(2, records)));
-  ASSERT_EQ(records.size(), 2U);
-  EXPECT_EQ(records[0].id, third);
-  EXPECT_EQ(records[1].id, second);
-  ASSERT_TRUE(succeeded(jobs().list(std::numeric_limits<std::size_t>::max(), records)));
-  ASSERT_EQ(records.size(), 3U);
-  EXPECT_EQ(records[2].id, first);
-  ASSERT_TRUE(succeeded(jobs().list(0, records)));
-  EXPECT_TRUE(records.empty());
+  const auto latest = list(2);
+  ASSERT_EQ(latest.size(), 2U);
+  EXPECT_EQ(latest[0].id, third);
+  EXPECT_EQ(latest[1].id, second);
+  const auto all = list(std::numeric_limits<std::size_t>::max());
+  ASSERT_EQ(all.size(), 3U);
+  EXPECT_EQ(all[2].id, first);
+  EXPECT_TRUE(list(0).empty());
 }
 
 TEST_P(JobConformance, UnknownJobsAreNotFound) {
@@ -115,22 +117,20 @@ TEST_P(JobConformance, CausesKeepOrderAndArguments) {
 
 TEST_P(JobConformance, EventsAreKeptWithTheirJob) {
   const long long id = start();
-  EventSink& events = *services_->events;
-  ASSERT_TRUE(succeeded(events.raise({Severity::critical, 0x57000056, id, {"why"}})));
-  ASSERT_TRUE(succeeded(events.raise({Severity::information, 0x57000020, 0, {"a,b", "default"}})));
-  ASSERT_TRUE(succeeded(events.raise({Severity::major, 0x5700001c, id, {}})));
-  ASSERT_TRUE(succeeded(events.raise({Severity::minor, 1, 987654, {}}))) << "a job that another program knows";
-  std::vector<Event> found;
-  ASSERT_TRUE(succeeded(jobs().listEvents(id, found)));
+  EventSink& sink = *services_->events;
+  ASSERT_TRUE(succeeded(sink.raise({Severity::critical, 0x57000056, id, {"why"}})));
+  ASSERT_TRUE(succeeded(sink.raise({Severity::information, 0x57000020, 0, {"a,b", "default"}})));
+  ASSERT_TRUE(succeeded(sink.raise({Severity::major, 0x5700001c, id, {}})));
+  ASSERT_TRUE(succeeded(sink.raise({Severity::minor, 1, 987654, {}}))) << "a job that another program knows";
+  const auto found = events(id);
   ASSERT_EQ(found.size(), 2U);
   EXPECT_EQ(found[0].severity, Severity::critical);
   EXPECT_EQ(found[0].code, 0x57000056U);
   EXPECT_EQ(found[0].jobId, id);
   EXPECT_EQ(found[0].arguments, std::vector<std::string>{"why"});
   EXPECT_EQ(found[1].severity, Severity::major);
-  ASSERT_TRUE(succeeded(jobs().listEvents(0, found)));
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0].arguments, (std::vector<std::string>{"a,b", "default"}));
+  ASSERT_EQ(events(0).size(), 1U);
+  EXPECT_EQ(events(0)[0].arguments, (std::vector<std::string>{"a,b", "default"}));
 }
 
 TEST_P(JobConformance, CountersOfManyThreadsAddUp) {
@@ -160,8 +160,14 @@ TEST_P(JobConformance, CounterThatWouldOverflowIsRefusedAndStays) {
   EXPECT_EQ(find(id).files, 1);
 }
 
-TEST_P(JobConformance, ProgressIsPerCent) {
+TEST_P(JobConformance, ProgressIsPerCentAndQuitIsAFlag) {
   const long long id = start();
+  bool requested = true;
+  ASSERT_TRUE(succeeded(jobs().quitRequested(id, requested)));
+  EXPECT_FALSE(requested);
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(succeeded(jobs().requestQuit(id)));
+  ASSERT_TRUE(succeeded(jobs().quitRequested(id, requested)));
+  EXPECT_TRUE(requested && find(id).quitRequested);
   ASSERT_TRUE(succeeded(jobs().setProgress(id, 100)));
   EXPECT_TRUE(failed(jobs().setProgress(id, 101), statusInvalid));
   EXPECT_TRUE(failed(jobs().setProgress(id, -1), statusInvalid));
@@ -182,18 +188,6 @@ TEST_P(JobConformance, CompletesOnce) {
   EXPECT_TRUE(failed(jobs().complete(id, JobState::succeeded, false, 0), statusInvalid));
   EXPECT_EQ(find(id).state, JobState::failed);
   EXPECT_TRUE(succeeded(jobs().addCause(id, {1, 0, 300, {}, 0}))) << "why it failed may be told after the end";
-}
-
-TEST_P(JobConformance, QuitIsAFlag) {
-  const long long id = start();
-  bool requested = true;
-  ASSERT_TRUE(succeeded(jobs().quitRequested(id, requested)));
-  EXPECT_FALSE(requested);
-  ASSERT_TRUE(succeeded(jobs().requestQuit(id)));
-  ASSERT_TRUE(succeeded(jobs().requestQuit(id)));
-  ASSERT_TRUE(succeeded(jobs().quitRequested(id, requested)));
-  EXPECT_TRUE(requested);
-  EXPECT_TRUE(find(id).quitRequested);
 }
 
 TEST_P(JobConformance, TaskOptionsByNumber) {

@@ -12,9 +12,20 @@ using namespace platform;
 class ServiceConformance : public Conformance {
  protected:
   std::optional<std::string> setting(const std::string& section, const std::string& key) {
-    std::optional<std::string> value;
-    EXPECT_TRUE(succeeded(services_->settings->read(section, key, value)));
-    return value;
+    using Value = std::optional<std::string>;
+    return got<Value>([&](Value& out) { return services_->settings->read(section, key, out); });
+  }
+  std::vector<BrowsePath> paths(Id instance, long long job) {
+    using List = std::vector<BrowsePath>;
+    return got<List>([&](List& out) { return services_->index->listPaths(instance, job, out); });
+  }
+  std::vector<ArchiveFile> files(int type, std::int64_t from, std::int64_t to) {
+    using List = std::vector<ArchiveFile>;
+    return got<List>([&](List& out) { return services_->archive->listFiles(1, type, from, to, out); });
+  }
+  std::vector<ReplicaHolder> holders(Id instance) {
+    using List = std::vector<ReplicaHolder>;
+    return got<List>([&](List& out) { return services_->holders->list(instance, out); });
   }
 };
 
@@ -45,13 +56,11 @@ TEST_P(ServiceConformance, SettingsListASection) {
   EXPECT_TRUE(values.empty());
 }
 
-struct BadSetting {
-  const char* name;
-  std::string section, key, value;
-};
-
 TEST_P(ServiceConformance, SettingsThatNoFileCanHoldAreRefused) {
-  const BadSetting cases[] = {
+  const struct {
+    const char* name;
+    std::string section, key, value;
+  } cases[] = {
       {"no section", "", "key", "value"},
       {"no key", "Section", "", "value"},
       {"section with bracket", "a]b", "key", "value"},
@@ -70,7 +79,7 @@ TEST_P(ServiceConformance, SettingsThatNoFileCanHoldAreRefused) {
       {"value with blank before", "Section", "key", " a"},
       {"value with blank behind", "Section", "key", "a\t"},
   };
-  for (const BadSetting& bad : cases) {
+  for (const auto& bad : cases) {
     SCOPED_TRACE(bad.name);
     EXPECT_TRUE(failed(services_->settings->write(bad.section, bad.key, bad.value), statusInvalid));
     std::map<std::string, std::string> values;
@@ -150,19 +159,16 @@ TEST_P(ServiceConformance, IndexKeepsPathsInOrder) {
   ASSERT_TRUE(succeeded(index.addPaths(first, {{"/b", "b", 10, 20, 3}, {"/a", "a", 0, 0, 0}})));
   ASSERT_TRUE(succeeded(index.addPaths(second, {{"/c", "c", 1, 2, 4294967295U}})));
   ASSERT_TRUE(succeeded(index.addPaths({3, 9, 6, 1, ""}, {{"/d", "d", 0, 0, 0}})));
-  std::vector<BrowsePath> paths;
-  ASSERT_TRUE(succeeded(index.listPaths(5, 1, paths)));
-  ASSERT_EQ(paths.size(), 2U);
-  EXPECT_EQ(paths[0].path, "/b");
-  EXPECT_EQ(paths[0].size, 10);
-  EXPECT_EQ(paths[0].modified, 20);
-  EXPECT_EQ(paths[0].kind, 3U);
-  EXPECT_EQ(paths[1].name, "a");
-  ASSERT_TRUE(succeeded(index.listPaths(5, 0, paths)));
-  ASSERT_EQ(paths.size(), 3U);
-  EXPECT_EQ(paths[2].kind, 4294967295U);
-  ASSERT_TRUE(succeeded(index.listPaths(5, 3, paths)));
-  EXPECT_TRUE(paths.empty());
+  const auto ofOneJob = paths(5, 1);
+  ASSERT_EQ(ofOneJob.size(), 2U);
+  EXPECT_EQ(ofOneJob[0].path, "/b");
+  EXPECT_EQ(ofOneJob[0].size, 10);
+  EXPECT_EQ(ofOneJob[0].modified, 20);
+  EXPECT_EQ(ofOneJob[0].kind, 3U);
+  EXPECT_EQ(ofOneJob[1].name, "a");
+  ASSERT_EQ(paths(5, 0).size(), 3U);
+  EXPECT_EQ(paths(5, 0)[2].kind, 4294967295U);
+  EXPECT_TRUE(paths(5, 3).empty());
 }
 
 TEST_P(ServiceConformance, IndexKeepsRecordsAsTheyAre) {
@@ -187,32 +193,28 @@ TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
         succeeded(archive.addFile({999, 1, 2, 3, 104, 1, "file" + std::to_string(i), created[i], 1LL << 40}, ids[i])));
   Id other = 0;
   ASSERT_TRUE(succeeded(archive.addFile({0, 2, 2, 3, 104, 1, "other set", 200, 0}, other)));
-  std::vector<ArchiveFile> files;
-  ASSERT_TRUE(succeeded(archive.listFiles(1, 104, 100, 300, files)));
-  ASSERT_EQ(files.size(), 3U);
-  EXPECT_EQ(files[0].id, ids[1]);
-  EXPECT_EQ(files[1].id, ids[2]);
-  EXPECT_EQ(files[2].name, "file0");
-  EXPECT_EQ(files[2].size, 1LL << 40);
-  EXPECT_EQ(files[2].jobId, 3);
+  const auto found = files(104, 100, 300);
+  ASSERT_EQ(found.size(), 3U);
+  EXPECT_EQ(found[0].id, ids[1]);
+  EXPECT_EQ(found[1].id, ids[2]);
+  EXPECT_EQ(found[2].name, "file0");
+  EXPECT_EQ(found[2].size, 1LL << 40);
+  EXPECT_EQ(found[2].jobId, 3);
   ASSERT_TRUE(succeeded(archive.removeFile(ids[2])));
   EXPECT_TRUE(failed(archive.removeFile(ids[2]), statusNotFound));
-  ASSERT_TRUE(succeeded(archive.listFiles(1, 104, 0, 1000, files)));
-  EXPECT_EQ(files.size(), 3U);
-  ASSERT_TRUE(succeeded(archive.listFiles(1, 1, 0, 1000, files)));
-  EXPECT_TRUE(files.empty());
+  EXPECT_EQ(files(104, 0, 1000).size(), 3U);
+  EXPECT_TRUE(files(1, 0, 1000).empty());
 }
 
 TEST_P(ServiceConformance, HoldersOfAReplicaAreKeptUntilTheyAreRemoved) {
-  ReplicaHolders& holders = *services_->holders;
+  ReplicaHolders& port = *services_->holders;
   Id first = 0, second = 0, other = 0;
-  ASSERT_TRUE(succeeded(holders.add({999, 5, {101, "boot:1"}, {}, "tar -c \"a  b\"", 7}, first)));
-  ASSERT_TRUE(succeeded(holders.add({0, 5, {102, "boot:2"}, {103, "boot:3"}, "", 1LL << 50}, second)));
-  ASSERT_TRUE(succeeded(holders.add({0, 6, {104, ""}, {}, "x", 0}, other)));
+  ASSERT_TRUE(succeeded(port.add({999, 5, {101, "boot:1"}, {}, "tar -c \"a  b\"", 7}, first)));
+  ASSERT_TRUE(succeeded(port.add({0, 5, {102, "boot:2"}, {103, "boot:3"}, "", 1LL << 50}, second)));
+  ASSERT_TRUE(succeeded(port.add({0, 6, {104, ""}, {}, "x", 0}, other)));
   EXPECT_NE(first, second);
-  ASSERT_TRUE(succeeded(holders.setCommand(first, {105, "boot:5"})));
-  std::vector<ReplicaHolder> found;
-  ASSERT_TRUE(succeeded(holders.list(5, found)));
+  ASSERT_TRUE(succeeded(port.setCommand(first, {105, "boot:5"})));
+  const auto found = holders(5);
   ASSERT_EQ(found.size(), 2U);
   EXPECT_EQ(found[0].id, first);
   EXPECT_EQ(found[0].instanceId, 5U);
@@ -223,13 +225,11 @@ TEST_P(ServiceConformance, HoldersOfAReplicaAreKeptUntilTheyAreRemoved) {
   EXPECT_EQ(found[0].commandLine, "tar -c \"a  b\"");
   EXPECT_EQ(found[1].command.start, "boot:3");
   EXPECT_EQ(found[1].since, 1LL << 50);
-  ASSERT_TRUE(succeeded(holders.remove(first)));
-  EXPECT_TRUE(failed(holders.remove(first), statusNotFound));
-  EXPECT_TRUE(failed(holders.setCommand(first, {1, ""}), statusNotFound));
-  ASSERT_TRUE(succeeded(holders.list(5, found)));
-  EXPECT_EQ(found.size(), 1U);
-  ASSERT_TRUE(succeeded(holders.list(7, found)));
-  EXPECT_TRUE(found.empty());
+  ASSERT_TRUE(succeeded(port.remove(first)));
+  EXPECT_TRUE(failed(port.remove(first), statusNotFound));
+  EXPECT_TRUE(failed(port.setCommand(first, {1, ""}), statusNotFound));
+  EXPECT_EQ(holders(5).size(), 1U);
+  EXPECT_TRUE(holders(7).empty());
 }
 
 TEST_P(ServiceConformance, SleepTakesItsTimeOnTheClock) {

@@ -5,11 +5,9 @@
 #include <numeric>
 #include <string>
 
-#include <gtest/gtest.h>
-
 #include "orrery/platform/DZFile.h"
-#include "orrery/platform/testing/test_backend.h"
 
+#include "support/backend_test.h"
 #include "support/children.h"
 #include "support/temporary_directory.h"
 
@@ -17,7 +15,7 @@ namespace orrery::test {
 namespace {
 
 /// Waits take no time here: the clock is a testing one.
-class FileLockTest : public ::testing::Test {
+class FileLockTest : public BackendTest {
  protected:
   int lockOf(DZFile& file, int seconds = 0) { return file.lock(DZFile::lockExclusive, seconds); }
   bool open(DZFile& file) { return file.open(path_, DZFile::modeReadWrite); }
@@ -29,8 +27,6 @@ class FileLockTest : public ::testing::Test {
     });
   }
 
-  platform::testing::TestBackend backend_;
-  platform::ScopedServices installed_{backend_.services()};
   const TemporaryDirectory folder_;
   const std::string path_ = folder_ / "lock";
 };

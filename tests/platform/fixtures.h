@@ -59,6 +59,13 @@ class Conformance : public ::testing::TestWithParam<Backend> {
     services_ = GetParam().open(folder_);
     ASSERT_NE(services_, nullptr);
   }
+  /// What a request that succeeds puts into its last argument: got<T>([&](T& out) { return port.request(..., out); }).
+  template <class T, class Request>
+  static T got(Request request) {
+    T out{};
+    EXPECT_TRUE(succeeded(request(out)));
+    return out;
+  }
   Id addInstance(const std::string& name, const std::map<std::string, std::string>& properties = {});
   Id onlyBackupSet(Id instance);
   Id defaultSubclient(Id instance);

@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,11 +16,10 @@ namespace fs = std::filesystem;
 
 /// An id that no process has: of a child that was just reaped.
 pid_t goneProcess() {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(0);
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return child;
+  RunningProgram program({"true"});
+  const pid_t id = program.pid();
+  program.wait();
+  return id;
 }
 
 class LeftoversTest : public ::testing::Test {
@@ -89,32 +86,6 @@ TEST_F(LeftoversTest, OnlyRegularFilesGoAndLinksAreNotFollowed) {
   EXPECT_TRUE(failed(removeLeftovers(folder_ / "link", nullptr), statusFailed));
 }
 
-/// A process that lives until the object ends.
-class LivingProcess {
- public:
-  LivingProcess() {
-    EXPECT_EQ(::pipe2(gate_, O_CLOEXEC), 0);
-    id_ = ::fork();
-    if (id_ != 0) return;
-    ::close(gate_[1]);
-    char byte = 0;
-    ::_exit(::read(gate_[0], &byte, 1) == 0 ? 0 : 1);
-  }
-  ~LivingProcess() {
-    ::close(gate_[0]);
-    ::close(gate_[1]);
-    int status = 0;
-    EXPECT_EQ(::waitpid(id_, &status, 0), id_);
-  }
-  LivingProcess(const LivingProcess&) = delete;
-  LivingProcess& operator=(const LivingProcess&) = delete;
-  pid_t id() const { return id_; }
-
- private:
-  int gate_[2] = {-1, -1};
-  pid_t id_ = -1;
-};
-
 /// Files are made for all ids that may come next, so that the next process has the id of an older file.
 TEST_F(LeftoversTest, IdThatAYoungerProcessHasNowDoesNotProtect) {
   constexpr pid_t candidates = 2000;
@@ -123,13 +94,13 @@ TEST_F(LeftoversTest, IdThatAYoungerProcessHasNowDoesNotProtect) {
     for (pid_t id = latest + 1; id <= latest + candidates; ++id) make(nameOf(id));
     const auto made = std::chrono::steady_clock::now();
     ASSERT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - made > std::chrono::milliseconds(1200); }));
-    const LivingProcess younger;
-    if (!isThere(nameOf(younger.id()))) continue;  // ids began anew at 2; the next attempt is far from that
+    const RunningProgram younger({"sleep", "300"});
+    if (!isThere(nameOf(younger.pid()))) continue;  // ids began anew at 2; the next attempt is far from that
     ASSERT_TRUE(succeeded(removeLeftovers(folder_.path(), nullptr)));
-    EXPECT_FALSE(isThere(nameOf(younger.id())));
-    make(nameOf(younger.id()));
+    EXPECT_FALSE(isThere(nameOf(younger.pid())));
+    make(nameOf(younger.pid()));
     ASSERT_TRUE(succeeded(removeLeftovers(folder_.path(), nullptr)));
-    EXPECT_TRUE(isThere(nameOf(younger.id()))) << "this one is younger than the process";
+    EXPECT_TRUE(isThere(nameOf(younger.pid()))) << "this one is younger than the process";
     return;
   }
   FAIL() << "no process got one of the ids";

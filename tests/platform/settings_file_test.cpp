@@ -1,5 +1,3 @@
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -165,13 +163,10 @@ TEST_F(SettingsFileTest, LinkIsNotFollowed) {
 
 TEST_F(SettingsFileTest, NoRoomOnTheDiskLosesNothing) {
   put("[A]\nx = 1\n");
-  const int result = inChild([&] {
-    ::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{12, 12};
-    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
-    return failed(settings().write("A", "yyyyyyyy", "2"), statusFailed, "write") ? 0 : 2;
-  });
-  EXPECT_EQ(result, 0);
+  {
+    const FullDisk full(12);
+    EXPECT_TRUE(failed(settings().write("A", "yyyyyyyy", "2"), statusFailed, "write"));
+  }
   EXPECT_EQ(readFile(file()), "[A]\nx = 1\n");
   EXPECT_FALSE(fs::exists(inHome(".settings.ini.new")));
 }

@@ -70,22 +70,8 @@ TEST_F(StoreTest, FileThatIsNoDatabaseIsRefusedAndLeftAlone) {
   EXPECT_TRUE(failed(openFails(), statusUnavailable, inHome("store.db")));
 }
 
-TEST_F(StoreTest, DamagedStoreFailsClearlyAndDoesNotCrash) {
-  const std::string whole = readFile(inHome("store.db"));
-  for (const std::size_t at : {std::size_t{16}, std::size_t{100}, std::size_t{4096}, whole.size() / 2}) {
-    SCOPED_TRACE(at);
-    std::string damaged = whole;
-    for (std::size_t i = at; i < std::min(at + 2048, damaged.size()); ++i) damaged[i] = static_cast<char>(0xa5);
-    writeFile(inHome("store.db"), damaged, 0600);
-    std::shared_ptr<const Services> services;
-    Status status = openHome(home(), services);
-    if (status.ok()) {
-      Id id = 0;
-      status = services->inventory->putClient("other", 0, id);  // may find the damage, or none in its pages
-    }
-    EXPECT_EQ(status.ok(), status.text.empty());
-  }
-  writeFile(inHome("store.db"), whole.substr(0, 5000), 0600);
+TEST_F(StoreTest, StoreThatWasCutOffFailsClearlyAndDoesNotCrash) {
+  writeFile(inHome("store.db"), readFile(inHome("store.db")).substr(0, 5000), 0600);
   std::shared_ptr<const Services> services;
   Status status = openHome(home(), services);
   Client own;

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <exception>
+#include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -68,6 +70,26 @@ void inChildrenTogether(int children, const std::function<int(int)>& body) {
   ::close(gate[0]);
   ::close(gate[1]);
   for (const pid_t child : started) EXPECT_EQ(waitFor(child), 0);
+}
+
+bool hasNoChildren() {
+  return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+FullDisk::FullDisk(rlim_t size) : handler_(::signal(SIGXFSZ, SIG_IGN)) {
+  EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
+  const rlimit limit{size, before_.rlim_max};
+  EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+FullDisk::~FullDisk() {
+  ::setrlimit(RLIMIT_FSIZE, &before_);
+  ::signal(SIGXFSZ, handler_);
 }
 
 bool killedAtSystemCall(int n, const std::function<void()>& body) {

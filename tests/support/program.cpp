@@ -1,14 +1,13 @@
 #include "support/program.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <stdexcept>
 #include <string_view>
@@ -25,19 +24,23 @@ void check(int error, const char* what) {
   if (error != 0) throw std::runtime_error(std::string(what) + ": " + std::generic_category().message(error));
 }
 
-struct Pipe {
-  Pipe() { check(::pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno, "pipe"); }
-  ~Pipe() {
-    for (const int end : ends) {
-      if (end >= 0) ::close(end);
-    }
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  int take(int index) { return std::exchange(ends[index], -1); }
+/// A file without a name, which a program can be given as a standard stream: it never fills up, and it can be read when
+/// the program is gone.
+platform::OwnFd makeFile(const std::string& content = {}) {
+  platform::OwnFd file(::memfd_create("stream", MFD_CLOEXEC));
+  check(file.valid() ? 0 : errno, "memfd_create");
+  const auto size = static_cast<ssize_t>(content.size());
+  check(::pwrite(file.get(), content.data(), content.size(), 0) == size ? 0 : errno, "pwrite");
+  return file;
+}
 
-  int ends[2] = {-1, -1};
-};
+std::string contentOf(const platform::OwnFd& file) {
+  const off_t size = ::lseek(file.get(), 0, SEEK_END);
+  check(size >= 0 ? 0 : errno, "lseek");
+  std::string text(static_cast<std::size_t>(size), '\0');
+  check(::pread(file.get(), text.data(), text.size(), 0) == size ? 0 : errno, "pread");
+  return text;
+}
 
 class SpawnPlan {
  public:
@@ -89,103 +92,44 @@ std::vector<char*> pointersOf(std::vector<std::string>& texts) {
   return pointers;
 }
 
-void closeOne(int& descriptor) noexcept {
-  if (descriptor >= 0) ::close(std::exchange(descriptor, -1));
-}
-
-/// Takes what is there without waiting; closes the descriptor at the end of the stream.
-void takeAvailable(int& descriptor, std::string& text) {
-  char buffer[16384];
-  while (descriptor >= 0) {
-    const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-    if (count > 0) {
-      text.append(buffer, static_cast<std::size_t>(count));
-    } else if (count == 0) {
-      closeOne(descriptor);
-    } else if (errno != EINTR) {
-      return;
-    }
-  }
-}
-
-/// A write to a program that no longer reads must not end the test.
-void ignoreSigpipe() {
-  static const bool once = ::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
-  static_cast<void>(once);
-}
-
 }  // namespace
 
 RunningProgram::RunningProgram(const std::vector<std::string>& arguments, ProgramOptions options)
-    : options_(std::move(options)) {
-  ignoreSigpipe();
+    : limit_(options.limit), input_(makeFile(options.input)), output_(makeFile()), errors_(makeFile()) {
   std::vector<std::string> argumentTexts = arguments;
-  std::vector<std::string> environmentTexts = environmentWith(options_.environment);
-  Pipe in;
-  Pipe out;
-  Pipe err;
+  std::vector<std::string> environmentTexts = environmentWith(options.environment);
   SpawnPlan plan;
-  plan.redirect(options_.standardInput >= 0 ? options_.standardInput : in.ends[0], 0);
-  plan.redirect(out.ends[1], 1);
-  plan.redirect(err.ends[1], 2);
+  plan.redirect(options.standardInput >= 0 ? options.standardInput : input_.get(), 0);
+  plan.redirect(output_.get(), 1);
+  plan.redirect(errors_.get(), 2);
   check(::posix_spawnp(&pid_, arguments.at(0).c_str(), &plan.actions, &plan.attributes,
                        pointersOf(argumentTexts).data(), pointersOf(environmentTexts).data()),
         arguments[0].c_str());
-  ended_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-  input_ = in.take(1);
-  output_ = out.take(0);
-  errors_ = err.take(0);
-  for (const int descriptor : {input_, output_, errors_}) ::fcntl(descriptor, F_SETFL, O_NONBLOCK);
+  ended_ = platform::OwnFd(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
 }
 
 RunningProgram::~RunningProgram() {
-  if (pid_ > 0) {
-    ::kill(-pid_, SIGKILL);
-    while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
+  if (pid_ <= 0) return;
+  ::kill(-pid_, SIGKILL);
+  while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
   }
-  closeAll();
-}
-
-void RunningProgram::closeAll() noexcept {
-  for (int* descriptor : {&ended_, &input_, &output_, &errors_}) closeOne(*descriptor);
 }
 
 void RunningProgram::signalGroup(int signal) const {
   if (pid_ > 0) check(::kill(-pid_, signal) == 0 ? 0 : errno, "kill");
 }
 
-void RunningProgram::feedInput() {
-  while (fed_ < options_.input.size()) {
-    const ssize_t count = ::write(input_, options_.input.data() + fed_, options_.input.size() - fed_);
-    if (count > 0) {
-      fed_ += static_cast<std::size_t>(count);
-    } else if (errno == EAGAIN) {
-      return;
-    } else if (errno != EINTR) {
-      break;
-    }
+ProgramResult RunningProgram::wait() {
+  check(ended_.valid() ? 0 : ENOSYS, "pidfd_open");
+  ProgramResult result;
+  const Clock::time_point deadline = Clock::now() + limit_;
+  pollfd ended{ended_.get(), POLLIN, 0};
+  while (ended.revents == 0 && !result.timedOut) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    result.timedOut = left.count() <= 0;
+    if (!result.timedOut && ::poll(&ended, 1, static_cast<int>(left.count())) < 0 && errno != EINTR)
+      check(errno, "poll");
   }
-  closeOne(input_);
-}
-
-/// One round of waiting; false once the program has ended or the limit has passed.
-bool RunningProgram::exchange(ProgramResult& result, Clock::time_point deadline) {
-  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  if (left.count() <= 0) {
-    result.timedOut = true;
-    return false;
-  }
-  std::array<pollfd, 4> polled{pollfd{ended_, POLLIN, 0}, pollfd{output_, POLLIN, 0}, pollfd{errors_, POLLIN, 0},
-                               pollfd{input_, POLLOUT, 0}};
-  if (::poll(polled.data(), polled.size(), static_cast<int>(left.count())) < 0 && errno != EINTR) check(errno, "poll");
-  if (input_ >= 0 && polled[3].revents != 0) feedInput();
-  takeAvailable(output_, result.output);
-  takeAvailable(errors_, result.errors);
-  return polled[0].revents == 0;
-}
-
-void RunningProgram::reap(ProgramResult& result) {
   if (result.timedOut) ::kill(-pid_, SIGKILL);
   int status = 0;
   while (::waitpid(pid_, &status, 0) < 0) {
@@ -194,18 +138,8 @@ void RunningProgram::reap(ProgramResult& result) {
   pid_ = -1;
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
-}
-
-ProgramResult RunningProgram::wait() {
-  check(ended_ >= 0 ? 0 : ENOSYS, "pidfd_open");
-  ProgramResult result;
-  const Clock::time_point deadline = Clock::now() + options_.limit;
-  while (exchange(result, deadline)) {
-  }
-  reap(result);
-  takeAvailable(output_, result.output);
-  takeAvailable(errors_, result.errors);
-  closeAll();
+  result.output = contentOf(output_);
+  result.errors = contentOf(errors_);
   return result;
 }
 

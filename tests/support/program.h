@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "orrery/platform/posix.h"
+
 namespace orrery::test {
 
 struct ProgramResult {
@@ -40,23 +42,16 @@ class RunningProgram {
   pid_t pid() const noexcept { return pid_; }
   /// Sends a signal to the whole group, as a terminal does for Ctrl-C.
   void signalGroup(int signal) const;
-  /// Feeds the input, gathers both outputs and reaps the program. What a grandchild writes after the program's end is
-  /// not waited for.
+  /// Reaps the program and gives what it wrote. What a grandchild writes after the program's end is not waited for.
   ProgramResult wait();
 
  private:
-  void closeAll() noexcept;
-  bool exchange(ProgramResult& result, std::chrono::steady_clock::time_point deadline);
-  void feedInput();
-  void reap(ProgramResult& result);
-
-  ProgramOptions options_;
-  std::size_t fed_ = 0;
+  std::chrono::milliseconds limit_;
   pid_t pid_ = -1;
-  int ended_ = -1;  // descriptor of the process, readable at its end
-  int input_ = -1;
-  int output_ = -1;
-  int errors_ = -1;
+  platform::OwnFd ended_;  // of the process, readable at its end
+  platform::OwnFd input_;
+  platform::OwnFd output_;
+  platform::OwnFd errors_;
 };
 
 ProgramResult runProgram(const std::vector<std::string>& arguments, ProgramOptions options = {});

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "orrery/platform/posix.h"
+
 namespace orrery::test {
 namespace {
 
@@ -22,21 +24,11 @@ std::string defaultParent() {
   return parent != nullptr && *parent != '\0' ? parent : "/tmp";
 }
 
-class File {
- public:
-  File(const std::string& path, int flags, unsigned mode)
-      : path_(path), descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {
-    if (descriptor_ < 0) throwErrno(path_);
-  }
-  ~File() { ::close(descriptor_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  int get() const noexcept { return descriptor_; }
-
- private:
-  std::string path_;
-  int descriptor_;
-};
+platform::OwnFd openFile(const std::string& path, int flags, unsigned mode = 0) {
+  platform::OwnFd file(::open(path.c_str(), flags | O_CLOEXEC, mode));
+  if (!file) throwErrno(path);
+  return file;
+}
 
 }  // namespace
 
@@ -53,7 +45,7 @@ TemporaryDirectory::~TemporaryDirectory() {
 }
 
 std::string readFile(const std::string& path) {
-  const File file(path, O_RDONLY, 0);
+  const platform::OwnFd file = openFile(path, O_RDONLY);
   std::string content;
   char buffer[16384];
   for (;;) {
@@ -66,7 +58,7 @@ std::string readFile(const std::string& path) {
 }
 
 void writeFile(const std::string& path, const std::string& content, unsigned mode) {
-  const File file(path, O_WRONLY | O_CREAT | O_TRUNC, mode);
+  const platform::OwnFd file = openFile(path, O_WRONLY | O_CREAT | O_TRUNC, mode);
   if (::fchmod(file.get(), mode) != 0) throwErrno(path);
   std::size_t written = 0;
   while (written < content.size()) {

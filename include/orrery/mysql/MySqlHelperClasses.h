@@ -242,9 +242,6 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// list, for one that is too short to tell, and when the lock cannot be had.
   int ProcessReplicationStatusOutput(std::list<std::string>& values, bool& running, bool& partial, int& status,
                                      std::string& text);
-  /// How many backups hold this instance's replica stopped, as the shared counter says; read under the instance's lock.
-  /// -1 when it cannot be read; `count` then stays.
-  int ReadRunningBackups(unsigned int& count);
   /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
   /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
   /// backslashes in this request and would check another database.
@@ -352,6 +349,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int notBuiltYet(const char* operation);
   /// Whether the session's TLS files ask for encryption: sets `bUseSsl`.
   ORRERY_MYSQL_HIDDEN void updateUseSsl();
+  ORRERY_MYSQL_HIDDEN void takeRecord(const MySqlServer& server);
   /// Names of the files in which the backups of this instance meet. -1, logged, without a temporary directory or an
   /// instance. The lock file's path goes into the session.
   ORRERY_MYSQL_HIDDEN int findInstanceFiles(const char* tag, orrery::mysql::InstanceFiles& files);

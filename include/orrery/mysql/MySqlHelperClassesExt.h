@@ -119,8 +119,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   const std::map<std::string, std::string>& dataPaths() const noexcept { return m_dataPaths; }
   // Parallel backups of one replica, in any number of processes and sessions, share two files in the agent's temporary
   // directory: a lock file and a counter of those who hold replication stopped. The first stops it, the last starts it
-  // again. A holder that dies stays counted, see `ReleaseStaleBackups`. The operations wait up to ten minutes for the
-  // lock.
+  // again. A holder that dies stays counted. The operations wait up to ten minutes for the lock.
 
   /// Joins those who hold replication stopped; the first stops it. Sets `bSlaveStoppedBySession`. -1 also when the
   /// counter cannot be read or written; the flag is then set only if replication was stopped, so that `StartSlave` can
@@ -133,10 +132,6 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int StartSlave() override;
   /// As in the base, over the connection, and 100 for a server that is no replica.
   int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) override;
-  /// Lowers the counter from `counted`, as `ReadRunningBackups` gave it, to the `living` of them, and starts
-  /// replication when none is left. For holders that died without leaving; the caller knows which did. 1, with nothing
-  /// changed, when the counter reads otherwise by now. Needs no session that stopped anything.
-  int ReleaseStaleBackups(unsigned int counted, unsigned int living);
   int getDBProps(std::string db, std::string& createTime, unsigned long long& size) override;
   int isUsesInnoDBEngine(std::string db, bool& innoDbOnly) override;
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
@@ -176,8 +171,6 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN Step letReplicaGo(const orrery::mysql::InstanceLock& lock, const std::string& counter);
   ORRERY_MYSQL_HIDDEN int startReplication(const char* tag);
   ORRERY_MYSQL_HIDDEN void watchReplicationResume(const char* tag, const orrery::mysql::InstanceLock& lock);
-  ORRERY_MYSQL_HIDDEN int releaseStale(const char* tag, const orrery::mysql::InstanceLock& lock,
-                                       const std::string& counter, unsigned int counted, unsigned int living);
   /// A request in its simple form: fails with `nullText` without a connection, else runs `request`; a failure is told
   /// by `tell` and left in the session.
   template <class Request, class Tell>

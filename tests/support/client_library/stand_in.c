@@ -1,5 +1,6 @@
 /* A client library that tests play. It keeps the script and the findings in `stand_in`. A variant that lacks a function
-   is built with -Dmysql_ping=stand_in_lacks, say: the function is then there under another name. */
+   is built with -Dmysql_ping=stand_in_lacks, say: the function is then there under another name. The variant with
+   -DSTAND_IN_REPLICA has no script: it plays a replica. */
 
 #include "stand_in.h"
 
@@ -9,6 +10,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
+
+enum { status_columns = 54 }; /* of SHOW SLAVE STATUS */
 
 typedef struct connection {
   unsigned number;
@@ -17,6 +21,8 @@ typedef struct connection {
   int is_lost;
   int has_rows; /* on the way: they must be stored before anything else is asked */
   struct stand_in_answer answer;
+  char socket[256];
+  const char* status[2 * status_columns];
 } MYSQL;
 
 typedef struct result {
@@ -105,6 +111,7 @@ unsigned mysql_errno(MYSQL* mysql) {
 MYSQL* mysql_real_connect(MYSQL* mysql, const char* host, const char* user, const char* password, const char* db,
                           unsigned port, const char* socket, unsigned long flags) {
   called();
+  snprintf(mysql->socket, sizeof mysql->socket, "%s", socket == NULL ? "" : socket);
   note("connect %s %s %s %s %u %s %lu\n", told(host), told(user), told(password), told(db), port, told(socket), flags);
   return fail(mysql, stand_in.connect_error, "refused") ? NULL : mysql;
 }
@@ -132,8 +139,10 @@ const char* mysql_get_server_info(MYSQL* mysql) {
   return stand_in.server_info;
 }
 
-static struct stand_in_answer answer_to(const char* statement, size_t length) {
-  struct stand_in_answer answer = {0};
+#ifndef STAND_IN_REPLICA
+static struct stand_in_answer answer_to(MYSQL* mysql, const char* statement, size_t length) {
+  (void)mysql;
+  struct stand_in_answer answer = {.error = stand_in.unknown_error, .text = "unknown"};
   pthread_mutex_lock(&mutex);
   for (size_t i = 0; i < stand_in.answer_count; ++i) {
     struct stand_in_answer* known = &stand_in.answers[i];
@@ -145,11 +154,91 @@ static struct stand_in_answer answer_to(const char* statement, size_t length) {
   pthread_mutex_unlock(&mutex);
   return answer;
 }
+#else
+/* The server is a file, the "socket" of a connection, so that sessions of several processes can share it. It holds
+   "running" or "stopped", and STOP SLAVE, START SLAVE and SHOW SLAVE STATUS write and read it as a replica's threads
+   would be. Words in a file beside it, SOCKET.mode, change what the server does:
+     later      it knows none of the statements with SLAVE, as servers of today
+     stuck      START has no effect
+     refusing   STOP and START fail
+     sources    it has a second source, which never runs
+   Statements are appended to SOCKET.statements when that file is there. The socket "memory" is no file: the state is
+   this library's own, for measurements and full disks. */
+static int runs_in_memory = 1;
+
+static int is_in_memory(const MYSQL* mysql) {
+  return strcmp(mysql->socket, "memory") == 0;
+}
+
+static FILE* open_beside(const MYSQL* mysql, const char* suffix, const char* mode) {
+  char path[300];
+  snprintf(path, sizeof path, "%s%s", mysql->socket, suffix);
+  return *mode == 'a' && access(path, F_OK) != 0 ? NULL : fopen(path, mode);
+}
+
+static int says(const MYSQL* mysql, const char* suffix, const char* word) {
+  char text[100];
+  FILE* file = is_in_memory(mysql) ? NULL : open_beside(mysql, suffix, "re");
+  if (file == NULL) return 0;
+  text[fread(text, 1, sizeof text - 1, file)] = '\0';
+  fclose(file);
+  return strstr(text, word) != NULL;
+}
+
+static void set_running(const MYSQL* mysql, int running) {
+  if (is_in_memory(mysql)) runs_in_memory = running;
+  FILE* file = is_in_memory(mysql) ? NULL : open_beside(mysql, "", "we");
+  if (file == NULL) return;
+  fputs(running ? "running" : "stopped", file);
+  fclose(file);
+}
+
+static void fill_status(const char** row, int running) {
+  static const int numbers[] = {3, 4, 6, 8, 18, 20, 22, 25, 34, 36};
+  for (int i = 0; i < status_columns; ++i) row[i] = "";
+  for (size_t i = 0; i < sizeof numbers / sizeof *numbers; ++i) row[numbers[i]] = "0";
+  row[0] = running ? "Waiting for master to send event" : "";
+  row[9] = "mysql-bin.000001";
+  row[10] = row[11] = running ? "Yes" : "No";
+  row[21] = "774";
+  row[26] = "No";
+}
+
+static struct stand_in_answer refusal(unsigned error, const char* text) {
+  return (struct stand_in_answer){.error = error, .text = text};
+}
+
+static struct stand_in_answer answer_to(MYSQL* mysql, const char* statement, size_t length) {
+  FILE* statements = is_in_memory(mysql) ? NULL : open_beside(mysql, ".statements", "ae");
+  if (statements != NULL) {
+    fprintf(statements, "%.*s\n", (int)length, statement);
+    fclose(statements);
+  }
+  const int is_later = strstr(statement, "SLAVE") == NULL;
+  if (!is_later && says(mysql, ".mode", "later")) return refusal(1064, "You have an error in your SQL syntax");
+  if (strcmp(statement, is_later ? "SHOW REPLICA STATUS" : "SHOW SLAVE STATUS") == 0) {
+    fill_status(mysql->status, is_in_memory(mysql) ? runs_in_memory : says(mysql, "", "running"));
+    fill_status(mysql->status + status_columns, 0);
+    const unsigned sources = says(mysql, ".mode", "sources") ? 2 : 1;
+    return (struct stand_in_answer){.fields = status_columns, .rows = sources, .cells = mysql->status};
+  }
+  if (strcmp(statement, is_later ? "STOP REPLICA" : "STOP SLAVE") == 0) {
+    if (says(mysql, ".mode", "refusing")) return refusal(1227, "Access denied; you need privileges for this operation");
+    set_running(mysql, 0);
+  } else if (strcmp(statement, is_later ? "START REPLICA" : "START SLAVE") == 0) {
+    if (says(mysql, ".mode", "refusing")) return refusal(1200, "The server is not configured as replica");
+    if (!says(mysql, ".mode", "stuck")) set_running(mysql, 1);
+  } else {
+    return refusal(1105, "this server knows nothing but replication");
+  }
+  return (struct stand_in_answer){0};
+}
+#endif
 
 int mysql_real_query(MYSQL* mysql, const char* statement, unsigned long length) {
   note("query %.*s\n", (int)length, statement);
   if (is_gone(mysql)) return 1;
-  mysql->answer = answer_to(statement, length);
+  mysql->answer = answer_to(mysql, statement, length);
   mysql->has_rows = mysql->answer.error == 0 && mysql->answer.fields != 0;
   return fail(mysql, mysql->answer.error, mysql->answer.text);
 }
@@ -222,7 +311,7 @@ int mysql_ping(MYSQL* mysql) {
 
 #ifndef STAND_IN_BARE
 unsigned long* mysql_fetch_lengths(MYSQL_RES* result) {
-  static _Thread_local unsigned long lengths[8];
+  static _Thread_local unsigned long lengths[status_columns];
   const struct stand_in_answer* answer = &result->answer;
   const size_t first = (size_t)answer->fields * (result->next - 1);
   for (unsigned i = 0; i < answer->fields; ++i) {

@@ -5,7 +5,8 @@
 
 #include <stddef.h>
 
-/* The answer to one statement. A statement without an answer succeeds, has no result set and changes 7 rows. */
+/* The answer to one statement. A statement without an answer succeeds, unless the script says otherwise, has no result
+   set and changes 7 rows. */
 struct stand_in_answer {
   const char* statement;
   unsigned error; /* 0: it succeeds */
@@ -25,7 +26,8 @@ struct stand_in {
   int refused_option; /* mysql_options fails for this one */
   unsigned connect_error;
   unsigned select_error;
-  const char* cipher; /* null: plain text */
+  unsigned unknown_error; /* of a statement without an answer */
+  const char* cipher;     /* null: plain text */
   const char* server_info;
   unsigned lost_at;    /* the connection goes with this call, counted from 1 over statements, pings and selections */
   unsigned lost_error; /* what that call then fails with */

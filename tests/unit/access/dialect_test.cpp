@@ -2,28 +2,21 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
-
-#include "orrery/platform/testing/test_backend.h"
-
+#include "support/backend_test.h"
 #include "support/temporary_directory.h"
 
 namespace {
 
 using orrery::mysql::Dialect;
-using orrery::platform::ScopedServices;
-using orrery::platform::testing::TestBackend;
 using orrery::test::TemporaryDirectory;
 using orrery::test::writeFile;
 
-class DialectTest : public testing::Test {
+class DialectTest : public orrery::test::BackendTest {
  protected:
   bool learn(const std::string& statement, int errorNumber) {
     return dialect_.learn({bin_.path(), "mysql", statement, false, errorNumber, ""}, EvEvent(), "tag");
   }
 
-  TestBackend backend_;
-  ScopedServices installed_{backend_.services()};
   TemporaryDirectory bin_;
   Dialect dialect_;
 };
@@ -98,13 +91,6 @@ TEST_F(DialectTest, TakesTheSuccessorOfTheTlsOptionWhereAClientRejectsIt) {
   EXPECT_FALSE(dialect_.learn({bin_.path(), "mysql", "x", true, 2026, "TLS error"}, EvEvent(), "tag"));
   EXPECT_TRUE(dialect_.learn({bin_.path(), "mysql", "x", true, 0, rejection}, EvEvent(), "tag"));
   EXPECT_EQ(dialect_.tlsOption(), " --ssl-mode=REQUIRED");
-}
-
-TEST(Alive, IsSaidByBothNamesOfTheServer) {
-  EXPECT_TRUE(Dialect::saysAlive("mysqld is alive"));
-  EXPECT_TRUE(Dialect::saysAlive("mariadbd is alive"));
-  EXPECT_FALSE(Dialect::saysAlive("mysqld is alive\n"));
-  EXPECT_FALSE(Dialect::saysAlive(""));
 }
 
 }  // namespace

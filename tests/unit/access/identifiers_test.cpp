@@ -35,18 +35,6 @@ const Case cases[] = {
     {"empty_is_for_the_server_to_judge", "", true, true, true},
 };
 
-class Names : public testing::TestWithParam<Case> {};
-
-TEST_P(Names, ThatCouldEndTheirQuotingAreRefused) {
-  const Case& c = GetParam();
-  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::backTicks), c.inBackTicks);
-  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::singleQuotes), c.inSingleQuotes);
-  EXPECT_EQ(!reasonToRefuse("name", c.text, Quoting::none), c.asStatement);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, Names, testing::ValuesIn(cases),
-                         [](const auto& param) { return std::string(param.param.name); });
-
 TEST(Names, BetweenSingleQuotesEndThemNowhere) {
   const struct {
     const char *name, *text, *pattern;
@@ -69,7 +57,12 @@ TEST(Names, BetweenSingleQuotesEndThemNowhere) {
   EXPECT_EQ(reasonToRefuse("name", "a\nb", Quoting::escaped), "the name holds a line break");
 }
 
-TEST(Names, AreNamedInTheReason) {
+TEST(Names, ThatCouldEndTheirQuotingAreRefusedWithTheReason) {
+  for (const Case& row : cases) {
+    EXPECT_EQ(!reasonToRefuse("name", row.text, Quoting::backTicks), row.inBackTicks) << row.name;
+    EXPECT_EQ(!reasonToRefuse("name", row.text, Quoting::singleQuotes), row.inSingleQuotes) << row.name;
+    EXPECT_EQ(!reasonToRefuse("name", row.text, Quoting::none), row.asStatement) << row.name;
+  }
   EXPECT_EQ(reasonToRefuse("table name", "a`b", Quoting::backTicks), "the table name holds a back-tick");
 }
 

@@ -23,21 +23,6 @@ class LibraryModeTest : public SessionTest {
     }
     return texts;
   }
-  /// An instance reached over this socket or address.
-  long add(const std::string& socket, platform::Id client = 0) {
-    auto properties = this->properties();
-    properties[platform::property::socketFile] = socket;
-    const std::string name = "at " + socket;
-    return static_cast<long>(client == 0 ? backend_.addInstance(name, properties)
-                                         : backend_.addInstance(client, name, properties));
-  }
-  /// A cloud database's instance. Every one has a client of its own, as the last client is remembered.
-  long addCloud(const std::string& socket) {
-    platform::Id client = 0;
-    EXPECT_TRUE(backend_.services()->inventory->putClient("cloud " + socket, 1, client).ok());
-    backend_.setProxyDirectory(client, platform::property::applicationTypeMySql, "", "/proxy/bin");
-    return add(socket, client);
-  }
   std::string failure() const { return std::to_string(session_.iErrorCode) + " " + session_.strErrorString; }
 
   StandInLibrary library_{"unknown"};

@@ -1,14 +1,15 @@
-// Both modes against one scripted server, so that what they do alike and what they do differently stands side by side.
+// Both modes against servers of one script, so that what they do alike and what they do differently stands side by
+// side.
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <utility>
 
-#include "orrery/mysql/MySqlHelperClassesExt.h"
-
-#include "session/session_fixture.h"
+#include "access/library_fixture.h"
+#include "support/mode.h"
 #include "support/temporary_directory.h"
 
 namespace orrery::test {
@@ -19,64 +20,82 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Names = std::list<std::string>;
 
-enum class Mode { command, library };
-
-class Catalogue : public SessionTest, public testing::WithParamInterface<Mode> {
+class Catalogue : public LibraryModeTest, public testing::WithParamInterface<Mode> {
  protected:
   Catalogue() {
-    // The client program and the client library ask the same folder: files named for statements hold their rows.
+    // Files named for statements hold the rows that the client prints; the client library is told the same ones.
+    const std::string rows = "\"" + folder_.path() + "/$2\"";
     writeFile(bin_ / "mysql",
-              "#!/bin/sh\nwhile [ \"$1\" != -e ]; do shift; done\necho \"$2\" >>" + folder_ / "asked" + "\n[ -f \"" +
-                  folder_.path() + "/$2\" ] && exec cat \"" + folder_.path() +
-                  "/$2\"\necho 'ERROR 1064 (42000) at line 1: You have an error' >&2\nexit 1\n",
+              "#!/bin/sh\nwhile [ \"$1\" != -e ]; do shift; done\necho \"$2\" >>" + folder_ / "asked" + "\n[ -f " +
+                  rows + " ] && exec cat " + rows +
+                  "\necho 'ERROR 1064 (42000) at line 1: You have an error' >&2\nexit 1\n",
               0755);
-    backend_.setSetting("MySQL", "sLibPath", ORRERY_SCRIPTED_CLIENT);
+    library_->unknown_error = 1064;
     answer("SHOW VARIABLES LIKE 'log_bin'", "log_bin\tON\n");
   }
 
   static bool isCommandMode() { return GetParam() == Mode::command; }
-  void answer(const std::string& statement, const std::string& rows) const { writeFile(folder_ / statement, rows); }
+  void answer(const std::string& statement, const std::string& rows) {
+    writeFile(folder_ / statement, rows);
+    answers_[statement] = rows;
+    tellTheLibrary();
+  }
+  void rejectFromNowOn(const std::string& statement) {
+    std::filesystem::remove(folder_ / statement);
+    answers_.erase(statement);
+    tellTheLibrary();
+  }
+  void tellTheLibrary() {
+    library_.forgetAnswers();
+    for (const auto& [statement, rows] : answers_) {
+      cells_.emplace_back();
+      std::istringstream lines(rows);
+      for (std::string line; std::getline(lines, line);) {
+        std::istringstream columns(line);
+        for (std::string cell; std::getline(columns, cell, '\t');) cells_.back().push_back(cell);
+      }
+      const auto count = static_cast<std::size_t>(std::count(rows.begin(), rows.end(), '\n'));
+      std::vector<const char*> pointers;
+      for (const std::string& cell : cells_.back()) pointers.push_back(cell.c_str());
+      library_.give(statement.c_str(), count == 0 ? 2 : static_cast<unsigned>(pointers.size() / count), pointers);
+    }
+  }
   /// Statements since the last call.
-  std::vector<std::string> asked() const {
+  std::vector<std::string> asked() {
+    const std::string query = isCommandMode() ? "" : "query ";
+    std::istringstream lines(isCommandMode() ? byClient() : library_.calls());
     std::vector<std::string> statements;
-    if (::access((folder_ / "asked").c_str(), F_OK) != 0) return statements;
-    std::istringstream lines(readFile(folder_ / "asked"));
-    for (std::string line; std::getline(lines, line);) statements.push_back(line);
-    ::unlink((folder_ / "asked").c_str());
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind(query, 0) == 0) statements.push_back(line.substr(query.size()));
+    }
     return statements;
   }
+  std::string byClient() const {
+    const std::string file = folder_ / "asked";
+    const std::string text = ::access(file.c_str(), F_OK) == 0 ? readFile(file) : "";
+    ::unlink(file.c_str());
+    return text;
+  }
   std::unique_ptr<GetMySqlInfo> open(long instance) const {
-    std::unique_ptr<GetMySqlInfo> session;
-    if (isCommandMode()) {
-      session = std::make_unique<GetMySqlInfo>();
-    } else {
-      session = std::make_unique<GetMySqlInfoExt>();
-    }
+    std::unique_ptr<GetMySqlInfo> session(isCommandMode() ? new GetMySqlInfo : new GetMySqlInfoExt);
     EXPECT_EQ(session->Init(instance), 0) << session->strErrorString;
     return session;
   }
   std::map<std::string, std::string> scripted() const {
     auto values = properties();
     values[property::binaryPath] = bin_.path();
-    values[property::saPassword] = "sealed:" + folder_.path();
     return values;
   }
   std::unique_ptr<GetMySqlInfo> open() { return open(static_cast<long>(backend_.addInstance("scripted", scripted()))); }
-  std::unique_ptr<GetMySqlInfo> openCloud() {
-    platform::Id client = 0;
-    EXPECT_TRUE(backend_.services()->inventory->putClient("cloud", property::clientTypeCloudDatabase, client).ok());
-    auto values = scripted();
-    values[property::socketFile] = "db.example:3306";
-    backend_.setProxyDirectory(client, property::applicationTypeMySql, "", bin_.path());
-    return open(static_cast<long>(backend_.addInstance(client, "cloud-db", values)));
-  }
+  std::unique_ptr<GetMySqlInfo> openCloud() { return open(addCloud("db.example:3306", bin_.path())); }
 
   TemporaryDirectory folder_;
   TemporaryDirectory bin_;
+  std::map<std::string, std::string> answers_;
+  std::list<std::vector<std::string>> cells_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Modes, Catalogue, testing::Values(Mode::command, Mode::library),
-                         [](const auto& test) { return test.param == Mode::command ? "command" : "library"; });
+INSTANTIATE_TEST_SUITE_P(Modes, Catalogue, bothModes(), nameOfMode);
 
 TEST_P(Catalogue, AServerWithoutBinaryLogsIsNoErrorAndIsNotAskedForThem) {
   answer("SHOW VARIABLES LIKE 'log_bin'", "log_bin\tOFF\n");
@@ -98,7 +117,7 @@ TEST_P(Catalogue, AServerWithoutBinaryLogsIsNoErrorAndIsNotAskedForThem) {
 TEST_P(Catalogue, AServerThatDoesNotAnswerLeavesTheStateUnknown) {
   const auto session = open();
   EXPECT_EQ(session->FindBinLogStatus(), 1);
-  ASSERT_EQ(::unlink((folder_ / "SHOW VARIABLES LIKE 'log_bin'").c_str()), 0);
+  rejectFromNowOn("SHOW VARIABLES LIKE 'log_bin'");
   EXPECT_EQ(session->FindBinLogStatus(), -1);
   EXPECT_EQ(session->iSessionMode, 2);
   EXPECT_EQ(session->iErrorCode, 1064);
@@ -155,10 +174,10 @@ TEST_P(Catalogue, LogsAreListedBeforeTheyAreRotatedAndAppendedToWhatIsThere) {
   EXPECT_EQ(session->FindMasterLogs(logs, true), 0);
   EXPECT_THAT(logs, ElementsAre("before", "b.000001", "b.000002"));
   EXPECT_THAT(asked(), ElementsAre("SHOW VARIABLES LIKE 'log_bin'", "SHOW MASTER LOGS", "FLUSH LOGS"));
-  ASSERT_EQ(::unlink((folder_ / "FLUSH LOGS").c_str()), 0);
+  rejectFromNowOn("FLUSH LOGS");
   EXPECT_EQ(session->FindMasterLogs(logs, true), -1) << "the result is the rotation's";
   EXPECT_EQ(logs.size(), 5U) << "although the list is filled";
-  ASSERT_EQ(::unlink((folder_ / "SHOW MASTER LOGS").c_str()), 0);
+  rejectFromNowOn("SHOW MASTER LOGS");
   EXPECT_EQ(session->FindMasterLogs(logs, false), -1);
   EXPECT_EQ(logs.size(), 5U);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <list>
 #include <string>
 
@@ -8,24 +7,17 @@
 #include <gtest/gtest.h>
 
 #include "orrery/mysql/MySqlInterface.h"
-#include "orrery/platform/testing/test_backend.h"
 
+#include "support/backend_test.h"
 #include "support/client_library/stand_in_library.h"
 
 namespace orrery::test {
 
 /// Surroundings in memory for connections through client libraries that the tests play.
-class ClientTest : public testing::Test {
+class ClientTest : public BackendTest {
  protected:
-  bool logged(const std::string& text) {
-    const auto texts = backend_.log().texts();
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-  }
   static constexpr const char* ciphers = " AES128-SHA:AES128-SHA256:AES256-SHA256\n";
   static constexpr const char* connectLine = "connect localhost agent secret - 0 /run/db.sock 0\n";
-
-  platform::testing::TestBackend backend_;
-  platform::ScopedServices installed_{backend_.services()};
 };
 
 /// A connection object over a socket with its library.

@@ -6,37 +6,6 @@ using orrery::test::ClientTest;
 using orrery::test::Loaded;
 using Requests = ClientTest;
 
-// What the session's requests do not send.
-TEST_F(Requests, SendTheseTextsAndReadTheirAnswers) {
-  Loaded loaded("unknown");
-  auto& server = loaded.server;
-  ASSERT_EQ(server.GetConnection(), 0);
-  loaded.library.calls();
-  EXPECT_EQ(server.StartSlave() + server.StopSlave() + server.FlushLogs() + server.PurgeLogsTo("bin.2"), 0);
-  EXPECT_EQ(loaded.library.calls(),
-            "query START SLAVE\nquery STOP SLAVE\nquery FLUSH LOGS\nquery PURGE BINARY LOGS TO 'bin.2'\n");
-
-  loaded.library.variable("SHOW VARIABLES LIKE 'log_bin'", "log_bin", "ON");
-  loaded.library.variable("SHOW VARIABLES LIKE 'log_bin_basename'", "log_bin_basename", "/logs/bin");
-  loaded.library.give("SHOW MASTER STATUS", 3, {"bin.000007", "1042", ""});
-  loaded.library.give("SHOW MASTER LOGS", 2, {"bin.000006", "9", "bin.000007", "4"});
-  loaded.library.give("SHOW SLAVE STATUS", 2, {"Waiting", nullptr});
-  bool on = false;
-  std::string text;
-  std::list<std::string> list;
-  EXPECT_EQ(server.GetLogBinStatus(on), 0);
-  EXPECT_TRUE(on);
-  EXPECT_EQ(server.GetLogBinPath(text), 0);
-  EXPECT_EQ(text, "/logs");
-  EXPECT_EQ(server.FetchMasterInfo(text), 0);
-  EXPECT_EQ(text, "bin.000007:1042");
-  loaded.library.calls();
-  EXPECT_EQ(server.FindMasterLogs(list, true), 0);
-  EXPECT_EQ(loaded.library.calls(), "query SHOW MASTER LOGS\nquery FLUSH LOGS\n");
-  EXPECT_EQ(server.GetReplicationStatus(list), 0);
-  EXPECT_THAT(list, testing::ElementsAre("bin.000006", "bin.000007", "Waiting", "NULL")) << "appended";
-}
-
 TEST_F(Requests, SayWhenTheServerHasNoRow) {
   Loaded loaded("unknown");
   auto& library = loaded.library;

@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/mman.h>
@@ -25,8 +24,9 @@
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/home.h"
 #include "orrery/platform/posix.h"
-#include "orrery/platform/testing/test_backend.h"
 
+#include "support/backend_test.h"
+#include "support/children.h"
 #include "support/program.h"
 #include "support/temporary_directory.h"
 
@@ -35,6 +35,8 @@ namespace {
 using orrery::platform::ScopedServices;
 using orrery::platform::Status;
 using orrery::platform::testing::TestBackend;
+using orrery::test::inChild;
+using orrery::test::openDescriptors;
 using orrery::test::readFile;
 using orrery::test::TemporaryDirectory;
 using orrery::test::waitUntil;
@@ -48,7 +50,7 @@ struct Outcome {
   std::string errors;
 };
 
-class ChildProcess : public testing::Test {
+class ChildProcess : public orrery::test::BackendTest {
  protected:
   std::string program(const std::string& script) {
     const std::string path = place_ / ("program" + std::to_string(++programs_));
@@ -73,19 +75,16 @@ class ChildProcess : public testing::Test {
     return result;
   }
 
-  TestBackend backend_;
-  ScopedServices installed_{backend_.services()};
+  static void start(MySqlChildProcess& child, const std::string& command) {
+    ASSERT_EQ(child.Initialize(command, nullptr), 0);
+    ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  }
+
   TemporaryDirectory place_;
 
  private:
   int programs_ = 0;
 };
-
-std::size_t openDescriptors() {
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-  return count;
-}
 
 // Kept: the argument of Wait has no meaning. Every run here waits "30" for a child that ends in its own time.
 TEST_F(ChildProcess, GivesOutputErrorsAndExitCodeWhateverWaitIsGiven) {
@@ -114,25 +113,21 @@ TEST_F(ChildProcess, EndsAreToldApart) {
   for (const auto& row : table) {
     backend_.log().clear();
     EXPECT_EQ(run(program(row.script)).waited, -1);
-    EXPECT_THAT(backend_.log().texts(), testing::Contains(row.line));
+    EXPECT_TRUE(logged(row.line));
   }
 }
 
-TEST_F(ChildProcess, MissingProgramShowsInWait) {
-  const Outcome result = run("/no/such/program -x");
-  EXPECT_EQ(result.waited, -1);
-  EXPECT_EQ(result.lastError, -1);
-  EXPECT_THAT(backend_.log().texts(), testing::Contains("Exec failed"));
-}
-
-TEST_F(ChildProcess, ChildLogsItsOwnFailureBeforeItEnds) {
+TEST_F(ChildProcess, MissingProgramShowsInWaitAndInALineOfTheChild) {
   const std::string path = place_ / "lines";
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(file, 3);
   backend_.log().forwardChildLines(file);
-  run("/no/such/program");
+  const Outcome result = run("/no/such/program -x");
   backend_.log().forwardChildLines(-1);
   close(file);
+  EXPECT_EQ(result.waited, -1);
+  EXPECT_EQ(result.lastError, -1);
+  EXPECT_TRUE(logged("Exec failed"));
   EXPECT_THAT(readFile(path), testing::HasSubstr("MySqlChildProcess::PostFork: Child exec failed, errno: 2\n"));
 }
 
@@ -152,8 +147,7 @@ TEST_F(ChildProcess, EnvironmentIsInheritedOrHoldsOneEntry) {
 
 TEST_F(ChildProcess, TakesInputAndSurvivesAChildThatDoesNot) {
   MySqlChildProcess child;
-  ASSERT_EQ(child.Initialize("/bin/cat", nullptr), 0);
-  ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  start(child, "/bin/cat");
   std::string text(100000, 'x');
   std::string back;
   std::array<char, 4096> buffer{};
@@ -170,13 +164,12 @@ TEST_F(ChildProcess, TakesInputAndSurvivesAChildThatDoesNot) {
   EXPECT_EQ(child.Wait(0), 0);
 
   MySqlChildProcess deaf;
-  ASSERT_EQ(deaf.Initialize(program("echo no >&2; exec <&-; exec >&-; exit 1"), nullptr), 0);
-  ASSERT_EQ(deaf.DZ_CreateProcess(true, false, false), 0);
+  start(deaf, program("echo no >&2; exec <&-; exec >&-; exit 1"));
   long length = buffer.size();
   ASSERT_EQ(deaf.ReadBuf(buffer.data(), &length), 0);
   EXPECT_EQ(deaf.WriteBuf(text.data(), 10), -1) << "and SIGPIPE did not end this program";
   EXPECT_EQ(deaf.GetLastErrNo(), EPIPE);
-  EXPECT_THAT(backend_.log().texts(), testing::Contains("Error Stream: no\n"));
+  EXPECT_TRUE(logged("Error Stream: no\n"));
 }
 
 TEST_F(ChildProcess, LimitsAreRefusedBeforeAnythingStarts) {
@@ -283,7 +276,7 @@ TEST_F(ChildProcess, BothPipeFailuresNameTheSamePipeAndLeakNothing) {
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(started, -1);
     EXPECT_EQ(child.GetLastErrNo(), EMFILE);
-    EXPECT_THAT(backend_.log().texts(), testing::Contains(lines[room / 2]));
+    EXPECT_TRUE(logged(lines[room / 2]));
     EXPECT_EQ(openDescriptors(), open) << "not even before the object goes";
   }
 }
@@ -294,7 +287,7 @@ TEST_F(ChildProcess, ErrorFileThatCannotBeMadeEndsTheChild) {
   std::filesystem::remove_all(backend_.directory() + "/results/DZ_JobResults");
   ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
   EXPECT_EQ(child.Wait(0), -1);
-  EXPECT_THAT(backend_.log().texts(), testing::Contains("Dup failed"));
+  EXPECT_TRUE(logged("Dup failed"));
 }
 
 TEST_F(ChildProcess, CallsInTheWrongOrderFailAndDoNoHarm) {
@@ -305,30 +298,26 @@ TEST_F(ChildProcess, CallsInTheWrongOrderFailAndDoNoHarm) {
   EXPECT_EQ(child.WriteBuf(buffer.data(), 1), -1);
   EXPECT_EQ(child.ReadErrBuf(buffer.data(), &length), -1);
   EXPECT_EQ(child.Wait(0), -1);
-  EXPECT_THAT(backend_.log().texts(), testing::Contains("m_dzProcess is null, Child Process may not be Created...."));
+  EXPECT_TRUE(logged("m_dzProcess is null, Child Process may not be Created...."));
   errno = ENOSPC;
   EXPECT_EQ(child.GetLastErr(), ENOSPC);
   EXPECT_EQ(child.GetLastErrNo(), ENOSPC);
 }
 
 TEST_F(ChildProcess, StartedWithoutStandardStreamsStillGetsItsOwn) {
-  const pid_t tester = fork();
-  if (tester == 0) {
-    for (int fd : {0, 1, 2}) close(fd);
-    const Outcome result = run(program("echo out; echo err >&2"));
-    _exit(result.output == "out\n" && result.errors == "err\n" ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(tester, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(inChild([&] {
+              for (int fd : {0, 1, 2}) close(fd);
+              const Outcome result = run(program("echo out; echo err >&2"));
+              return result.output == "out\n" && result.errors == "err\n" ? 0 : 1;
+            }),
+            0);
 }
 
 TEST_F(ChildProcess, IsEndedAndReapedWithItsObject) {
   std::int32_t pid = 0;
   {
     MySqlChildProcess child;
-    ASSERT_EQ(child.Initialize("/bin/sleep 1000", nullptr), 0);
-    ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+    start(child, "/bin/sleep 1000");
     for (const auto& text : backend_.log().texts()) {
       if (text.rfind("Parent: child process pid= ", 0) == 0) pid = std::stoi(text.substr(27));
     }
@@ -342,11 +331,10 @@ TEST_F(ChildProcess, IsEndedAndReapedWithItsObject) {
 TEST_F(ChildProcess, TerminatedIsToldBySignal) {
   MySqlChildProcess child;
   EXPECT_EQ(child.Terminate(), -1) << "nothing runs yet";
-  ASSERT_EQ(child.Initialize("/bin/sleep 1000", nullptr), 0);
-  ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  start(child, "/bin/sleep 1000");
   EXPECT_EQ(child.Terminate(), 0);
   EXPECT_EQ(child.Wait(30), -1);
-  EXPECT_THAT(backend_.log().texts(), testing::Contains("Child died after receiving signal 9"));
+  EXPECT_TRUE(logged("Child died after receiving signal 9"));
   EXPECT_EQ(child.Terminate(), -1) << "its number may be another process's by now";
   EXPECT_EQ(child.Wait(0), -1);
 }
@@ -442,15 +430,13 @@ TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
   EXPECT_EQ(other.Fork([](void*) { _exit(0); }, nullptr, text.data(), text.size(), DzProcess::ChildMemory::borrowed),
             1);
   EXPECT_EQ(other.WaitForProcessToEnd(status, text.data(), text.size(), -1), 1);
-  const pid_t copy = fork();
-  if (copy == 0) {
-    DzProcess inCopy;
-    _exit(inCopy.Fork([](void*) { _exit(0); }, nullptr, text.data(), text.size(), DzProcess::ChildMemory::borrowed) == 1
-              ? 0
-              : 1);
-  }
-  EXPECT_EQ(waitpid(copy, &status, 0), copy);
-  EXPECT_EQ(status, 0) << "nor a copy of the process";
+  EXPECT_EQ(inChild([&] {
+              DzProcess inCopy;
+              return inCopy.Fork([](void*) { _exit(0); }, nullptr, text.data(), text.size(),
+                                 DzProcess::ChildMemory::borrowed);
+            }),
+            1)
+      << "nor a copy of the process";
   EXPECT_TRUE(isStopped);
   if (stopped != 0) kill(stopped, SIGCONT);
   victim.join();
@@ -464,18 +450,15 @@ TEST_F(AsAnotherAccount, AccountThatDoesNotExistRunsAsTheAgentAndSaysSoLoudly) {
 }
 
 TEST_F(AsAnotherAccount, AccountThatCannotBeTakenEndsTheChild) {
-  const pid_t tester = fork();
-  if (tester == 0) {
-    if (setuid(uid_) != 0) _exit(9);
-    session_.strUnixUser = "root";
-    const Outcome result = run("/usr/bin/id -u", &session_);
-    _exit(result.waited == -1 && result.lastError == 81 && result.output.empty() ? 0 : 1);
-  }
   chmod(backend_.directory().c_str(), 0777);
   std::filesystem::permissions(backend_.directory() + "/results", std::filesystem::perms::all);
-  int status = -1;
-  waitpid(tester, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(inChild([&] {
+              if (setuid(uid_) != 0) return 9;
+              session_.strUnixUser = "root";
+              const Outcome result = run("/usr/bin/id -u", &session_);
+              return result.waited == -1 && result.lastError == 81 && result.output.empty() ? 0 : 1;
+            }),
+            0);
 }
 
 }  // namespace

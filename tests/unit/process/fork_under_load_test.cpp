@@ -1,11 +1,8 @@
 // What holds over many runs: nothing is left behind, and no lock of another thread stops a child.
 
-#include <dirent.h>
 #include <pwd.h>
-#include <sys/wait.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,12 +17,14 @@
 #include "orrery/platform/home.h"
 #include "orrery/platform/testing/test_backend.h"
 
+#include "support/children.h"
 #include "support/temporary_directory.h"
 
 namespace {
 
 using orrery::platform::ScopedServices;
 using orrery::platform::testing::TestBackend;
+using orrery::test::openDescriptors;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int manyRuns = 500;
@@ -43,12 +42,6 @@ void runOnce(GetMySqlInfo* session) {
   long length = sizeof(byte);
   ASSERT_EQ(child.ReadBuf(byte, &length), 0);
   ASSERT_EQ(child.Wait(0), 0);
-}
-
-std::size_t openDescriptors() {
-  std::size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-  return count;
 }
 
 long residentKilobytes() {
@@ -70,8 +63,7 @@ TEST(ManyRuns, LeaveNoZombieDescriptorOrMemoryBehind) {
   for (int i = 0; i < manyRuns; ++i) runOnce(&session);
   EXPECT_EQ(openDescriptors(), descriptors);
   EXPECT_LT(residentKilobytes() - resident, 4096);
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD);
+  EXPECT_TRUE(orrery::test::hasNoChildren());
 }
 
 /// Threads that hold the locks of the allocator, the log and the name service most of the time.

@@ -1,9 +1,7 @@
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -14,30 +12,22 @@
 #include <gtest/gtest.h>
 
 #include "orrery/platform/DzProcess.h"
-#include "orrery/platform/testing/test_backend.h"
 
+#include "support/backend_test.h"
+#include "support/children.h"
 #include "support/program.h"
 #include "support/temporary_directory.h"
 
 namespace {
 
-using orrery::platform::ScopedServices;
-using orrery::platform::testing::TestBackend;
+using orrery::test::openDescriptors;
 using orrery::test::readFile;
 using orrery::test::TemporaryDirectory;
 using orrery::test::waitUntil;
 
-class StartProcess : public testing::Test {
+class StartProcess : public orrery::test::BackendTest {
  protected:
-  ~StartProcess() override {
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left to be reaped";
-    EXPECT_EQ(errno, ECHILD);
-  }
-  static std::size_t openDescriptors() {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
-    return count;
-  }
+  ~StartProcess() override { EXPECT_TRUE(orrery::test::hasNoChildren()); }
   /// Runs a shell's text and gives what it wrote to its file "$out".
   std::string outcomeOf(const std::string& script) {
     const std::string out = place_ / "out";
@@ -48,8 +38,6 @@ class StartProcess : public testing::Test {
     return readFile(out);
   }
 
-  TestBackend backend_;
-  ScopedServices installed_{backend_.services()};
   TemporaryDirectory place_;
 };
 

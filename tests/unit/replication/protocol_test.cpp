@@ -298,21 +298,4 @@ TEST_F(ReplicationProtocol, ListThatTellsNothingIsRefused) {
   EXPECT_TRUE(partial && status == 7);
 }
 
-TEST_F(ReplicationProtocol, HoldersThatDiedAreReleased) {
-  const auto living = session();
-  ASSERT_EQ(living->StopSlave(), 0);
-  setCounter("3");
-  const auto keeper = session();
-  unsigned int count = 0;
-  EXPECT_EQ(keeper->ReadRunningBackups(count), 0);
-  EXPECT_EQ(count, 3U);
-  EXPECT_EQ(keeper->ReleaseStaleBackups(2, 0), 1) << "the counter changed since it was read";
-  EXPECT_EQ(keeper->ReleaseStaleBackups(3, 4), 0) << "more than are counted: nothing to release";
-  EXPECT_EQ(server() + counter(), "stopped3");
-  EXPECT_EQ(keeper->ReleaseStaleBackups(3, 1), 0);
-  EXPECT_EQ(server() + counter(), "stopped1") << "the living one still holds it";
-  EXPECT_EQ(keeper->ReleaseStaleBackups(1, 0), 0);
-  EXPECT_EQ(server() + counter(), "running0");
-}
-
 }  // namespace

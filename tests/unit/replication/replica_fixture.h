@@ -12,17 +12,17 @@
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 #include "orrery/platform/instance_properties.h"
-#include "orrery/platform/testing/test_backend.h"
 
 #include "replication/instance_lock.h"
+#include "support/backend_test.h"
 #include "support/children.h"
 #include "support/temporary_directory.h"
 
 namespace orrery::test {
 
-/// Sessions of library mode on a replica that is played by a file, see support/stand_in_replica.cpp. Waits take no
+/// Sessions of library mode on a replica that is played by a file, see support/client_library/stand_in.c. Waits take no
 /// time.
-class ReplicaTest : public testing::Test {
+class ReplicaTest : public BackendTest {
  protected:
   ReplicaTest() {
     backend_.setSetting("MySQL", "sLibPath", ORRERY_STAND_IN_REPLICA);
@@ -50,10 +50,6 @@ class ReplicaTest : public testing::Test {
     return std::filesystem::is_regular_file(files_.counter) ? readFile(files_.counter) : "none";
   }
   static bool exists(const std::string& path) { return std::filesystem::exists(path); }
-  bool logged(const std::string& text) {
-    const auto texts = backend_.log().texts();
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-  }
 
   struct Answer {
     int result;
@@ -69,8 +65,6 @@ class ReplicaTest : public testing::Test {
     return answer;
   }
 
-  platform::testing::TestBackend backend_;
-  platform::ScopedServices installed_{backend_.services()};
   const TemporaryDirectory folder_;
   const std::string server_ = folder_ / "server";
   platform::Id instance_ = 0;

@@ -1,9 +1,6 @@
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -11,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "session/session_fixture.h"
+#include "support/children.h"
 #include "support/temporary_directory.h"
 
 namespace {
@@ -112,19 +110,14 @@ TEST_F(DefaultsFile, ADirectoryThatCannotTakeItIsAFailure) {
 }
 
 TEST_F(DefaultsFile, ADiskWithoutRoomIsAFailureThatLeavesNoFile) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const rlimit none{0, 0};
-    std::signal(SIGXFSZ, SIG_IGN);
-    if (setrlimit(RLIMIT_FSIZE, &none) != 0) _exit(9);
-    GetMySqlInfo session;
-    const bool refused = session.Init(id()) == -1 && !session.bInitialized;
-    const bool told = backend_.log().contains("write failed, errno=[27],filename= [");
-    _exit((refused ? 0 : 1) + (told ? 0 : 2) + (backend_.leftovers().empty() ? 0 : 4));
+  GetMySqlInfo session;
+  {
+    const orrery::test::FullDisk full;
+    EXPECT_EQ(session.Init(id()), -1);
   }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(session.bInitialized);
+  EXPECT_TRUE(backend_.log().contains("write failed, errno=[27],filename= ["));
+  EXPECT_THAT(backend_.leftovers(), testing::IsEmpty());
 }
 
 TEST_F(DefaultsFile, WarnsOfAPasswordThatAnOptionFileDoesNotGiveBackWithoutShowingIt) {

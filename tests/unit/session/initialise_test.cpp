@@ -11,35 +11,54 @@ namespace property = orrery::platform::property;
 using orrery::platform::Status;
 using Initialise = orrery::test::SessionTest;
 
-TEST_F(Initialise, TakesEveryPropertyIntoItsMember) {
+TEST_F(Initialise, TakesEveryPropertyIntoItsMemberAndStopsAtOneThatCannotBeRead) {
+  using Member = std::string GetMySqlInfo::*;
+  const struct {
+    const char* key;
+    Member member;
+    const char* value;
+    const char* reader;
+  } table[] = {
+      {property::unixUser, &GetMySqlInfo::strUnixUser, "", "getMySqlUnixUser"},
+      {property::saUser, &GetMySqlInfo::strSaUser, "agent", "getSaUser"},
+      {property::version, &GetMySqlInfo::strVersion, "10.11", "getMySqlVersion"},
+      {property::saPassword, &GetMySqlInfo::strSaPassword, "sealed:secret", "getSaPassword"},
+      {property::ntUser, &GetMySqlInfo::strNTUser, "ntu ", "getNTUser"},
+      {property::ntPassword, &GetMySqlInfo::strNTPassword, "ntp", "getNTPassword"},
+      {property::socketFile, &GetMySqlInfo::strSocketFile, "/run/db1.sock", "getMySqlSocketFile"},
+      {property::binaryPath, &GetMySqlInfo::strBinaryPath, "/opt/db/bin", "getMySqlBinaryFilePath"},
+      {property::dataPath, &GetMySqlInfo::strDataPath, "/var/db1", "getMySqlDataFilePath"},
+      {property::configFile, &GetMySqlInfo::strConfigFile, "/etc/db1.cnf", "getMySqlConfigFile"},
+      {property::autoDiscovery, nullptr, "1", "getDbAutoDiscovery"},
+      {property::sslCa, &GetMySqlInfo::strSslCa, "/ca", "getMySqlSslCaPath"},
+      {property::sslKey, &GetMySqlInfo::strSslKey, "/key", "getMySqlSslKey"},
+      {property::sslCert, &GetMySqlInfo::strSslCert, "/cert", "getMySqlSslCert"},
+  };
   auto all = properties();
-  all[property::ntUser] = "ntu ";
-  all[property::ntPassword] = "ntp";
-  all[property::sslCa] = "/ca";
-  all[property::sslKey] = "/key";
-  all[property::sslCert] = "/cert";
+  for (const auto& row : table) all[row.key] = row.value;
   instance_ = backend_.addInstance("all", all);
   int rc = -1;
   GetMySqlInfo session(id(), rc);
   ASSERT_EQ(rc, 0);
-  EXPECT_TRUE(session.bInitialized);
-  EXPECT_EQ(session.strSaUser, "agent");
-  EXPECT_EQ(session.strSaPassword, "sealed:secret");
+  EXPECT_TRUE(session.bInitialized && session.bUseSsl);
   EXPECT_EQ(session.strPassword, "secret");
-  EXPECT_EQ(session.strVersion, "10.11");
-  EXPECT_EQ(session.strSocketFile, "/run/db1.sock");
-  EXPECT_EQ(session.strBinaryPath, "/opt/db/bin");
-  EXPECT_EQ(session.strDataPath, "/var/db1");
-  EXPECT_EQ(session.strConfigFile, "/etc/db1.cnf");
   EXPECT_EQ(session.strArchiveLogIndexFile, "/var/db1/binlog.index");
   EXPECT_EQ(session.iDbAutoDiscovery, 1);
   EXPECT_EQ(session.ulInstanceId, instance_);
   EXPECT_NE(session.ulClientId, 0U);
   EXPECT_EQ(session.strHost, "");
   EXPECT_EQ(session.iSessionMode, 2);
-  EXPECT_EQ(session.strNTUser + session.strNTPassword, "ntu ntp");
-  EXPECT_EQ(session.strSslCa + session.strSslKey + session.strSslCert, "/ca/key/cert");
-  EXPECT_TRUE(session.bUseSsl);
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.key);
+    EXPECT_TRUE(row.member == nullptr || session.*row.member == row.value);
+    backend_.failures().clear();
+    backend_.failures().failWhen("Inventory::readProperty", row.key, Status::failure("no"));
+    GetMySqlInfo stopped;
+    EXPECT_EQ(stopped.Init(id()), -1);
+    EXPECT_FALSE(stopped.bInitialized);
+    EXPECT_EQ(backend_.log().texts().back(), std::string("MySqlInstance::") + row.reader + " failed, retCode=[1]")
+        << "the first failure ends it";
+  }
 }
 
 TEST_F(Initialise, EveryRoadLeadsToTheSameSession) {
@@ -56,37 +75,6 @@ TEST_F(Initialise, EveryRoadLeadsToTheSameSession) {
   EXPECT_EQ(byEntity.Init(&entity), 0);
   EXPECT_EQ(byEntity.pMySqlInstance, nullptr) << "an entity given to Init stays the caller's";
   for (const GetMySqlInfo* session : {&byApplication, &later, &byEntity}) EXPECT_EQ(session->strPassword, "secret");
-}
-
-TEST_F(Initialise, AnUnreadablePropertyStopsItWithItsOwnMessage) {
-  const struct {
-    const char* key;
-    const char* message;
-  } table[] = {
-      {property::unixUser, "MySqlInstance::getMySqlUnixUser failed, retCode=[1]"},
-      {property::saUser, "MySqlInstance::getSaUser failed, retCode=[1]"},
-      {property::version, "MySqlInstance::getMySqlVersion failed, retCode=[1]"},
-      {property::saPassword, "MySqlInstance::getSaPassword failed, retCode=[1]"},
-      {property::ntUser, "MySqlInstance::getNTUser failed, retCode=[1]"},
-      {property::ntPassword, "MySqlInstance::getNTPassword failed, retCode=[1]"},
-      {property::socketFile, "MySqlInstance::getMySqlSocketFile failed, retCode=[1]"},
-      {property::binaryPath, "MySqlInstance::getMySqlBinaryFilePath failed, retCode=[1]"},
-      {property::dataPath, "MySqlInstance::getMySqlDataFilePath failed, retCode=[1]"},
-      {property::configFile, "MySqlInstance::getMySqlConfigFile failed, retCode=[1]"},
-      {property::autoDiscovery, "MySqlInstance::getDbAutoDiscovery failed, retCode=[1]"},
-      {property::sslCa, "MySqlInstance::getMySqlSslCaPath failed, retCode=[1]"},
-      {property::sslKey, "MySqlInstance::getMySqlSslKey failed, retCode=[1]"},
-      {property::sslCert, "MySqlInstance::getMySqlSslCert failed, retCode=[1]"},
-  };
-  for (const auto& row : table) {
-    backend_.failures().clear();
-    backend_.log().clear();
-    backend_.failures().failWhen("Inventory::readProperty", row.key, Status::failure("no"));
-    GetMySqlInfo session;
-    EXPECT_EQ(session.Init(id()), -1) << row.key;
-    EXPECT_FALSE(session.bInitialized);
-    EXPECT_EQ(backend_.log().texts().back(), row.message) << "the first failure ends it";
-  }
 }
 
 TEST_F(Initialise, GoesOnWithoutABinaryLogIndex) {
@@ -155,9 +143,7 @@ TEST_F(Initialise, UsesTlsForACaOrForAKeyWithItsCertificate) {
 }
 
 TEST_F(Initialise, ASecondServerTakesNothingOverFromTheFirst) {
-  auto properties = this->properties();
-  properties[property::socketFile] = "10.0.0.5:3306";
-  const long overTcp = static_cast<long>(backend_.addInstance("tcp", properties));
+  const long overTcp = add("10.0.0.5:3306");
   GetMySqlInfo session;
   ASSERT_EQ(session.Init(overTcp), 0);
   ASSERT_EQ(session.Init(id()), 0);
@@ -194,33 +180,20 @@ TEST_F(Initialise, FromARecordWritesNoFileAndOpensNoPassword) {
   EXPECT_TRUE(logged("unlink of [] file failed with errno=[2]")) << "the end of such a session only logs that";
 }
 
-class CloudInstance : public Initialise {
- protected:
-  long add(const std::string& socket) {
-    orrery::platform::Id client = 0;
-    EXPECT_TRUE(backend_.services()->inventory->putClient("cloud" + socket, 1, client).ok());
-    client_ = client;
-    auto properties = this->properties();
-    properties[property::socketFile] = socket;
-    return static_cast<long>(backend_.addInstance(client, "c" + socket, properties));
-  }
-  orrery::platform::Id client_ = 0;
-};
+using CloudInstance = Initialise;
 
 TEST_F(CloudInstance, UsesTheProxyMachinesClients) {
-  const long id = add("10.1.1.1:3306");
-  backend_.setProxyDirectory(client_, 104, "10.11", "/proxy/bin");
   GetMySqlInfo session;
-  EXPECT_EQ(session.Init(id), 0);
+  EXPECT_EQ(session.Init(addCloud("10.1.1.1:3306")), 0);
   EXPECT_EQ(session.strBinaryPath, "/proxy/bin");
 }
 
 TEST_F(CloudInstance, NeedsAnAddressAndADirectory) {
   GetMySqlInfo session;
-  EXPECT_EQ(session.Init(add("/run/x.sock")), -1);
+  EXPECT_EQ(session.Init(addCloud("/run/x.sock")), -1);
   EXPECT_EQ(backend_.log().texts().back(), "The socket is not in the format IP:Port");
 
-  const long id = add("10.1.1.2:3306");
+  const long id = addCloud("10.1.1.2:3306", "");
   const std::string failed = "Error: Unable to fetch DB Install Directory on proxy machine";
   EXPECT_EQ(session.Init(id), -1) << "no directory is known";
   EXPECT_EQ(backend_.log().texts().back(), failed);
@@ -238,8 +211,8 @@ TEST_F(CloudInstance, NeedsAnAddressAndADirectory) {
 }
 
 TEST_F(CloudInstance, LookUpIsRememberedForOneClientFailuresIncluded) {
-  const unsigned long cloud = (add("10.1.1.3:3306"), client_);
-  const unsigned long other = (add("10.1.1.4:3306"), client_);
+  const unsigned long cloud = (addCloud("10.1.1.3:3306"), cloudClient_);
+  const unsigned long other = (addCloud("10.1.1.4:3306"), cloudClient_);
   GetMySqlInfo session;
   EXPECT_TRUE(session.IsCloudDBInstance(cloud));
   const auto asked = backend_.failures().calls("Inventory::findClient");

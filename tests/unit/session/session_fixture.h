@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <map>
 #include <string>
 
@@ -9,13 +8,14 @@
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/instance_properties.h"
-#include "orrery/platform/testing/test_backend.h"
+
+#include "support/backend_test.h"
 
 namespace orrery::test {
 
 /// A session's surroundings in memory, with one complete instance. Its accounts and programs do not exist: what needs
 /// them for real lies in other tests.
-class SessionTest : public testing::Test {
+class SessionTest : public BackendTest {
  protected:
   SessionTest() { instance_ = backend_.addInstance("db1", properties()); }
   ~SessionTest() override { EXPECT_THAT(backend_.leftovers(), testing::IsEmpty()) << "a session left its file behind"; }
@@ -33,14 +33,23 @@ class SessionTest : public testing::Test {
             {property::autoDiscovery, "1"}};
   }
   long id() const { return static_cast<long>(instance_); }
-  bool logged(const std::string& text) {
-    const auto texts = backend_.log().texts();
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
+  /// An instance reached over this socket or address.
+  long add(const std::string& socket, platform::Id client = 0) {
+    auto properties = this->properties();
+    properties[platform::property::socketFile] = socket;
+    const std::string name = "at " + socket;
+    return static_cast<long>(client == 0 ? backend_.addInstance(name, properties)
+                                         : backend_.addInstance(client, name, properties));
+  }
+  /// A cloud database's instance, with a client of its own, and its proxy's folder of clients; empty: there is none.
+  long addCloud(const std::string& socket, const std::string& clients = "/proxy/bin") {
+    EXPECT_TRUE(backend_.services()->inventory->putClient("cloud " + socket, 1, cloudClient_).ok());
+    backend_.setProxyDirectory(cloudClient_, platform::property::applicationTypeMySql, "", clients);
+    return add(socket, cloudClient_);
   }
 
-  platform::testing::TestBackend backend_;
-  platform::ScopedServices installed_{backend_.services()};
   platform::Id instance_ = 0;
+  platform::Id cloudClient_ = 0;  // of the last one
 };
 
 }  // namespace orrery::test

@@ -11,8 +11,6 @@
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 
-#include "session/session_fixture.h"
-
 namespace {
 
 template <class Member>
@@ -103,58 +101,6 @@ TEST(Slots, OfLibraryModeAreItsOwnButForSix) {
     const int slot = static_cast<int>(i) + 1;
     EXPECT_EQ(ofBase[i] == ofDerived[i], kept.count(slot) == 1) << "slot " << slot;
   }
-}
-
-using SlotsThroughABasePointer = orrery::test::SessionTest;
-
-TEST_F(SlotsThroughABasePointer, ReachTheBaseWhereLibraryModeKeepsIt) {
-  GetMySqlInfoExt session;
-  GetMySqlInfo* const base = &session;
-  std::map<std::string, std::string> paths;
-  std::string db = "/d";
-  bool present = false;
-  base->FindAllDatabasePaths(paths);
-  base->CheckDBPresence(db, present);
-  base->recoverTable("d", "t", "p", "x");
-  for (const auto& line : backend_.log().entries()) {
-    EXPECT_EQ(line.tag.find("GetMySqlInfoExt"), std::string::npos) << line.tag;
-  }
-  EXPECT_FALSE(backend_.log().entries().empty());
-  base->PingServer();
-  EXPECT_EQ(backend_.log().entries().back().tag, "GetMySqlInfoExt::PingServer");
-}
-
-int destroyed = 0;
-
-class Watched : public GetMySqlInfo {
- public:
-  ~Watched() override { ++destroyed; }
-  static void* operator new(std::size_t size) { return ::operator new(size); }
-  static void operator delete(void* memory) { ++freed, ::operator delete(memory); }
-  static int freed;
-};
-int Watched::freed = 0;
-
-// The complete destructor leaves the memory, the deleting one frees it.
-TEST(Slots, OneAndTwoAreTheDestructors) {
-  using Destructor = void (*)(void*);
-  const auto slot = [](GetMySqlInfo* object, int index) {
-    Destructor* table = nullptr;
-    std::memcpy(&table, static_cast<void*>(object), sizeof(table));
-    return table[index];
-  };
-  destroyed = 0;
-  Watched::freed = 0;
-  auto* first = static_cast<GetMySqlInfo*>(::new (::operator new(sizeof(Watched))) Watched);
-  slot(first, 0)(first);
-  EXPECT_EQ(destroyed, 1);
-  EXPECT_EQ(Watched::freed, 0);
-  ::operator delete(static_cast<void*>(first));
-
-  GetMySqlInfo* second = new Watched;
-  slot(second, 1)(second);
-  EXPECT_EQ(destroyed, 2);
-  EXPECT_EQ(Watched::freed, 1);
 }
 
 }  // namespace
