@@ -62,6 +62,9 @@ void BackupJob::addCause(std::uint32_t code, const std::vector<std::string>& arg
 
 void BackupJob::complete(DZJobStatus status) {
   isComplete_ = true;
+  if (status != DZJobStatus::failed) {
+    require(context_.services().jobs->setProgress(id_, 100), "the job's progress cannot be told");
+  }
   if (client_.complete(status, DZJobStatusFor::job, 0, 0)) return;
   throw Failure("the end of the job " + std::to_string(id_) + " is not recorded", context_.lastWords());
 }

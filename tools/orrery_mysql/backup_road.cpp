@@ -154,6 +154,10 @@ void runBackup(Context& context, const BackupRequest& request) {
     const bool isWhole = manifest.missing.empty() || manifest.level == 2;
     job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
     if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
+    if (manifest.databases.empty()) {
+      context.note("the subclient " + manifest.subclient.name + " has no database to protect; orrery-mysql databases add " +
+                   manifest.instance.name + " puts some into its content");
+    }
     printManifest(context, manifest, path);
   } catch (const Interrupted&) {
     job.addCause(wasInterrupted, {::strsignal(interruptSignal()), job.stepText()});

@@ -68,7 +68,7 @@ void show(Context& context, const Arguments& arguments) {
   Json document;
   document["instance"] = server.instance();
   document["databases"] = Json::array();
-  Table table({"DATABASE", "SIZE", "CREATED", "INNODB ONLY", "DIRECTORY"});
+  Table table({"DATABASE", "SIZE", "CREATED", "INNODB ONLY", "FILE NAME"});
   for (const std::string& name : chosenNames(server, arguments.databases)) {
     unsigned long long size = 0;
     std::string created;
@@ -77,13 +77,13 @@ void show(Context& context, const Arguments& arguments) {
     server.run(what, [&](GetMySqlInfo& session) { return session.getDBProps(name, created, size); });
     server.run(what, [&](GetMySqlInfo& session) { return session.isUsesInnoDBEngine(name, innoDbOnly); });
     const bool isDated = !created.empty() && created != "0" && created != "NULL";
-    const std::string directory = (*server).getMySqlHexName(name);
+    const std::string fileName = (*server).getMySqlHexName(name);
     document["databases"].push_back({{"name", name},
                                      {"size", size},
                                      {"created", isDated ? Json(created) : Json(nullptr)},
                                      {"innodb_only", innoDbOnly},
-                                     {"directory", directory}});
-    table.add({name, std::to_string(size), isDated ? created : "-", innoDbOnly ? "yes" : "no", directory});
+                                     {"file_name", fileName}});
+    table.add({name, std::to_string(size), isDated ? created : "-", innoDbOnly ? "yes" : "no", fileName});
   }
   context.print(document, table);
 }

@@ -2,10 +2,11 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <exception>
 #include <utility>
 
-#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlHelperClassesExt.h"
 
 #include "failure.h"
 #include "interrupt.h"
@@ -17,6 +18,13 @@ namespace {
 
 constexpr int noReplica = 100;
 constexpr int heldByBackup = 99;
+constexpr int mostAttempts = 5;
+constexpr std::int64_t betweenAttempts = 1000;  // milliseconds
+
+/// A number of the client library's own (errmsg.h): the server was not reached.
+bool isClientError(int number) {
+  return number >= 2000 && number < 3000;
+}
 
 /// Clients tell of a server that is no replica only by an empty answer, which the session reports as a failure.
 bool answersNothing(GetMySqlInfo& session) {
@@ -98,9 +106,8 @@ void HeldReplica::setCommand(pid_t command) {
 
 void HeldReplica::letGo() {
   const Finishing toTheEnd;
-  (*server_).clearErrors();
   // The result alone does not tell: a counter that cannot be read or lowered is no failure to a backup that ends.
-  if (std::exchange(isStopped_, false) && ((*server_).StartSlave() != 0 || !(*server_).strErrorString.empty())) {
+  if (std::exchange(isStopped_, false) && (start() != 0 || !(*server_).strErrorString.empty())) {
     isEntered_ = false;  // the entry stays and tells who left the counter raised
     const std::string& name = server_.instance();
     throw Failure("the replica of " + name + " is not let go", onOneLine((*server_).strErrorString),
@@ -108,6 +115,18 @@ void HeldReplica::letGo() {
   }
   if (!std::exchange(isEntered_, false)) return;
   require(context_.services().holders->remove(entry_), "the holder of the replica cannot be forgotten");
+}
+
+/// A connection that is lost just then is made again: nobody else will start this replica.
+int HeldReplica::start() {
+  auto& session = static_cast<GetMySqlInfoExt&>(*server_);
+  for (int attempt = 1;; ++attempt) {
+    session.clearErrors();
+    const int rc = session.StartSlave();
+    if (rc == 0 || !isClientError(session.iErrorCode) || attempt == mostAttempts) return rc;
+    session.Disconnect();
+    context_.services().clock->sleep(betweenAttempts);
+  }
 }
 
 }  // namespace orrery::tool

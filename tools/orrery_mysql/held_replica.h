@@ -42,6 +42,7 @@ class HeldReplica {
 
  private:
   void enter(const std::string& commandLine);
+  int start();
 
   Context& context_;
   ServerSession& server_;

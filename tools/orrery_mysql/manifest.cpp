@@ -43,7 +43,10 @@ Json databasesOf(const Manifest& manifest) {
   Json document;
   document["protect"] = Json::array();
   for (const std::string& name : manifest.databases) {
-    document["protect"].push_back({{"name", name}, {"directory", names.getMySqlHexName(name)}});
+    const std::string directory = names.getMySqlHexName(name);
+    // Servers spell some letters outside ASCII in a way of their own: no name is better than one that is not there.
+    const bool exists = kindOf(manifest.paths.dataDirectory + "/" + directory) == FileKind::directory;
+    document["protect"].push_back({{"name", name}, {"directory", exists ? Json(directory) : Json(nullptr)}});
   }
   document["added"] = manifest.added;
   document["removed"] = manifest.removed;
