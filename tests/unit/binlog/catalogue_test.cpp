@@ -72,7 +72,7 @@ class Catalogue : public LibraryModeTest, public testing::WithParamInterface<Mod
   }
   std::string byClient() const {
     const std::string file = folder_ / "asked";
-    const std::string text = ::access(file.c_str(), F_OK) == 0 ? readFile(file) : "";
+    std::string text = ::access(file.c_str(), F_OK) == 0 ? readFile(file) : "";
     ::unlink(file.c_str());
     return text;
   }
