@@ -110,4 +110,31 @@ void CommandTest::addServer(const std::string& name, const MariaDbSandbox& serve
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
 }
 
+void ReplicaPairTest::SetUpTestSuite() {
+  primary_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.tcp = true, .logBin = true});
+  replica_ =
+      std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.logBin = true, .replicaOf = primary_->directory()});
+}
+
+void ReplicaPairTest::TearDownTestSuite() {
+  replica_.reset();
+  primary_.reset();
+}
+
+void ReplicaPairTest::SetUp() {
+  CommandTest::SetUp();
+  addServer("primary", *primary_);
+  addServer("db", *replica_);
+  ASSERT_TRUE(waitUntil(runs)) << replica_->execute("show slave status");
+}
+
+std::string ReplicaPairTest::counter() const {
+  const std::string file = home() + "/tmp/Instance_2_RunningBkpUps";
+  return std::filesystem::exists(file) ? readFile(file) : "0";
+}
+
+bool ReplicaPairTest::runs() {
+  return replica_->execute("select count(*) from information_schema.processlist where command like 'Slave_%'") == "2\n";
+}
+
 }  // namespace orrery::test

@@ -69,4 +69,23 @@ class ServerTest : public CommandTest {
   static inline std::unique_ptr<MariaDbSandbox> server_;
 };
 
+/// The same with a primary and its replica for all tests of the program, as "primary" and, with id 2, "db".
+class ReplicaPairTest : public CommandTest {
+ protected:
+  static void SetUpTestSuite();
+  static void TearDownTestSuite();
+  void SetUp() override;
+
+  static MariaDbSandbox& primary() { return *primary_; }
+  static MariaDbSandbox& replica() { return *replica_; }
+  /// Whether both threads of the replica run.
+  static bool runs();
+  /// What the counter of those who hold the replica says; "0" also before the first of them.
+  std::string counter() const;
+
+ private:
+  static inline std::unique_ptr<MariaDbSandbox> primary_;
+  static inline std::unique_ptr<MariaDbSandbox> replica_;
+};
+
 }  // namespace orrery::test

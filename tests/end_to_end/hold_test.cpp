@@ -11,32 +11,12 @@
 namespace orrery::test {
 namespace {
 
-class HoldTest : public CommandTest {
+class HoldTest : public ReplicaPairTest {
  protected:
-  static void SetUpTestSuite() {
-    primary_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.tcp = true, .logBin = true});
-    replica_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.replicaOf = primary_->directory()});
-  }
-  static void TearDownTestSuite() {
-    replica_.reset();
-    primary_.reset();
-  }
-  void SetUp() override {
-    CommandTest::SetUp();
-    addServer("primary", *primary_);
-    addServer("db", *replica_);
-    ASSERT_TRUE(waitUntil(runs)) << replica_->execute("show slave status");
-  }
-
-  static bool runs() {
-    return replica_->execute("select count(*) from information_schema.processlist where command like 'Slave_%'") ==
-           "2\n";
-  }
   std::vector<std::string> hold(std::vector<std::string> words) const {
     words.insert(words.begin(), {"--access", "auto", "replica", "hold", "db", "--"});
     return words;
   }
-  std::string counter() const { return readFile(home() + "/tmp/Instance_2_RunningBkpUps"); }
   Json status() const { return runJson({"replica", "status", "db"}); }
   /// A command that tells that it runs and goes on until it is told to end.
   std::vector<std::string> untilTold() const {
@@ -45,8 +25,6 @@ class HoldTest : public CommandTest {
 
   const std::string running_ = directory_ / "running";
   const std::string end_ = directory_ / "end";
-  static inline std::unique_ptr<MariaDbSandbox> primary_;
-  static inline std::unique_ptr<MariaDbSandbox> replica_;
 };
 
 TEST_F(HoldTest, TheCommandsArgumentsOutputAndExitStatusAreItsOwn) {
@@ -170,10 +148,10 @@ TEST_F(HoldTest, AHolderThatIsKilledIsClearedOnceItsCommandHasEnded) {
 
 TEST_F(HoldTest, WhatIsNoRunningReplicaIsNotHeld) {
   EXPECT_TRUE(failedWith(run({"--access", "library", "replica", "hold", "primary", "--", "true"}), "is no replica"));
-  replica_->execute("stop slave");
+  replica().execute("stop slave");
   EXPECT_TRUE(failedWith(run(hold({"true"})), "replication does not run there"));
   EXPECT_EQ(status()["replication"], "stopped");
-  replica_->execute("start slave");
+  replica().execute("start slave");
 }
 
 }  // namespace

@@ -155,8 +155,9 @@ void runBackup(Context& context, const BackupRequest& request) {
     job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
     if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
     if (manifest.databases.empty()) {
-      context.note("the subclient " + manifest.subclient.name + " has no database to protect; orrery-mysql databases add " +
-                   manifest.instance.name + " puts some into its content");
+      context.note("the subclient " + manifest.subclient.name +
+                   " has no database to protect; orrery-mysql databases add " + manifest.instance.name +
+                   " puts some into its content");
     }
     printManifest(context, manifest, path);
   } catch (const Interrupted&) {

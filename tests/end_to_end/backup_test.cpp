@@ -1,0 +1,225 @@
+// orrery-mysql backup and job: the whole road on a real replica, and every way in which it can end early.
+
+#include <signal.h>
+
+#include <filesystem>
+
+#include "command_fixture.h"
+#include "support/statement_gate.h"
+
+namespace orrery::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class BackupTest : public ReplicaPairTest {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(waitUntil(runs)) << "a backup never leaves a replica stopped";
+    EXPECT_EQ(counter(), "0");
+    EXPECT_THAT(runJson({"replica", "status", "db"})["holders"], IsEmpty());
+    for (const std::string& name : namesIn(home() + "/tmp")) EXPECT_THAT(name, testing::Not(HasSubstr("mycnf")));
+    primary().execute("drop database if exists shop");
+  }
+
+  static std::vector<std::string> backup(std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"--access", "library", "backup", "db"});
+    return more;
+  }
+  Json job(int id) const { return runJson({"job", "show", std::to_string(id)}); }
+  std::string manifestPath(int id) const { return home() + "/results/manifests/job-" + std::to_string(id) + ".json"; }
+  std::vector<std::string> manifests() const {
+    const std::string folder = home() + "/results/manifests";
+    return std::filesystem::exists(folder) ? namesIn(folder) : std::vector<std::string>();
+  }
+  static void makeOnBoth(const std::string& database) {
+    primary().execute("create database " + database + "; create table " + database + ".t (a int)");
+    ASSERT_TRUE(waitUntil([&] { return replica().execute("show databases like '" + database + "'") != ""; }));
+  }
+};
+
+TEST_F(BackupTest, FindsWhatToProtectWhileTheReplicaIsHeld) {
+  makeOnBoth("shop");
+  ASSERT_EQ(run({"instance", "set", "db", "--auto-discovery", "on"}).exitStatus, 0);
+  ASSERT_EQ(run({"databases", "add", "db", "gone"}).exitStatus, 0);
+  const std::string firstLog = replica().execute("show master status").substr(0, 20);
+  const Json printed = runJson(backup());
+
+  EXPECT_EQ(printed["access"], "library");
+  EXPECT_EQ(printed["replication"]["state"], "held");
+  EXPECT_NE(printed["replication"]["held_until"], nullptr);
+  EXPECT_THAT(printed["replication"]["primary_log"].get<std::string>(), HasSubstr("bin.0"));
+  EXPECT_GT(printed["replication"]["primary_position"], 0);
+  EXPECT_EQ(printed["databases"]["added"], Json({"mysql", "shop", "sys"}));
+  EXPECT_EQ(printed["databases"]["missing"], Json({"gone"}));
+  EXPECT_EQ(printed["databases"]["protect"].size(), 3U);
+  EXPECT_EQ(printed["databases"]["protect"][1], Json({{"name", "shop"}, {"directory", "shop"}}));
+  EXPECT_EQ(printed["paths"][0]["kind"], "data_directory");
+  EXPECT_EQ(printed["paths"][0]["path"], replica().dataDirectory() + "/");
+  EXPECT_EQ(printed["paths"][0]["owner"], replica().account());
+  EXPECT_EQ(printed["binary_logs"]["logs"].size(), 1U);
+  EXPECT_EQ(replica().execute("show master status").find(printed["binary_logs"]["logs"][0]), std::string::npos)
+      << "rotated after the list: " << firstLog;
+
+  Json written = Json::parse(readFile(manifestPath(1)));
+  EXPECT_EQ(written["format"], "orrery-mysql-manifest");
+  written["file"] = manifestPath(1);
+  EXPECT_EQ(written, printed);
+  EXPECT_EQ(job(1)["state"], "completed with errors");
+  EXPECT_EQ(job(1)["failed_files"], 1);
+  EXPECT_EQ(job(1)["progress"], 100);
+  EXPECT_EQ(job(1)["events"][0]["code"], "0x5700001c");
+
+  // The next one knows the databases; what discovery added goes with its database, in silence for the user's own.
+  ASSERT_EQ(run({"databases", "remove", "db", "gone"}).exitStatus, 0);
+  primary().execute("drop database shop");
+  ASSERT_TRUE(waitUntil([&] { return replica().execute("show databases like 'shop'").empty(); }));
+  const Json second = runJson(backup({"--level", "incremental"}));
+  EXPECT_THAT(second["databases"]["added"], IsEmpty());
+  EXPECT_EQ(second["databases"]["removed"], Json({"shop"}));
+  EXPECT_EQ(job(2)["state"], "succeeded");
+  EXPECT_EQ(job(2)["events"][0]["code"], "0x57000020");
+  EXPECT_EQ(runJson({"databases", "content", "db"})["databases"].size(), 2U);
+}
+
+struct Moment {
+  const char* statement;  ///< about to go to the server
+  const char* step;       ///< that the job names when it fails just then
+  const char* next;       ///< that it names when it is asked to end just then
+};
+const Moment moments[] = {
+    {"STOP SLAVE", "hold the replica", "hold the replica"},
+    {"SHOW DATABASES", "reconcile the databases", "reconcile the databases"},
+    {"'datadir'", "find the data paths", "find the data paths"},
+    {"FLUSH LOGS", "rotate and list the binary logs", "rotate and list the binary logs"},
+    {"START SLAVE", "let the replica go", "write the manifest"},
+};
+
+class GatedBackupTest : public BackupTest {
+ protected:
+  /// Runs a backup through a gate that does `act` at the moment; `pid` is the backup's then.
+  ProgramResult runThrough(const Moment& moment, const std::function<StatementGate::Then(pid_t pid)>& act) {
+    std::atomic<pid_t> pid{0};
+    StatementGate gate(directory_ / "gate.sock", replica().socket(), moment.statement, [&] {
+      while (pid == 0) {
+      }
+      return act(pid);
+    });
+    EXPECT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
+    RunningProgram program(commandLine(home(), backup()));
+    pid = program.pid();
+    ProgramResult result = program.wait();
+    EXPECT_TRUE(gate.wasSeen()) << result.errors;
+    EXPECT_EQ(run({"instance", "set", "db", "--socket", replica().socket()}).exitStatus, 0);
+    return result;
+  }
+};
+
+TEST_F(GatedBackupTest, AnInterruptAtAnyStepLetsTheReplicaGoAndTheJobSaysSo) {
+  int id = 0;
+  for (const Moment& moment : moments) {
+    SCOPED_TRACE(moment.statement);
+    const ProgramResult result = runThrough(moment, [](pid_t pid) {
+      ::kill(pid, SIGTERM);
+      return StatementGate::Then::handOn;
+    });
+    EXPECT_EQ(result.signal, SIGTERM);
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(waitUntil(runs));
+    EXPECT_EQ(counter(), "0");
+    const Json ended = job(++id);
+    EXPECT_EQ(ended["state"], "failed");
+    ASSERT_EQ(ended["causes"].size(), 1U) << ended;
+    EXPECT_EQ(ended["causes"][0]["code"], "0x570000f2");
+    EXPECT_THAT(ended["causes"][0]["text"].get<std::string>(), HasSubstr(std::string("'") + moment.next + "'"));
+  }
+  EXPECT_THAT(manifests(), IsEmpty());
+}
+
+TEST_F(GatedBackupTest, AConnectionThatBreaksAtAnyStepLetsTheReplicaGoAndTheJobSaysSo) {
+  int id = 0;
+  for (const Moment& moment : moments) {
+    SCOPED_TRACE(moment.statement);
+    const bool isLetGo = moment.statement == std::string("START SLAVE");
+    const ProgramResult result = runThrough(moment, [](pid_t) { return StatementGate::Then::breakConnection; });
+    EXPECT_TRUE(waitUntil(runs));
+    const Json ended = job(++id);
+    // A connection that is lost while the replica is let go is made again; the client library may do so by itself in
+    // other steps.
+    if (result.exitStatus == 0) {
+      EXPECT_EQ(ended["state"], "succeeded");
+      continue;
+    }
+    EXPECT_FALSE(isLetGo) << result.errors;
+    EXPECT_EQ(ended["state"], "failed");
+    ASSERT_FALSE(ended["causes"].empty()) << ended;
+    EXPECT_THAT(ended["causes"].back()["text"].get<std::string>(), HasSubstr(moment.step));
+    EXPECT_THAT(result.errors, HasSubstr(moment.step));
+  }
+}
+
+TEST_F(GatedBackupTest, AJobThatIsAskedToStopDoesSo) {
+  const ProgramResult result = runThrough(moments[1], [this](pid_t) {
+    EXPECT_EQ(run({"job", "stop", "1"}).exitStatus, 0);
+    EXPECT_EQ(job(1)["state"], "running");
+    return StatementGate::Then::handOn;
+  });
+  EXPECT_TRUE(failedWith(result, "job 1: the job was asked to stop"));
+  EXPECT_EQ(job(1)["causes"][0]["code"], "0x570000f3");
+  EXPECT_TRUE(failedWith(run({"job", "stop", "1"}), "it has ended: failed"));
+}
+
+TEST_F(GatedBackupTest, AKilledBackupIsSeenToHaveDiedAndItsHoldIsReleased) {
+  const ProgramResult result = runThrough(moments[1], [](pid_t pid) {
+    ::kill(pid, SIGKILL);
+    return StatementGate::Then::handOn;
+  });
+  EXPECT_EQ(result.signal, SIGKILL);
+  EXPECT_EQ(job(1)["state"], "died");
+  EXPECT_FALSE(runs());
+  EXPECT_EQ(run({"--access", "library", "replica", "release", "--stale", "--yes", "db"}).exitStatus, 0);
+}
+
+TEST_F(BackupTest, OfAReplicaThatStandsStillLeavesItSo) {
+  replica().execute("stop slave");
+  const ProgramResult result = run(backup());
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_THAT(result.errors, HasSubstr("replication does not run on db; it is left as it is"));
+  EXPECT_FALSE(runs());
+  EXPECT_EQ(Json::parse(readFile(manifestPath(1)))["replication"]["state"], "stopped");
+  replica().execute("start slave");
+}
+
+TEST_F(BackupTest, WithoutAReplicaOrInCommandModeHoldsNothing) {
+  for (const char* access : {"command", "library"}) {
+    const Json printed = runJson({"--access", access, "backup", "primary"});
+    EXPECT_EQ(printed["access"], access);
+    EXPECT_EQ(printed["replication"]["state"], "no replica");
+    EXPECT_EQ(printed["replication"]["held_from"], nullptr);
+  }
+  const ProgramResult refused = run({"--access", "command", "backup", "db"});
+  EXPECT_TRUE(failedWith(refused,
+                         "in the step 'hold the replica': the replica of db is not held: replicas are held in "
+                         "library mode only"));
+  EXPECT_EQ(job(3)["causes"][0]["code"], "0x570000f1");
+}
+
+TEST_F(BackupTest, ThatCannotWriteItsManifestFailsWithoutHalfOfIt) {
+  std::filesystem::create_directories(manifestPath(1) + ".new/x");
+  EXPECT_TRUE(failedWith(run(backup()), "in the step 'write the manifest'"));
+  EXPECT_THAT(manifests(), ElementsAre("job-1.json.new"));
+  EXPECT_EQ(job(1)["state"], "failed");
+}
+
+TEST_F(BackupTest, RefusesWhatItCannotDoWithoutAJob) {
+  EXPECT_TRUE(failedWith(run(backup({"--subclient", "none"})), "the instance db has no subclient none"));
+  ASSERT_EQ(run({"instance", "set", "db", "--meb", "on"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(run(backup()), "enterprise backups are not offered by this version"));
+  EXPECT_THAT(runJson({"job", "list"})["jobs"], IsEmpty());
+  EXPECT_TRUE(failedWith(run({"job", "show", "7"}), "there is no job 7"));
+}
+
+}  // namespace
+}  // namespace orrery::test

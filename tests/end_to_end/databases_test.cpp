@@ -1,0 +1,100 @@
+// orrery-mysql databases, instance subclient, paths and encode-name on a real server and a real store.
+
+#include <filesystem>
+
+#include "command_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+
+class DatabasesTest : public ServerTest {
+ protected:
+  void SetUp() override {
+    ServerTest::SetUp();
+    addServer();
+    server().execute("create database if not exists shop; create or replace table shop.t (a int) engine=MyISAM");
+  }
+  Json content(const std::string& subclient) const {
+    return runJson({"databases", "content", "db", "--subclient", subclient})["databases"];
+  }
+};
+
+TEST_F(DatabasesTest, AreListedAndShownAlikeInBothModes) {
+  const std::string created = server().execute(
+      "create database if not exists `it's\\%_.-\xc3\xbc`; select create_time from information_schema.tables where "
+      "table_schema = 'shop'");
+  for (const char* access : {"command", "library"}) {
+    SCOPED_TRACE(access);
+    const Json listed = runJson({"--access", access, "databases", "list", "db"});
+    EXPECT_THAT(listed["databases"], Contains("shop"));
+    EXPECT_THAT(listed["databases"], Contains("it's\\%_.-\xc3\xbc"));
+    const Json shown =
+        runJson({"--access", access, "databases", "show", "db", "shop", "it's\\%_.-\xc3\xbc"})["databases"];
+    ASSERT_EQ(shown.size(), 2U);
+    EXPECT_EQ(shown[0]["created"].get<std::string>() + "\n", created);
+    EXPECT_EQ(shown[0]["innodb_only"], false);
+    EXPECT_EQ(shown[1]["size"], 0);
+    EXPECT_EQ(shown[1]["created"], nullptr);
+    EXPECT_EQ(shown[1]["file_name"], "it@0027s@005c@0025_@002e@002d@00fc");
+    EXPECT_TRUE(failedWith(run({"--access", access, "databases", "show", "db", "sho_"}), "there is no database sho_"));
+  }
+}
+
+TEST_F(DatabasesTest, ThePlanTellsAndChangesNothing) {
+  ASSERT_EQ(run({"databases", "add", "db", "gone", "shop"}).exitStatus, 0);
+  for (const char* access : {"command", "library"}) {
+    SCOPED_TRACE(access);
+    const ProgramResult noted = run({"--access", access, "databases", "plan", "db"});
+    EXPECT_THAT(noted.errors, HasSubstr("--auto-discovery on"));
+    Json plan = runJson({"--access", access, "databases", "plan", "db"});
+    EXPECT_EQ(plan["valid"], Json({"shop"}));
+    EXPECT_EQ(plan["missing"], Json({"gone"}));
+    ASSERT_EQ(run({"instance", "set", "db", "--auto-discovery", "on"}).exitStatus, 0);
+    plan = runJson({"--access", access, "databases", "plan", "db"});
+    EXPECT_THAT(plan["new"], Contains("mysql"));
+    EXPECT_THAT(plan["new"], testing::Not(Contains("shop")));
+    ASSERT_EQ(run({"instance", "set", "db", "--auto-discovery", "off"}).exitStatus, 0);
+  }
+  EXPECT_EQ(content("default").size(), 2U);
+}
+
+TEST_F(DatabasesTest, ContentBelongsToSubclients) {
+  ASSERT_EQ(run({"instance", "subclient", "add", "db", "night"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(run({"instance", "subclient", "add", "db", "night"}), "night already"));
+  ASSERT_EQ(run({"databases", "add", "db", "shop", "a/b"}).exitStatus, 0);
+  const ProgramResult twice = run({"databases", "add", "db", "--subclient", "night", "shop"});
+  EXPECT_THAT(twice.errors, HasSubstr("in the content of the subclient default as well"));
+  EXPECT_EQ(content("night").size(), 1U);
+  EXPECT_EQ(content("night")[0]["auto_discovered"], false);
+
+  EXPECT_TRUE(failedWith(run({"databases", "remove", "db", "shop", "none"}), "none is not in the content"));
+  EXPECT_EQ(content("default").size(), 2U) << "all or nothing";
+  EXPECT_EQ(run({"databases", "remove", "db", "a/b"}).exitStatus, 0);
+  EXPECT_EQ(content("default").size(), 1U);
+
+  EXPECT_TRUE(failedWith(run({"instance", "subclient", "remove", "db", "default", "--yes"}), "cannot be removed"));
+  EXPECT_EQ(run({"instance", "subclient", "remove", "db", "night", "--yes"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(run({"databases", "content", "db", "--subclient", "night"}), "has no subclient night"));
+}
+
+TEST_F(DatabasesTest, PathsHoldTheDataDirectoryWithItsOwnerInBothModes) {
+  for (const char* access : {"command", "library"}) {
+    const Json found = runJson({"--access", access, "paths", "db"});
+    EXPECT_EQ(found["data_directory"], server().dataDirectory() + "/");
+    EXPECT_EQ(found["paths"][0]["owner"], server().account());
+    EXPECT_EQ(found["paths"][0]["origin"], "map");
+  }
+}
+
+TEST_F(DatabasesTest, NamesAreEncodedWithoutAServerOrAHome) {
+  std::filesystem::remove_all(home());
+  const ProgramResult result = run({"encode-name", "my-db", "a.b", "--format", "json"});
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(Json::parse(result.output)["names"][0]["file_name"], "my@002ddb");
+}
+
+}  // namespace
+}  // namespace orrery::test
