@@ -155,8 +155,8 @@ int GetMySqlInfo::findFurtherPaths(std::vector<orrery::mysql::FurtherPath>& furt
     if (listTablespaces(rows) != 0) return -1;
     addTablespaces(found, rows);
 
-    auto places = found.take();
-    further.insert(further.end(), std::make_move_iterator(places.begin()), std::make_move_iterator(places.end()));
+    auto outside = found.take();
+    further.insert(further.end(), std::make_move_iterator(outside.begin()), std::make_move_iterator(outside.end()));
     before.putBack();
     return 0;
   });
