@@ -3,10 +3,7 @@
 //   direct   the same client program with the same arguments, started with posix_spawn and read through a pipe
 // usage: orrery-bench-command-mode [PAIRS]        prints a table; the ratios are medians of the pairs' ratios
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,54 +17,18 @@
 #include "orrery/platform/home.h"
 #include "orrery/platform/services.h"
 
+#include "bench/direct_client.h"
 #include "bench/home_with_server.h"
 #include "bench/pairs.h"
 
 namespace {
 
 using orrery::bench::compare;
+using orrery::bench::directArguments;
 using orrery::bench::median;
 using orrery::bench::milliseconds;
 using orrery::bench::require;
-
-/// The raw way: posix_spawn, a pipe for standard output, standard error to nowhere.
-std::string runDirectly(std::vector<std::string> arguments) {
-  int ends[2];
-  require(pipe2(ends, O_CLOEXEC) == 0, "pipe");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  require(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0, "posix_spawn");
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  std::string output;
-  std::vector<char> buffer(65536);
-  for (ssize_t count = 0; (count = read(ends[0], buffer.data(), buffer.size())) > 0;) {
-    output.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-  close(ends[0]);
-  int status = 0;
-  require(waitpid(pid, &status, 0) == pid && status == 0, "the direct client failed");
-  return output;
-}
-
-std::vector<std::string> directArguments(const GetMySqlInfo& session, const std::string& statement) {
-  return {session.strBinaryPath + "/mysql",
-          "--defaults-file=" + session.strConfigPwdFile,
-          "--default-character-set=utf8",
-          "-u",
-          session.strSaUser,
-          "--socket=" + session.strSocketFile,
-          "-e",
-          statement,
-          "--batch",
-          "--skip-column-names"};
-}
+using orrery::bench::runDirectly;
 
 void compareStatements(const char* name, GetMySqlInfo& session, int pairs) {
   const std::string statement = "SHOW VARIABLES LIKE 'port'";

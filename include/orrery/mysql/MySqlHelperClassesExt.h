@@ -110,13 +110,18 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int FetchDBList(std::list<std::string>& databases) override;
   /// Whether the server has a database; `db` is a LIKE pattern, and one line feed at its end does not count. Not an
   /// override: through a pointer to the base, callers reach what the base does.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
   int CheckDBPresence(std::string db, bool& present);
+#pragma GCC diagnostic pop
   /// Fills the session's own map, see `dataPaths`; not an override either. Beside the keys of the base: "datadirlink",
   /// where a data directory that is a link leads; "databaselinks", the targets of links in it, each with a "," behind
   /// it; "datadirUserPath", the property text with the owner. InnoDB's keys are there for a server that has InnoDB.
   int FindAllDatabasePaths();
   using GetMySqlInfo::FindAllDatabasePaths;
-  const std::map<std::string, std::string>& dataPaths() const noexcept { return m_dataPaths; }
+  const std::map<std::string, std::string>& dataPaths() const noexcept {
+    return m_dataPaths;
+  }
   // Parallel backups of one replica, in any number of processes and sessions, share two files in the agent's temporary
   // directory: a lock file and a counter of those who hold replication stopped. The first stops it, the last starts it
   // again. A holder that dies stays counted. The operations wait up to ten minutes for the lock.

@@ -43,6 +43,8 @@ class ORRERY_PLATFORM_EXPORT DZJobClient {
 class ORRERY_PLATFORM_EXPORT DZBkpJobClient : public DZJobClient {
  public:
   DZBkpJobClient() = default;
+  DZBkpJobClient(const DZBkpJobClient&) = delete;
+  DZBkpJobClient& operator=(const DZBkpJobClient&) = delete;
   ~DZBkpJobClient() override;
 
   /// Attaches to a running job. False when the job manager does not know it. The other arguments choose the job manager
