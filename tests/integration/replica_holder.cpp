@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
+#include "orrery/platform/DZFile.h"
 #include "orrery/platform/instance_properties.h"
 #include "orrery/platform/testing/test_backend.h"
 
@@ -62,11 +63,17 @@ class MortalClock final : public Clock {
   Chance& chance_;
 };
 
-/// The counter's file is replaced as a whole, and never without its holders: it can be read beside them.
-bool isHeld(const std::string& server, const std::string& counter) {
+struct Files {
+  std::string lock, counter;
+};
+
+/// Looked at under the lock, as those who look after the counter do: the more who want it, the harder the test.
+bool isHeld(const std::string& server, const Files& files) {
+  DZFile lock;
+  if (!lock.open(files.lock, DZFile::modeReadWrite) || lock.lock(DZFile::lockExclusive, 120) <= 0) return false;
   std::string state;
   int count = 0;
-  return std::ifstream(server) >> state && state == "stopped" && std::ifstream(counter) >> count && count > 0;
+  return std::ifstream(server) >> state && state == "stopped" && std::ifstream(files.counter) >> count && count > 0;
 }
 
 int holdAndRelease(const std::string& temporary, const std::string& server, int rounds, unsigned int seed) {
@@ -79,7 +86,8 @@ int holdAndRelease(const std::string& temporary, const std::string& server, int 
   services->clock = clock;
   const orrery::platform::ScopedServices installed(services);
   const auto id = backend.addInstance("replica", {{property::saUser, "agent"}, {property::socketFile, server}});
-  const std::string counter = temporary + "/Instance_" + std::to_string(id) + "_RunningBkpUps";
+  const Files files{temporary + "/MySQLInstance_" + std::to_string(id) + "_LOCK",
+                    temporary + "/Instance_" + std::to_string(id) + "_RunningBkpUps"};
   GetMySqlInfoExt session;
   if (session.Init(static_cast<long>(id)) != 0) return 2;
   // Those who die leave theirs; the folder belongs to the stress.
@@ -91,10 +99,10 @@ int holdAndRelease(const std::string& temporary, const std::string& server, int 
     clock->where = "waiting to stop";
     if (session.StopSlave() != 0) return 3;
     clock->where = "holding";
-    if (!isHeld(server, counter)) return 3;
+    if (!isHeld(server, files)) return 3;
     chance.dieNowAndThen(25, "holding");
     chance.pause();
-    if (!isHeld(server, counter)) return 3;
+    if (!isHeld(server, files)) return 3;
     if (session.StartSlave() != 0) return 3;
     session.bSlaveStoppedBySession = false;
     say("round");
