@@ -130,7 +130,8 @@ void ReplicaPairTest::SetUp() {
 
 std::string ReplicaPairTest::counter() const {
   const std::string file = home() + "/tmp/Instance_2_RunningBkpUps";
-  return std::filesystem::exists(file) ? readFile(file) : "0";
+  const std::string text = std::filesystem::exists(file) ? readFile(file) : "";
+  return text.empty() ? "0" : text;
 }
 
 bool ReplicaPairTest::runs() {
