@@ -52,10 +52,12 @@ TEST_F(DatabasesTest, ThePlanTellsAndChangesNothing) {
     Json plan = runJson({"--access", access, "databases", "plan", "db"});
     EXPECT_EQ(plan["valid"], Json({"shop"}));
     EXPECT_EQ(plan["missing"], Json({"gone"}));
+    EXPECT_THAT(plan["unprotected"], Contains("mysql"));
     ASSERT_EQ(run({"instance", "set", "db", "--auto-discovery", "on"}).exitStatus, 0);
     plan = runJson({"--access", access, "databases", "plan", "db"});
     EXPECT_THAT(plan["new"], Contains("mysql"));
     EXPECT_THAT(plan["new"], testing::Not(Contains("shop")));
+    EXPECT_EQ(plan["unprotected"], Json::array());
     ASSERT_EQ(run({"instance", "set", "db", "--auto-discovery", "off"}).exitStatus, 0);
   }
   EXPECT_EQ(content("default").size(), 2U);

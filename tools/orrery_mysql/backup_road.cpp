@@ -121,6 +121,20 @@ void walk(Context& context, BackupJob& job, Manifest& manifest) {
   if (manifest.heldFrom != 0) manifest.heldUntil = now(context);
 }
 
+std::string signalText(int signal) {
+  const char* const name = ::sigabbrev_np(signal);
+  return name == nullptr ? std::to_string(signal) : std::string("SIG") + name;
+}
+
+void noteWhatIsNotProtected(Context& context, const Manifest& manifest) {
+  if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
+  if (manifest.databases.empty()) {
+    context.note("the subclient " + manifest.subclient.name +
+                 " has no database to protect; orrery-mysql databases add " + manifest.instance.name +
+                 " puts some into its content");
+  }
+}
+
 void printManifest(Context& context, const Manifest& manifest, const std::string& path) {
   Json document = toJson(manifest);
   document["file"] = path;
@@ -146,22 +160,16 @@ void runBackup(Context& context, const BackupRequest& request) {
   manifest.job = job.id();
   manifest.started = now(context);
   const std::string failed = what + " failed, job " + std::to_string(job.id());
+  std::string path;
   try {
     walk(context, job, manifest);
     job.step("write the manifest", 95);
     manifest.finished = now(context);
-    const std::string path = writeManifest(context, manifest);
+    path = writeManifest(context, manifest);
     const bool isWhole = manifest.missing.empty() || manifest.level == 2;
     job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
-    if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
-    if (manifest.databases.empty()) {
-      context.note("the subclient " + manifest.subclient.name +
-                   " has no database to protect; orrery-mysql databases add " + manifest.instance.name +
-                   " puts some into its content");
-    }
-    printManifest(context, manifest, path);
   } catch (const Interrupted&) {
-    job.addCause(wasInterrupted, {::strsignal(interruptSignal()), job.stepText()});
+    job.addCause(wasInterrupted, {signalText(interruptSignal()), job.stepText()});
     throw;
   } catch (const Stopped&) {
     job.addCause(wasStopped, {job.stepText()});
@@ -170,6 +178,8 @@ void runBackup(Context& context, const BackupRequest& request) {
     job.addCause(stepFailed, {job.stepText(), error.what()});
     throw Failure(failed, std::string("in the step '") + job.stepText() + "': " + error.what());
   }
+  noteWhatIsNotProtected(context, manifest);
+  printManifest(context, manifest, path);
 }
 
 }  // namespace orrery::tool

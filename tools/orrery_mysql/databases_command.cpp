@@ -88,6 +88,19 @@ void show(Context& context, const Arguments& arguments) {
   context.print(document, table);
 }
 
+/// The server's databases that no subclient has in its content, without those that would be added to one.
+Names unprotectedNames(Context& context, const platform::InstanceRecord& instance, const mysql::DatabasePlan& plan) {
+  std::set<std::string> known(plan.discovered.begin(), plan.discovered.end());
+  for (const platform::SubclientRecord& subclient : subclientsOf(context, instance)) {
+    for (const platform::ContentEntry& entry : contentOf(context, subclient)) known.insert(entry.name);
+  }
+  Names names;
+  for (const std::string& name : plan.server) {
+    if (known.count(name) == 0) names.push_back(bareName(name));
+  }
+  return names;
+}
+
 void plan(Context& context, const Arguments& arguments) {
   ServerSession server(context, arguments.instance);
   const platform::SubclientRecord subclient = findSubclient(context, server.record(), arguments.subclient);
@@ -105,6 +118,8 @@ void plan(Context& context, const Arguments& arguments) {
   document["valid"] = bareNames(plan.valid);
   document["vanished"] = bareNames(plan.vanished);
   document["missing"] = bareNames(plan.missing);
+  const Names unprotected = unprotectedNames(context, server.record(), plan);
+  document["unprotected"] = unprotected;
   Table table({"DATABASE", "STATE"});
   const std::set<std::string_view> discovered(plan.discovered.begin(), plan.discovered.end());
   for (const std::string& name : plan.valid) {
@@ -117,6 +132,9 @@ void plan(Context& context, const Arguments& arguments) {
   }
   for (const std::string& name : plan.missing) {
     table.add({bareName(name), "missing: added by a user, not on the server; would be told to the job"});
+  }
+  for (const std::string& name : unprotected) {
+    table.add({name, "unprotected: in the content of no subclient, nobody would back it up"});
   }
   if (!discovers) {
     context.note(subclient.isDefault ? "the instance adds no databases by itself: orrery-mysql instance set " +
