@@ -213,6 +213,21 @@ TEST_F(BackupTest, ThatCannotWriteItsManifestFailsWithoutHalfOfIt) {
   EXPECT_EQ(job(1)["state"], "failed");
 }
 
+TEST_F(BackupTest, ByAnAccountThatDoesNotSeeAllDatabasesTakesNoneOutOfTheContent) {
+  replica().execute(
+      "set sql_log_bin = 0; create or replace user blind@localhost identified by 'b'; grant replica monitor, "
+      "replication "
+      "slave admin, reload, binlog admin, binlog monitor on *.* to blind@localhost");
+  ASSERT_EQ(run({"databases", "add", "db", "mysql", "sys"}).exitStatus, 0);
+  writeFile(directory_ / "password", "b");
+  ASSERT_EQ(run({"instance", "set", "db", "--user", "blind", "--password-file", directory_ / "password"}).exitStatus,
+            0);
+  EXPECT_TRUE(failedWith(run(backup()), "the account may not see them"));
+  EXPECT_EQ(runJson({"databases", "content", "db"})["databases"].size(), 2U);
+  EXPECT_EQ(job(1)["state"], "failed");
+  replica().execute("set sql_log_bin = 0; drop user blind@localhost");
+}
+
 TEST_F(BackupTest, RefusesWhatItCannotDoWithoutAJob) {
   EXPECT_TRUE(failedWith(run(backup({"--subclient", "none"})), "the instance db has no subclient none"));
   ASSERT_EQ(run({"instance", "set", "db", "--meb", "on"}).exitStatus, 0);

@@ -91,6 +91,43 @@ TEST_F(DatabasesTest, PathsHoldTheDataDirectoryWithItsOwnerInBothModes) {
   }
 }
 
+TEST_F(DatabasesTest, NamesOfOtherFormsAreTakenAsTheyStand) {
+  ASSERT_EQ(run({"databases", "add", "db", "[shop]", "[p,q]", "shop"}).exitStatus, 0);
+  ASSERT_EQ(run({"databases", "add", "db", "--", "-x"}).exitStatus, 0);
+  EXPECT_EQ(content("default").size(), 4U);
+  ASSERT_EQ(run({"databases", "remove", "db", "[shop]"}).exitStatus, 0);
+  const Json left = content("default");
+  EXPECT_EQ(left[1]["name"], "[p,q]");
+  EXPECT_EQ(left[2]["name"], "shop");
+  EXPECT_EQ(runJson({"encode-name", "[a,b]"})["names"].size(), 1U);
+  for (const std::string& name : {std::string(), std::string(65, 'x'), std::string("\xff")}) {
+    EXPECT_TRUE(refusedUsage(run({"databases", "add", "db", name}), "name")) << name;
+  }
+  // Bytes that would steer a terminal.
+  ASSERT_EQ(run({"databases", "add", "db", "a\xc2\x9b[31m\xe2\x80\xae\\"}).exitStatus, 0);
+  EXPECT_THAT(run({"databases", "content", "db"}).output, HasSubstr(R"(a\xc2\x9b[31m\xe2\x80\xae\\ )"));
+}
+
+TEST_F(DatabasesTest, AreShownByTheirOwnNameAndInSpiteOfOneThatCannotBeAskedFor) {
+  server().execute(
+      "create database if not exists shxp; create or replace table shxp.t (a int); create database if not exists "
+      "`sh_p`; create database if not exists `dq\"q`");
+  for (const char* access : {"command", "library"}) {
+    SCOPED_TRACE(access);
+    EXPECT_EQ(runJson({"--access", access, "databases", "show", "db", "sh_p"})["databases"][0]["size"], 0);
+    const Json all = runJson({"--access", access, "databases", "show", "db"})["databases"];
+    EXPECT_GT(all.size(), 4U);
+    const bool isAskedFor = access == std::string("library");
+    for (const Json& one : all) {
+      if (one["name"] == "dq\"q") {
+        EXPECT_EQ(one["size"].is_null(), !isAskedFor);
+      }
+    }
+  }
+  EXPECT_TRUE(failedWith(run({"--access", "command", "databases", "show", "db", "dq\"q"}), "double quote"));
+  server().execute("drop database shxp; drop database `sh_p`");
+}
+
 TEST_F(DatabasesTest, NamesAreEncodedWithoutAServerOrAHome) {
   std::filesystem::remove_all(home());
   const ProgramResult result = run({"encode-name", "my-db", "a.b", "--format", "json"});

@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <set>
 #include <string_view>
 
@@ -54,8 +55,25 @@ void hold(Context& context, BackupJob& job, ServerSession& server, HeldReplica& 
   manifest.primaryPosition = (*server).strSessionString3;
 }
 
+/// An account that may not see all databases would have those of the content counted as gone. Every server has the
+/// database mysql, so an account that does not see it does not see everything. A cloud database hides it.
+void requireThatNothingIsHidden(ServerSession& server, ApplicationId& application) {
+  mysql::DatabasePlan plan;
+  const std::string what = "the databases are not reconciled on " + server.instance();
+  server.run("no plan for the databases of",
+             [&](GetMySqlInfo& session) { return session.planDatabasesForBackup(&application, plan); });
+  const bool seesAll = std::find(plan.server.begin(), plan.server.end(), listedName("mysql")) != plan.server.end() ||
+                       (*server).IsCloudDBInstance((*server).ulClientId);
+  if (seesAll || (plan.vanished.empty() && plan.missing.empty())) return;
+  throw Failure(what,
+                "databases of the content are not to be seen, and the account may not see them: it does not see the "
+                "database mysql either",
+                "grant it SHOW DATABASES, or take them out of the content with orrery-mysql databases remove");
+}
+
 void reconcile(Context& context, BackupJob& job, ServerSession& server, Manifest& manifest) {
   ApplicationId application = applicationOf(manifest.instance, manifest.subclient);
+  requireThatNothingIsHidden(server, application);
   const std::vector<platform::ContentEntry> before = contentOf(context, manifest.subclient);
   std::list<std::string> valid;
   std::list<std::string> added;

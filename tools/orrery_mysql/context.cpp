@@ -11,6 +11,7 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "posix.h"
+#include "printable.h"
 
 namespace orrery::tool {
 
@@ -47,7 +48,7 @@ std::string Context::resultsDirectory() {
 }
 
 void Context::note(const std::string& text) const {
-  std::fprintf(stderr, "orrery-mysql: note: %s\n", onOneLine(text).c_str());
+  std::fprintf(stderr, "orrery-mysql: note: %s\n", printable(onOneLine(text)).c_str());
 }
 
 }  // namespace orrery::tool

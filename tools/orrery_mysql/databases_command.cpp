@@ -1,6 +1,8 @@
 // orrery-mysql databases list|show|plan|content|add|remove: the server's databases and the content of subclients.
 
+#include <algorithm>
 #include <list>
+#include <map>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -63,6 +65,22 @@ Names chosenNames(ServerSession& server, const std::vector<std::string>& asked) 
   return {asked.begin(), asked.end()};
 }
 
+struct Properties {
+  unsigned long long size = 0;
+  std::string created;
+  bool innoDbOnly = false;
+};
+
+/// 0, or the result of the session's operation that failed.
+int readProperties(ServerSession& server, const std::string& name, Properties& properties) {
+  // Over a connection the name is a pattern; here it is meant as it stands.
+  const std::string pattern = server.isInCommandMode() ? name : (*server).SpecialCharactersCheck(name);
+  const int rc = server.attempt(
+      [&](GetMySqlInfo& session) { return session.getDBProps(pattern, properties.created, properties.size); });
+  if (rc != 0) return rc;
+  return server.attempt([&](GetMySqlInfo& session) { return session.isUsesInnoDBEngine(name, properties.innoDbOnly); });
+}
+
 void show(Context& context, const Arguments& arguments) {
   ServerSession server(context, arguments.instance);
   Json document;
@@ -70,20 +88,30 @@ void show(Context& context, const Arguments& arguments) {
   document["databases"] = Json::array();
   Table table({"DATABASE", "SIZE", "CREATED", "INNODB ONLY", "FILE NAME"});
   for (const std::string& name : chosenNames(server, arguments.databases)) {
-    unsigned long long size = 0;
-    std::string created;
-    bool innoDbOnly = false;
-    const std::string what = "the database " + name + " is not known of";
-    server.run(what, [&](GetMySqlInfo& session) { return session.getDBProps(name, created, size); });
-    server.run(what, [&](GetMySqlInfo& session) { return session.isUsesInnoDBEngine(name, innoDbOnly); });
-    const bool isDated = !created.empty() && created != "0" && created != "NULL";
+    Json shown;
+    shown["name"] = name;
+    std::vector<std::string> row{name};
     const std::string fileName = (*server).getMySqlHexName(name);
-    document["databases"].push_back({{"name", name},
-                                     {"size", size},
-                                     {"created", isDated ? Json(created) : Json(nullptr)},
-                                     {"innodb_only", innoDbOnly},
-                                     {"file_name", fileName}});
-    table.add({name, std::to_string(size), isDated ? created : "-", innoDbOnly ? "yes" : "no", fileName});
+    Properties properties;
+    if (readProperties(server, name, properties) == 0) {
+      const bool isDated = !properties.created.empty() && properties.created != "0" && properties.created != "NULL";
+      shown["size"] = properties.size;
+      shown["created"] = isDated ? Json(properties.created) : Json(nullptr);
+      shown["innodb_only"] = properties.innoDbOnly;
+      row.insert(row.end(), {std::to_string(properties.size), isDated ? properties.created : "-",
+                             properties.innoDbOnly ? "yes" : "no"});
+    } else if (!arguments.databases.empty()) {
+      server.fail("the database " + name + " is not known of " + server.instance());
+    } else {
+      // One name that cannot be asked for must not hide the others.
+      context.note("the database " + name + " is not known: " + onOneLine((*server).strErrorString));
+      for (const char* key : {"size", "created", "innodb_only"}) shown[key] = nullptr;
+      row.insert(row.end(), {"-", "-", "-"});
+    }
+    shown["file_name"] = fileName;
+    row.push_back(fileName);
+    document["databases"].push_back(std::move(shown));
+    table.add(std::move(row));
   }
   context.print(document, table);
 }
@@ -164,6 +192,21 @@ void content(Context& context, const Arguments& arguments) {
   printContent(context, instance, findSubclient(context, instance, arguments.subclient));
 }
 
+/// What no server takes as the name of a database would be missing for ever.
+void requireDatabaseName(const std::string& name) {
+  constexpr std::size_t longest = 64;  // characters
+  const auto isStart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
+  if (name.empty()) throw WrongUsage("a database has a name");
+  if (static_cast<std::size_t>(std::count_if(name.begin(), name.end(), isStart)) > longest) {
+    throw WrongUsage("names of databases have at most 64 characters");
+  }
+  try {
+    static_cast<void>(Json(name).dump());
+  } catch (const Json::type_error&) {
+    throw WrongUsage("names of databases are UTF-8");
+  }
+}
+
 /// A database in two subclients would be backed up twice.
 void noteOtherHolders(Context& context, const platform::InstanceRecord& instance,
                       const platform::SubclientRecord& subclient, const std::vector<std::string>& databases) {
@@ -181,10 +224,14 @@ void noteOtherHolders(Context& context, const platform::InstanceRecord& instance
 void addToContent(Context& context, const Arguments& arguments) {
   const platform::InstanceRecord instance = findInstance(context, arguments.instance);
   const platform::SubclientRecord subclient = findSubclient(context, instance, arguments.subclient);
+  std::map<std::string, platform::ContentEntry> present;
+  for (platform::ContentEntry& entry : contentOf(context, subclient)) present.emplace(entry.name, entry);
   std::vector<platform::ContentEntry> entries;
   for (const std::string& name : arguments.databases) {
-    if (name.empty()) throw WrongUsage("a database has a name");
-    entries.push_back({ApplProperty::typeDatabase, listedName(name), 0, 0, false});
+    requireDatabaseName(name);
+    const auto known = present.find(listedName(name));
+    entries.push_back({ApplProperty::typeDatabase, listedName(name), known == present.end() ? 0 : known->second.size,
+                       known == present.end() ? 0 : known->second.created, false});
   }
   noteOtherHolders(context, instance, subclient, arguments.databases);
   require(context.services().inventory->putContent(subclient.id, entries),
@@ -199,10 +246,11 @@ void removeFromContent(Context& context, const Arguments& arguments) {
   for (const platform::ContentEntry& entry : contentOf(context, subclient)) present.insert(entry.name);
   std::vector<std::string> names;
   for (const std::string& name : arguments.databases) {
-    names.push_back(listedName(name));
+    // What a suite wrote without the "/" is known by its whole name.
+    names.push_back(present.count(name) > 0 ? name : listedName(name));
     if (present.count(names.back()) == 0) {
       throw Failure("the database " + name + " is not in the content of the subclient " + subclient.name, "",
-                    "orrery-mysql databases content " + instance.name + " shows it");
+                    "orrery-mysql databases content " + instance.name + " --subclient " + subclient.name + " shows it");
     }
   }
   require(context.services().inventory->removeContent(subclient.id, ApplProperty::typeDatabase, names),

@@ -19,6 +19,7 @@
 #include "context.h"
 #include "failure.h"
 #include "interrupt.h"
+#include "printable.h"
 
 namespace orrery::tool {
 namespace {
@@ -40,6 +41,26 @@ std::vector<std::string> withEmptyValues(int argc, char** argv) {
     }
   }
   return result;
+}
+
+/// The parser takes a word such as "[a,b]" for a list. A mark before it keeps it whole; options take it off again.
+constexpr char kWhole = '\x01';
+
+void markWholeWords(std::vector<std::string>& arguments) {
+  for (std::string& argument : arguments) {
+    if (argument.starts_with('[') && argument.ends_with(']')) argument.insert(argument.begin(), kWhole);
+  }
+}
+
+void takeMarksOff(CLI::App& program) {
+  const auto takeOff = [](std::string word) {
+    if (word.starts_with(kWhole)) word.erase(word.begin());
+    return word;
+  };
+  for (CLI::Option* option : program.get_options()) {
+    if (option->get_items_expected_max() > 0) option->transform(takeOff, "");
+  }
+  for (CLI::App* command : program.get_subcommands({})) takeMarksOff(*command);
 }
 
 /// Takes away the words behind "--" of a command that runs another program. They are that program's; the parser would
@@ -75,7 +96,7 @@ void addGlobalOptions(CLI::App& program, GlobalOptions& options) {
 /// After Ctrl-C the end itself says enough.
 int fail(std::string_view text, int status) {
   if (interruptSignal() != 0) return status;
-  std::fprintf(stderr, "orrery-mysql: %s\n", onOneLine(text).c_str());
+  std::fprintf(stderr, "orrery-mysql: %s\n", printable(onOneLine(text)).c_str());
   return status;
 }
 
@@ -130,6 +151,8 @@ int run(int argc, char** argv) {
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);
     options.program = takeProgram(arguments);
+    markWholeWords(arguments);
+    takeMarksOff(program);
     program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
     return endOfParsing(program, error);

@@ -8,29 +8,10 @@
 
 #include "failure.h"
 #include "posix.h"
+#include "printable.h"
 
 namespace orrery::tool {
 namespace {
-
-/// A terminal must not be steered by what a server or a file holds.
-std::string printable(std::string_view text) {
-  std::string result;
-  for (const char character : text) {
-    const auto code = static_cast<unsigned char>(character);
-    if (character == '\n') {
-      result += "\\n";
-    } else if (character == '\t') {
-      result += "\\t";
-    } else if (code < ' ' || code == 0x7f) {
-      std::array<char, 8> escaped{};
-      std::snprintf(escaped.data(), escaped.size(), "\\x%02x", static_cast<unsigned>(code));
-      result += escaped.data();
-    } else {
-      result += character;
-    }
-  }
-  return result;
-}
 
 /// Characters of a UTF-8 text: every byte that does not continue one.
 std::size_t widthOf(std::string_view text) {
