@@ -65,10 +65,11 @@ constexpr Message catalogue[] = {
      "together; "
      "run the backup again."},
     {0x570000F1, "The step '%1' of the backup failed: %2; correct that, then start the backup again."},
-    {0x570000F2, "The backup was ended by a signal (%1) before the step '%2'; start it again."},
-    {0x570000F3, "The backup was asked to stop and did so before the step '%1'; start it again when it suits."},
+    {0x570000F2, "The backup was ended by a signal (%1) in or before the step '%2'; start it again."},
+    {0x570000F3, "The backup was asked to stop and did so in or before the step '%1'; start it again when it suits."},
     {0x570000F4,
-     "The replica was not let go (%1); look at it with `orrery-mysql replica status` and release it from there."},
+     "The replica was not let go as it should be (%1); look at it with `orrery-mysql replica status` and release it "
+     "from there."},
 };
 
 constexpr bool inOrder() {

@@ -69,6 +69,7 @@ bool DZBkpJobClient::complete(DZJobStatus status, DZJobStatusFor what, int code,
 }
 
 DZJobCtrlClient::DZJobCtrlClient(int) noexcept {}
+DZJobCtrlClient::~DZJobCtrlClient() = default;
 
 int DZJobCtrlClient::Init2(long long jobId, const std::string&, int, int, const std::string&, int) {
   if (!isKnown(event_, "DZJobCtrlClient::Init2", jobId)) return 0;

@@ -149,7 +149,7 @@ int GetMySqlInfo::findFurtherPaths(std::vector<orrery::mysql::FurtherPath>& furt
     const std::string& reported = variables["datadir"];
     if (found.setDataDirectory(!reported.empty() && reported.front() == '/' ? reported : strDataPath) != 0) return -1;
     // First the links: what they lead to covers the tablespaces in it.
-    if (paths::addLinks(found, evEvent, furtherTag, !libraryMode) != 0) return -1;
+    if (paths::addLinks(found, evEvent, furtherTag) != 0) return -1;
     addVariables(found, evEvent, variables, libraryMode);
     if (!libraryMode) addDataFiles(found, variables);
     if (listTablespaces(rows) != 0) return -1;

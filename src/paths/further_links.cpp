@@ -27,12 +27,12 @@ class Search {
  public:
   Search(FurtherPlaces& places, const EvEvent& log, const char* tag) : places_(places), log_(log), tag_(tag) {}
 
-  int inDataDirectory(bool nameDatabases) {
+  int inDataDirectory() {
     Directory entries(places_.dataDirectory());
     if (!entries.isOpen()) return unreadable(places_.dataDirectory(), entries.error());
     while (const dirent* entry = entries.next()) {
       const unsigned char type = typeOf(entries, *entry);
-      const int rc = type == DT_LNK   ? ofDatabase(entry->d_name, nameDatabases)
+      const int rc = type == DT_LNK   ? ofDatabase(entry->d_name)
                      : type == DT_DIR ? inDatabase(places_.dataDirectory() + "/" + entry->d_name, entry->d_name)
                                       : 0;
       if (rc != 0) return -1;
@@ -41,13 +41,13 @@ class Search {
   }
 
  private:
-  int ofDatabase(const std::string& name, bool nameDatabases) {
+  int ofDatabase(const std::string& name) {
     std::string target;
     if (const int rc = resolve(places_.dataDirectory() + "/" + name, target); rc != 0) return rc < 0 ? -1 : 0;
     std::error_code error;
     const bool isDirectory = fs::is_directory(target, error);
     if (places_.isCovered(target)) return 0;
-    if (nameDatabases) places_.addPhysical(isDirectory ? "database" : "file", target, name, isDirectory);
+    places_.addPhysical(isDirectory ? "database" : "file", target, name, isDirectory);
     if (!isDirectory) return 0;
     places_.cover(target);
     return inDatabase(target, name);
@@ -94,8 +94,8 @@ class Search {
 
 }  // namespace
 
-int addLinks(FurtherPlaces& places, const EvEvent& log, const char* tag, bool nameDatabases) {
-  return Search(places, log, tag).inDataDirectory(nameDatabases);
+int addLinks(FurtherPlaces& places, const EvEvent& log, const char* tag) {
+  return Search(places, log, tag).inDataDirectory();
 }
 
 }  // namespace orrery::mysql::paths

@@ -48,8 +48,8 @@ class FurtherPlaces {
 };
 
 /// Looks for links in the data directory and in the databases' directories: what moves databases and tables elsewhere.
-/// Reads every directory once and asks for nothing but the links. `nameDatabases`: report databases as well; else they
-/// are only covered. -1, logged, when a directory or a link cannot be read.
-int addLinks(FurtherPlaces& places, const EvEvent& log, const char* tag, bool nameDatabases);
+/// Reads every directory once and asks for nothing but the links. -1, logged, when a directory or a link cannot be
+/// read.
+int addLinks(FurtherPlaces& places, const EvEvent& log, const char* tag);
 
 }  // namespace orrery::mysql::paths

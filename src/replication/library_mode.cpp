@@ -12,6 +12,7 @@
 #include "replication/counter.h"
 #include "replication/instance_lock.h"
 #include "session/guarded.h"
+#include "session/kept_error.h"
 
 using orrery::mysql::CounterReading;
 using orrery::mysql::CounterWriting;
@@ -29,6 +30,13 @@ constexpr int notAReplica = 100;
 constexpr std::uint32_t replicationDidNotResume = 0x5700004e;
 constexpr int mostStatusChecks = 3;
 constexpr int betweenStatusChecks = 1000;  // milliseconds
+constexpr int mostUndoAttempts = 5;
+constexpr int betweenUndoAttempts = 2000;  // milliseconds
+
+/// Errors of a connection that was lost behind the statement (CR_SERVER_GONE_ERROR, CR_SERVER_LOST and its later form).
+bool mayHaveReachedTheServer(int error) {
+  return error == 2006 || error == 2013 || error == 2055;
+}
 
 /// Lets the session know of its own lock while it asks for the replication status.
 class [[nodiscard]] LockInUse {
@@ -133,10 +141,29 @@ int GetMySqlInfoExt::stopReplication() {
   if (m_Conn == nullptr) return withoutConnection(stopTag, orrery::mysql::noConnection);
   if (m_Conn->StopSlave() != 0) {
     evEvent.Error(stopTag, "Couldn't stop slave...");
-    return keepConnectionError();
+    keepConnectionError();
+    if (mayHaveReachedTheServer(iErrorCode)) undoStop();
+    return -1;
   }
   evEvent.DebugLvl(stopTag, 3, "stop slave sql_thread return success.");
   return 0;
+}
+
+/// Under the lock, for a connection that was lost while the server stopped replication: it stands still then, and
+/// nobody would be counted as holding it.
+void GetMySqlInfoExt::undoStop() {
+  const orrery::mysql::KeptError reason(*this);
+  for (int attempt = 1; attempt <= mostUndoAttempts; ++attempt) {
+    m_Conn->Disconnect();
+    if (m_Conn->StartSlave() == 0) {
+      evEvent.Debug(stopTag, "the connection was lost while replication was being stopped; it was started again");
+      return reason.putBack();
+    }
+    orrery::platform::services().clock->sleep(betweenUndoAttempts);
+  }
+  evEvent.Error(stopTag, "the connection was lost while replication was being stopped, and it cannot be started again");
+  evEvent.CriticalEvent(replicationDidNotResume);
+  reason.putBack();
 }
 
 int GetMySqlInfoExt::StartSlave() {

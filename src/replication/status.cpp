@@ -127,6 +127,7 @@ ReplicationStatus readRow(Values values) {
   status.relayMasterLogFile = row.before(relayMasterLogFile);
   const bool areInPlace = !isShifted(row);
   status.ioRuns = areInPlace && row.before(ioRunning) == "Yes";
+  status.ioWorks = areInPlace && row.before(ioRunning) != "No";
   status.sqlRuns = areInPlace && row.before(sqlRunning) == "Yes";
   for (std::size_t i = 0; i < status.filters.size(); ++i) status.filters[i] = row.before(firstFilter + i);
   status.lastErrno = row.before(lastErrno);

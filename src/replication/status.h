@@ -15,6 +15,7 @@ struct ReplicationStatus {
   std::string ioState;
   std::string relayMasterLogFile;
   bool ioRuns = false;
+  bool ioWorks = false;  ///< runs, or tries to reach its primary
   bool sqlRuns = false;
   /// Do_DB, Ignore_DB, Do_Table, Ignore_Table, Wild_Do_Table, Wild_Ignore_Table.
   std::array<std::string, 6> filters;

@@ -73,6 +73,8 @@ int GetMySqlInfo::ProcessReplicationStatusOutput(std::list<std::string>& values,
 }
 
 void GetMySqlInfo::keepReplicationFields(const ReplicationStatus& row) {
+  replicaFetches_ = row.ioWorks;
+  replicaApplies_ = row.sqlRuns;
   strSessionString2 = row.relayMasterLogFile;
   strSessionString3 = row.execMasterLogPos;
   strSessionString4 = row.filters[0];

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <list>
 
 #include "command_fixture.h"
 #include "support/statement_gate.h"
@@ -73,28 +74,25 @@ TEST_F(BackupTest, FindsWhatToProtectWhileTheReplicaIsHeld) {
   EXPECT_EQ(job(1)["events"][0]["code"], "0x5700001c");
 
   // The next one knows the databases; what discovery added goes with its database, in silence for the user's own.
-  ASSERT_EQ(run({"databases", "remove", "db", "gone"}).exitStatus, 0);
   primary().execute("drop database shop");
   ASSERT_TRUE(waitUntil([&] { return replica().execute("show databases like 'shop'").empty(); }));
   const Json second = runJson(backup({"--level", "incremental"}));
   EXPECT_THAT(second["databases"]["added"], IsEmpty());
   EXPECT_EQ(second["databases"]["removed"], Json({"shop"}));
+  EXPECT_EQ(second["databases"]["missing"], Json({"gone"})) << "told to nobody, so no error of an incremental one";
   EXPECT_EQ(job(2)["state"], "succeeded");
   EXPECT_EQ(job(2)["events"][0]["code"], "0x57000020");
-  EXPECT_EQ(runJson({"databases", "content", "db"})["databases"].size(), 2U);
+  EXPECT_EQ(runJson({"databases", "content", "db"})["databases"].size(), 3U);
 }
 
 struct Moment {
   const char* statement;  ///< about to go to the server
-  const char* step;       ///< that the job names when it fails just then
-  const char* next;       ///< that it names when it is asked to end just then
+  const char* step;       ///< that the job names when it ends just then
 };
 const Moment moments[] = {
-    {"STOP SLAVE", "hold the replica", "hold the replica"},
-    {"SHOW DATABASES", "reconcile the databases", "reconcile the databases"},
-    {"'datadir'", "find the data paths", "find the data paths"},
-    {"FLUSH LOGS", "rotate and list the binary logs", "rotate and list the binary logs"},
-    {"START SLAVE", "let the replica go", "write the manifest"},
+    {"STOP SLAVE", "hold the replica"},    {"SHOW DATABASES", "reconcile the databases"},
+    {"'datadir'", "find the data paths"},  {"FLUSH LOGS", "rotate and list the binary logs"},
+    {"START SLAVE", "let the replica go"},
 };
 
 class GatedBackupTest : public BackupTest {
@@ -133,53 +131,110 @@ TEST_F(GatedBackupTest, AnInterruptAtAnyStepLetsTheReplicaGoAndTheJobSaysSo) {
     EXPECT_EQ(ended["state"], "failed");
     ASSERT_EQ(ended["causes"].size(), 1U) << ended;
     EXPECT_EQ(ended["causes"][0]["code"], "0x570000f2");
-    EXPECT_THAT(ended["causes"][0]["text"].get<std::string>(), HasSubstr(std::string("'") + moment.next + "'"));
+    EXPECT_THAT(ended["causes"][0]["text"].get<std::string>(), HasSubstr(std::string("'") + moment.step + "'"));
   }
   EXPECT_THAT(manifests(), IsEmpty());
 }
 
 TEST_F(GatedBackupTest, AConnectionThatBreaksAtAnyStepLetsTheReplicaGoAndTheJobSaysSo) {
   int id = 0;
-  for (const Moment& moment : moments) {
-    SCOPED_TRACE(moment.statement);
-    const bool isLetGo = moment.statement == std::string("START SLAVE");
-    const ProgramResult result = runThrough(moment, [](pid_t) { return StatementGate::Then::breakConnection; });
-    EXPECT_TRUE(waitUntil(runs));
-    const Json ended = job(++id);
-    // A connection that is lost while the replica is let go is made again; the client library may do so by itself in
-    // other steps.
-    if (result.exitStatus == 0) {
-      EXPECT_EQ(ended["state"], "succeeded");
-      continue;
+  for (const StatementGate::Then then : {StatementGate::Then::breakConnection, StatementGate::Then::breakBehind}) {
+    for (const Moment& moment : moments) {
+      SCOPED_TRACE(moment.statement);
+      const ProgramResult result = runThrough(moment, [then](pid_t) { return then; });
+      EXPECT_TRUE(waitUntil(runs)) << result.errors;
+      EXPECT_EQ(counter(), "0");
+      const Json ended = job(++id);
+      if (moment.statement == std::string("START SLAVE")) {
+        EXPECT_EQ(result.exitStatus, 0) << "a connection that is lost there is made again: " << result.errors;
+        EXPECT_EQ(ended["state"], "succeeded");
+        continue;
+      }
+      EXPECT_EQ(ended["state"], "failed");
+      ASSERT_FALSE(ended["causes"].empty()) << ended;
+      EXPECT_THAT(ended["causes"].back()["text"].get<std::string>(), HasSubstr(moment.step));
+      EXPECT_TRUE(failedWith(result, moment.step));
     }
-    EXPECT_FALSE(isLetGo) << result.errors;
-    EXPECT_EQ(ended["state"], "failed");
-    ASSERT_FALSE(ended["causes"].empty()) << ended;
-    EXPECT_THAT(ended["causes"].back()["text"].get<std::string>(), HasSubstr(moment.step));
-    EXPECT_THAT(result.errors, HasSubstr(moment.step));
   }
 }
 
-TEST_F(GatedBackupTest, AJobThatIsAskedToStopDoesSo) {
-  const ProgramResult result = runThrough(moments[1], [this](pid_t) {
-    EXPECT_EQ(run({"job", "stop", "1"}).exitStatus, 0);
-    EXPECT_EQ(job(1)["state"], "running");
-    return StatementGate::Then::handOn;
-  });
-  EXPECT_TRUE(failedWith(result, "job 1: the job was asked to stop"));
-  EXPECT_EQ(job(1)["causes"][0]["code"], "0x570000f3");
+TEST_F(GatedBackupTest, AJobThatIsAskedToStopDoesSoAtAnyStep) {
+  int id = 0;
+  for (const Moment& moment : moments) {
+    SCOPED_TRACE(moment.statement);
+    ++id;
+    const ProgramResult result = runThrough(moment, [&](pid_t) {
+      EXPECT_EQ(run({"job", "stop", std::to_string(id)}).exitStatus, 0);
+      EXPECT_EQ(job(id)["state"], "running");
+      return StatementGate::Then::handOn;
+    });
+    EXPECT_TRUE(failedWith(result, "the job was asked to stop"));
+    EXPECT_EQ(job(id)["causes"][0]["code"], "0x570000f3");
+    EXPECT_TRUE(waitUntil(runs));
+  }
   EXPECT_TRUE(failedWith(run({"job", "stop", "1"}), "it has ended: failed"));
 }
 
 TEST_F(GatedBackupTest, AKilledBackupIsSeenToHaveDiedAndItsHoldIsReleased) {
-  const ProgramResult result = runThrough(moments[1], [](pid_t pid) {
-    ::kill(pid, SIGKILL);
+  for (const Moment& moment : moments) {
+    SCOPED_TRACE(moment.statement);
+    const ProgramResult result = runThrough(moment, [](pid_t pid) {
+      ::kill(pid, SIGKILL);
+      return StatementGate::Then::breakConnection;
+    });
+    EXPECT_EQ(result.signal, SIGKILL);
+    EXPECT_EQ(runJson({"job", "list"})["jobs"][0]["state"], "died");
+    EXPECT_EQ(run({"--access", "library", "replica", "release", "--stale", "--yes", "db"}).exitStatus, 0);
+    EXPECT_TRUE(waitUntil(runs));
+    EXPECT_EQ(counter(), "0");
+  }
+  EXPECT_TRUE(failedWith(run({"job", "stop", "1"}), "it has ended: died"));
+}
+
+TEST_F(GatedBackupTest, AReplicaThatDoesNotGoOnByItselfIsToldOf) {
+  const ProgramResult result = runThrough(moments[1], [](pid_t) {
+    replica().execute("set sql_log_bin = 0; create database clash");
+    primary().execute("create database clash");
     return StatementGate::Then::handOn;
   });
-  EXPECT_EQ(result.signal, SIGKILL);
-  EXPECT_EQ(job(1)["state"], "died");
-  EXPECT_FALSE(runs());
-  EXPECT_EQ(run({"--access", "library", "replica", "release", "--stale", "--yes", "db"}).exitStatus, 0);
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_THAT(result.errors, HasSubstr("was let go and is stopped"));
+  EXPECT_EQ(job(1)["state"], "completed with errors");
+  replica().execute("set sql_log_bin = 0; drop database clash; start slave");
+  primary().execute("drop database clash");
+}
+
+TEST_F(BackupTest, SeveralAtOnceHoldTheReplicaTogether) {
+  std::list<RunningProgram> programs;
+  for (int i = 0; i < 5; ++i) programs.emplace_back(commandLine(home(), backup({"--format", "json"})));
+  for (RunningProgram& program : programs) {
+    const ProgramResult result = program.wait();
+    ASSERT_EQ(result.exitStatus, 0) << result.errors;
+    EXPECT_EQ(Json::parse(result.output)["replication"]["state"], "held");
+  }
+}
+
+TEST_F(BackupTest, ThatCannotPrintItsManifestIsDoneAllTheSame) {
+  const ProgramResult result = runProgram(
+      {"sh", "-c", "exec \"$0\" --home \"$1\" --access library backup db >/dev/full", ORRERY_MYSQL_COMMAND, home()});
+  EXPECT_TRUE(failedWith(result, "standard output"));
+  EXPECT_EQ(job(1)["state"], "succeeded");
+  EXPECT_THAT(job(1)["causes"], IsEmpty());
+  EXPECT_THAT(manifests(), ElementsAre("job-1.json"));
+}
+
+TEST_F(BackupTest, OfAReplicaWithoutItsPrimaryHoldsWhatItStillCarriesOut) {
+  const auto connecting = [] {
+    return replica().execute("show slave status").find("\tConnecting\tYes\t") != std::string::npos;
+  };
+  replica().execute("stop slave; change master to master_port=1; start slave");
+  ASSERT_TRUE(waitUntil(connecting)) << replica().execute("show slave status");
+  EXPECT_EQ(runJson({"--access", "library", "replica", "status", "db"})["replication"], "running without its primary");
+  EXPECT_EQ(runJson(backup())["replication"]["state"], "held");
+  EXPECT_TRUE(waitUntil(connecting));
+  replica().execute("stop slave io_thread");
+  EXPECT_TRUE(failedWith(run(backup()), "replication is stopped in part there and would be started in the end"));
+  replica().execute("stop slave; change master to master_port=" + std::to_string(primary().port()) + "; start slave");
 }
 
 TEST_F(BackupTest, OfAReplicaThatStandsStillLeavesItSo) {

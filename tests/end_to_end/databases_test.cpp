@@ -82,13 +82,40 @@ TEST_F(DatabasesTest, ContentBelongsToSubclients) {
   EXPECT_TRUE(failedWith(run({"databases", "content", "db", "--subclient", "night"}), "has no subclient night"));
 }
 
-TEST_F(DatabasesTest, PathsHoldTheDataDirectoryWithItsOwnerInBothModes) {
+TEST_F(DatabasesTest, PathsAreThoseOfTheMapAndThoseFoundBesideItInBothModesAndInTheManifest) {
+  namespace fs = std::filesystem;
+  const std::string far = server().directory() + "/a,b;c";
+  fs::create_directory(far);
+  server().execute("create or replace database moved; create table moved.t (a int) engine=MyISAM");
+  server().execute("flush tables");
+  fs::rename(server().dataDirectory() + "/moved", far + "/moved");
+  fs::create_directory_symlink(far + "/moved", server().dataDirectory() + "/moved");
+  const auto place = [](const char* kind, const std::string& path, const char* origin, const Json& note) {
+    const std::string account = server().account();
+    return Json{{"kind", kind},     {"path", path},     {"owner", account},
+                {"group", account}, {"origin", origin}, {"note", note}};
+  };
+  const std::string data = server().dataDirectory() + "/";
+  const Json known = place("data_directory", data, "map", nullptr);
+  const Json linked = place("database", far + "/moved", "found", "moved");
   for (const char* access : {"command", "library"}) {
+    SCOPED_TRACE(access);
     const Json found = runJson({"--access", access, "paths", "db"});
-    EXPECT_EQ(found["data_directory"], server().dataDirectory() + "/");
-    EXPECT_EQ(found["paths"][0]["owner"], server().account());
-    EXPECT_EQ(found["paths"][0]["origin"], "map");
+    EXPECT_EQ(found["data_directory"], data);
+    const Json logs = place("innodb_log_group_home_dir", data, "map", nullptr);
+    const Json expected = access == std::string("command") ? Json{known, linked} : Json{known, logs, linked};
+    EXPECT_EQ(found["paths"], expected);
+    EXPECT_EQ(runJson({"--access", access, "backup", "db"})["paths"], expected);
   }
+  ASSERT_EQ(run({"databases", "add", "db", "moved"}).exitStatus, 0);
+  const std::string printed = run({"--access", "library", "backup", "db"}).output;
+  for (const char* const part :
+       {"databases                  1: moved\n", "binary logs in ", "\nmanifest ", "replication "}) {
+    EXPECT_THAT(printed, HasSubstr(part));
+  }
+  EXPECT_THAT(printed, HasSubstr("database                   " + far + "/moved, of " + server().account()));
+  server().execute("drop table moved.t");
+  fs::remove(server().dataDirectory() + "/moved");
 }
 
 TEST_F(DatabasesTest, NamesOfOtherFormsAreTakenAsTheyStand) {

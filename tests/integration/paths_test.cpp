@@ -116,7 +116,7 @@ TEST_F(Paths, OfLibraryModeAreThoseOfInnoDbAndTheLinksAndTheInventoryIsLeftAlone
   EXPECT_EQ(stored(*session), "");
 }
 
-TEST_F(Paths, FurtherOnesAreWhatTheModesMapDoesNotName) {
+TEST_F(Paths, FurtherOnesAreWhatTheModesMapDoesNotNameAndLinkedDatabases) {
   const auto command = sessionFor(propertiesOf(*server_));
   EXPECT_THAT(furtherOf(*command),
               testing::ElementsAre(Pair("undo", far("undo")), Pair("redo_log", far("redo")),
@@ -126,12 +126,12 @@ TEST_F(Paths, FurtherOnesAreWhatTheModesMapDoesNotName) {
                                    Pair("binary_log", far("log")), Pair("relay_log", far("log")),
                                    Pair("aria_log", far("aria"))));
   const auto library = librarySessionFor(propertiesOf(*server_));
-  EXPECT_THAT(
-      furtherOf(*library),
-      testing::ElementsAre(Pair("undo", far("undo")), Pair("tablespace", far("tables/shop/inno.ibd")),
-                           Pair("tablespace", far("tables/shop/part#P#a.ibd")), Pair("table", far("log/isam.MYI")),
-                           Pair("table", far("tables/isam.MYD")), Pair("binary_log", far("log")),
-                           Pair("relay_log", far("log")), Pair("aria_log", far("aria"))));
+  EXPECT_THAT(furtherOf(*library),
+              testing::ElementsAre(Pair("undo", far("undo")), Pair("tablespace", far("tables/shop/inno.ibd")),
+                                   Pair("tablespace", far("tables/shop/part#P#a.ibd")), Pair("database", far("moved")),
+                                   Pair("table", far("log/isam.MYI")), Pair("table", far("tables/isam.MYD")),
+                                   Pair("binary_log", far("log")), Pair("relay_log", far("log")),
+                                   Pair("aria_log", far("aria"))));
 }
 
 TEST_F(Paths, OfAnOwnerWithoutANameAreOwnedByNumbers) {

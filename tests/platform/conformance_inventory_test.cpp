@@ -175,6 +175,12 @@ TEST_P(InventoryConformance, SubclientsOfABackupSet) {
   EXPECT_EQ(record.name, "nightly");
   EXPECT_EQ(record.backupSetId, set);
   EXPECT_FALSE(record.isDefault);
+  ASSERT_TRUE(succeeded(inventory().putContent(id, {{120, "shop", 1, 2, true}})));
+  ASSERT_TRUE(succeeded(inventory().removeSubclient(id)));
+  EXPECT_TRUE(failed(inventory().removeSubclient(id), statusNotFound));
+  EXPECT_TRUE(failed(inventory().removeSubclient(subclients(set).front().id), statusInvalid, "default"));
+  std::vector<ContentEntry> content;
+  EXPECT_TRUE(failed(inventory().listContent(id, content), statusNotFound));
 }
 
 TEST_P(InventoryConformance, ContentIsReplacedByTypeAndName) {

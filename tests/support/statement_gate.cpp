@@ -14,6 +14,7 @@ namespace orrery::test {
 namespace {
 
 constexpr int pollMilliseconds = 50;
+constexpr int answerMilliseconds = 10000;
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -29,9 +30,9 @@ platform::OwnFd newSocket() {
   return fd;
 }
 
-bool isReadable(int fd) {
+bool isReadable(int fd, int milliseconds = pollMilliseconds) {
   pollfd polled{fd, POLLIN, 0};
-  return ::poll(&polled, 1, pollMilliseconds) > 0;
+  return ::poll(&polled, 1, milliseconds) > 0;
 }
 
 }  // namespace
@@ -82,11 +83,13 @@ bool StatementGate::handOn(int from, int to, bool isStatement) {
   const ssize_t size = ::read(from, bytes.data(), bytes.size());
   if (size <= 0) return false;
   const std::string_view sent(bytes.data(), static_cast<std::size_t>(size));
-  if (isStatement && sent.find(text_) != std::string_view::npos && !wasSeen_.exchange(true) &&
-      onSeen_() == Then::breakConnection) {
-    return false;
-  }
-  return ::send(to, sent.data(), sent.size(), MSG_NOSIGNAL) == size;
+  Then then = Then::handOn;
+  if (isStatement && sent.find(text_) != std::string_view::npos && !wasSeen_.exchange(true)) then = onSeen_();
+  if (then == Then::breakConnection) return false;
+  const bool handedOn = ::send(to, sent.data(), sent.size(), MSG_NOSIGNAL) == size;
+  // Its answer shows that the server has carried it out.
+  if (then == Then::breakBehind) isReadable(to, answerMilliseconds);
+  return handedOn && then == Then::handOn;
 }
 
 }  // namespace orrery::test

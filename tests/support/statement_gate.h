@@ -14,7 +14,7 @@ namespace orrery::test {
 /// `text` goes to the server. So a test can act at one certain moment of a session. Throws std::runtime_error.
 class StatementGate {
  public:
-  enum class Then { handOn, breakConnection };
+  enum class Then { handOn, breakConnection, breakBehind };  ///< behind: once the server has the statement
 
   StatementGate(std::string path, std::string serverSocket, std::string text, std::function<Then()> onSeen);
   ~StatementGate();

@@ -61,12 +61,16 @@ void BackupJob::addCause(std::uint32_t code, const std::vector<std::string>& arg
 }
 
 void BackupJob::complete(DZJobStatus status) {
-  isComplete_ = true;
-  if (status != DZJobStatus::failed) {
-    require(context_.services().jobs->setProgress(id_, 100), "the job's progress cannot be told");
+  // What the progress says counts for less than how the job ended.
+  if (status != DZJobStatus::failed) static_cast<void>(context_.services().jobs->setProgress(id_, 100));
+  if (!client_.complete(status, DZJobStatusFor::job, 0, 0)) {
+    throw Failure("the end of the job " + std::to_string(id_) + " is not recorded", context_.lastWords());
   }
-  if (client_.complete(status, DZJobStatusFor::job, 0, 0)) return;
-  throw Failure("the end of the job " + std::to_string(id_) + " is not recorded", context_.lastWords());
+  isComplete_ = true;
+}
+
+bool BackupControl::checkQuitFlag() const {
+  return interruptSignal() != 0 || DZJobCtrlClient::checkQuitFlag();
 }
 
 }  // namespace orrery::tool

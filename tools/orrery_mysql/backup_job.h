@@ -15,6 +15,13 @@ namespace orrery::tool {
 /// The job manager asked the job to stop, and it has.
 class Stopped {};
 
+/// Asks for the end on behalf of the user's signals as well: the library looks at nothing else while it scans.
+class BackupControl final : public DZJobCtrlClient {
+ public:
+  using DZJobCtrlClient::DZJobCtrlClient;
+  bool checkQuitFlag() const override;
+};
+
 /// A backup's job in the store, and the job of this process, for one scope. A scope that ends before `complete` leaves
 /// a failed job. Operations throw Failure.
 class BackupJob {
@@ -42,7 +49,7 @@ class BackupJob {
   long long id_;
   const platform::ScopedJob scope_;
   DZBkpJobClient client_;
-  DZJobCtrlClient control_;
+  BackupControl control_;
   std::string step_ = "begin";
   bool isComplete_ = false;
 };

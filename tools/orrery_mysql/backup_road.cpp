@@ -1,6 +1,7 @@
 #include "backup_road.h"
 
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
@@ -27,6 +28,19 @@ constexpr std::uint32_t wasInterrupted = 0x570000F2;
 constexpr std::uint32_t wasStopped = 0x570000F3;
 constexpr std::uint32_t replicaNotLetGo = 0x570000F4;
 
+/// Servers with several sources tell only of the one without a name, and only that one can be held.
+void requireNoNamedConnection(ServerSession& server) {
+  std::string rows;
+  server.attempt(
+      [&](GetMySqlInfo& session) { return session.executeMySqlCommand("SHOW ALL SLAVES STATUS", rows, false); });
+  (*server).clearErrors();  // servers of the other family do not know the statement
+  if (!rows.empty()) {
+    throw Failure("the replica of " + server.instance() + " is not held",
+                  "it replicates by named connections only, which backups do not hold",
+                  "stop them yourself for the time of the backup");
+  }
+}
+
 std::int64_t now(Context& context) {
   return context.services().clock->now();
 }
@@ -38,21 +52,36 @@ void readServer(ServerSession& server, Manifest& manifest) {
              [&](GetMySqlInfo& session) { return session.isMariaDb(manifest.isMariaDb); });
 }
 
-/// Holds a replica that runs. One that stands still for another reason stays as it is: what did not run before must not
-/// run afterwards.
+/// Holds a replica that changes by itself. One that stands still for another reason stays as it is: what did not run
+/// before must not run afterwards.
 void hold(Context& context, BackupJob& job, ServerSession& server, HeldReplica& held, Manifest& manifest) {
-  ReplicationStatus status = readReplication(server);
-  if (status.isRunning || status.isHeld) {
+  const ReplicationStatus status = readReplication(server);
+  const bool changes = status.isRunning || status.isHeld || status.isApplying;
+  if (changes) {
     manifest.heldFrom = now(context);
     held.stop("orrery-mysql backup " + server.instance() + ", job " + std::to_string(job.id()));
-    status = {.isReplica = true, .isHeld = true};
   } else if (status.isReplica) {
     context.note("replication does not run on " + server.instance() + "; it is left as it is");
+  } else {
+    requireNoNamedConnection(server);
   }
-  manifest.replication = stateText(status);
+  manifest.replication = changes ? "held" : stateText(status);
   if (!status.isReplica) return;
   manifest.primaryLog = (*server).strSessionString2;
   manifest.primaryPosition = (*server).strSessionString3;
+}
+
+/// Lets the replica go and looks whether it runs again. A server may refuse to go on for reasons of its own.
+void letGo(Context& context, ServerSession& server, HeldReplica& held, Manifest& manifest) {
+  held.letGo();
+  if (manifest.heldFrom == 0) return;
+  manifest.heldUntil = now(context);
+  const ReplicationStatus status = readReplication(server);
+  manifest.runsAgain = status.canBeHeld();
+  if (!manifest.runsAgain) {
+    context.note("replication of " + server.instance() + " was let go and is " + stateText(status) +
+                 "; look at the server's replica status and error log");
+  }
 }
 
 /// An account that may not see all databases would have those of the content counted as gone. Every server has the
@@ -110,7 +139,7 @@ void readBinaryLogs(ServerSession& server, Manifest& manifest) {
 void letGoAfterFailure(Context& context, BackupJob& job, HeldReplica& held) {
   try {
     held.letGo();
-  } catch (const Failure& failure) {
+  } catch (const std::exception& failure) {
     job.addCause(replicaNotLetGo, {failure.what()});
     context.note(failure.what());
   }
@@ -128,16 +157,31 @@ void walk(Context& context, BackupJob& job, Manifest& manifest) {
     reconcile(context, job, server, manifest);
     job.step("find the data paths", 50);
     manifest.paths = readDataPaths(server);
+    addFurtherPaths(server, manifest.paths);
     job.step("rotate and list the binary logs", 70);
     readBinaryLogs(server, manifest);
     job.step("let the replica go", 85);
-    held.letGo();
+    letGo(context, server, held, manifest);
   } catch (...) {
     letGoAfterFailure(context, job, held);
     throw;
   }
-  if (manifest.heldFrom != 0) manifest.heldUntil = now(context);
 }
+
+/// A manifest without a job that ended well would be believed.
+class RemovedUnlessKept {
+ public:
+  explicit RemovedUnlessKept(std::string path) : path_(std::move(path)) {}
+  ~RemovedUnlessKept() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+  }
+  RemovedUnlessKept(const RemovedUnlessKept&) = delete;
+  RemovedUnlessKept& operator=(const RemovedUnlessKept&) = delete;
+  void keep() noexcept { path_.clear(); }
+
+ private:
+  std::string path_;
+};
 
 std::string signalText(int signal) {
   const char* const name = ::sigabbrev_np(signal);
@@ -145,7 +189,7 @@ std::string signalText(int signal) {
 }
 
 void noteWhatIsNotProtected(Context& context, const Manifest& manifest) {
-  if (!manifest.missing.empty()) context.note("databases of the content are not on the server");
+  if (!manifest.missing.empty() && manifest.level != 2) context.note("databases of the content are not on the server");
   if (manifest.databases.empty()) {
     context.note("the subclient " + manifest.subclient.name +
                  " has no database to protect; orrery-mysql databases add " + manifest.instance.name +
@@ -184,8 +228,10 @@ void runBackup(Context& context, const BackupRequest& request) {
     job.step("write the manifest", 95);
     manifest.finished = now(context);
     path = writeManifest(context, manifest);
-    const bool isWhole = manifest.missing.empty() || manifest.level == 2;
+    RemovedUnlessKept written(path);
+    const bool isWhole = manifest.runsAgain && (manifest.missing.empty() || manifest.level == 2);
     job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
+    written.keep();
   } catch (const Interrupted&) {
     job.addCause(wasInterrupted, {signalText(interruptSignal()), job.stepText()});
     throw;

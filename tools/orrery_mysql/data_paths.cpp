@@ -1,10 +1,8 @@
 #include "data_paths.h"
 
-#include <algorithm>
 #include <filesystem>
-#include <list>
 #include <map>
-#include <sstream>
+#include <utility>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 
@@ -32,22 +30,24 @@ std::string absolute(const std::string& dataDirectory, const std::string& path) 
   return (std::filesystem::path(dataDirectory) / path).lexically_normal().string();
 }
 
+std::string valueOf(const PathMap& map, const char* key) {
+  const auto found = map.find(key);
+  return found == map.end() ? std::string() : found->second;
+}
+
+/// The links' targets stand in one text, each with a comma behind it, and are found among the further paths.
 std::vector<DataPath> pathsOfMap(const PathMap& map, const std::string& dataDirectory) {
   std::vector<DataPath> paths;
   const auto add = [&](const std::string& kind, const std::string& path) {
     if (!path.empty()) paths.push_back({kind, path, true, {}, {}, {}});
   };
+  add("data_directory", dataDirectory);
+  add("data_directory_link", valueOf(map, "datadirlink"));
+  const std::string innoDbHome = valueOf(map, "innodb_data_home_dir");
   for (const auto& [key, value] : map) {
-    if (key == "datadirUserPath") continue;  // the owner, in another form
-    if (key == "databaselinks") {
-      std::istringstream links(value);
-      for (std::string link; std::getline(links, link, ',');) add("database_link", link);
-    } else if (key == "datadir") {
-      add("data_directory", value);
-    } else if (key == "datadirlink") {
-      add("data_directory_link", value);
-    } else if (key == value) {
-      add("innodb_data_file", value);
+    if (key.starts_with("datadir") || key == "databaselinks") continue;
+    if (key == value) {
+      add("innodb_data_file", absolute(absolute(dataDirectory, innoDbHome), value));
     } else if (!value.empty()) {
       add(key, absolute(dataDirectory, value));
     }
@@ -63,6 +63,7 @@ void readOwner(GetMySqlInfo& session, DataPath& path) {
   std::string user;
   std::string group;
   GetMySqlInfo::extractDataDir(field, none, user, group);
+  if (user.empty()) return;  // a name that the text cannot carry
   path.owner = user;
   path.group = group;
 }
@@ -72,17 +73,23 @@ void readOwner(GetMySqlInfo& session, DataPath& path) {
 DataPaths readDataPaths(ServerSession& server) {
   const PathMap map = readMap(server);
   DataPaths found;
-  const auto dataDirectory = map.find("datadir");
-  if (dataDirectory != map.end()) found.dataDirectory = dataDirectory->second;
+  found.dataDirectory = valueOf(map, "datadir");
   found.paths = pathsOfMap(map, found.dataDirectory);
+  for (DataPath& path : found.paths) readOwner(*server, path);
+  return found;
+}
+
+void addFurtherPaths(ServerSession& server, DataPaths& paths) {
   std::vector<mysql::FurtherPath> further;
   server.run("the paths outside the data directory are not known of",
              [&](GetMySqlInfo& session) { return session.findFurtherPaths(further); });
   for (mysql::FurtherPath& path : further) {
-    found.paths.push_back({std::move(path.kind), std::move(path.path), false, std::move(path.note), {}, {}});
+    DataPath& added = paths.paths.emplace_back();
+    added.kind = std::move(path.kind);
+    added.path = std::move(path.path);
+    added.note = std::move(path.note);
+    readOwner(*server, added);
   }
-  for (DataPath& path : found.paths) readOwner(*server, path);
-  return found;
 }
 
 Json toJson(const DataPath& path) {

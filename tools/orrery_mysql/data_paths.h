@@ -26,8 +26,11 @@ struct DataPaths {
   std::vector<DataPath> paths;
 };
 
-/// Every data path of a server, with its owner where it has one. Throws Failure.
+/// The paths of the library's map, with their owners where they have one. Throws Failure.
 DataPaths readDataPaths(ServerSession& server);
+/// Adds the places that the map does not name, linked databases among them. The data directory must be readable here.
+/// Throws Failure.
+void addFurtherPaths(ServerSession& server, DataPaths& paths);
 
 Json toJson(const DataPath& path);
 /// Columns: kind, path, owner, origin.

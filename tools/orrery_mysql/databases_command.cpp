@@ -197,6 +197,9 @@ void requireDatabaseName(const std::string& name) {
   constexpr std::size_t longest = 64;  // characters
   const auto isStart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
   if (name.empty()) throw WrongUsage("a database has a name");
+  if (name == "information_schema" || name == "performance_schema") {
+    throw WrongUsage(name + " holds nothing to protect: its tables are views of the server's state");
+  }
   if (static_cast<std::size_t>(std::count_if(name.begin(), name.end(), isStart)) > longest) {
     throw WrongUsage("names of databases have at most 64 characters");
   }

@@ -18,8 +18,9 @@ namespace {
 
 constexpr int noReplica = 100;
 constexpr int heldByBackup = 99;
-constexpr int mostAttempts = 5;
-constexpr std::int64_t betweenAttempts = 1000;  // milliseconds
+constexpr int mostLooks = 3;
+constexpr int mostAttempts = 7;
+constexpr std::int64_t firstPause = 1000;  // milliseconds; twice as long before each further attempt
 
 /// A number of the client library's own (errmsg.h): the server was not reached.
 bool isClientError(int number) {
@@ -32,9 +33,7 @@ bool answersNothing(GetMySqlInfo& session) {
   return session.executeMySqlCommand("SHOW SLAVE STATUS", rows, false) == 0 && rows.empty();
 }
 
-}  // namespace
-
-ReplicationStatus readReplication(ServerSession& server) {
+ReplicationStatus readOnce(ServerSession& server) {
   ReplicationStatus found;
   int code = 0;
   std::string text;
@@ -43,16 +42,30 @@ ReplicationStatus readReplication(ServerSession& server) {
     found.isReplica = rc != noReplica && (rc == 0 || !server.isInCommandMode() || !answersNothing(session));
     return found.isReplica ? rc : 0;
   });
-  found.isHeld = found.isReplica && !found.isRunning && code == heldByBackup;
+  if (!found.isReplica) return found;
+  found.isHeld = !found.isRunning && code == heldByBackup;
   found.isPartial = found.isRunning && found.isPartial;
+  found.isApplying = (*server).replicaApplies();
+  found.isFetching = (*server).replicaFetches();
   return found;
+}
+
+}  // namespace
+
+/// The row and the counter are not read at one moment: a replica that others let go in between seems to stand still by
+/// itself. One that really does says so again.
+ReplicationStatus readReplication(ServerSession& server) {
+  ReplicationStatus status = readOnce(server);
+  for (int look = 1; look < mostLooks && status.isReplica && !status.canBeHeld(); ++look) status = readOnce(server);
+  return status;
 }
 
 const char* stateText(const ReplicationStatus& status) {
   if (!status.isReplica) return "no replica";
   if (status.isHeld) return "held";
-  if (!status.isRunning) return "stopped";
-  return status.isPartial ? "running in part" : "running";
+  if (status.isRunning) return status.isPartial ? "running in part" : "running";
+  if (!status.isApplying) return "stopped";
+  return status.isFetching ? "running without its primary" : "stopped in part";
 }
 
 HeldReplica::~HeldReplica() {
@@ -79,8 +92,9 @@ void HeldReplica::stop(const std::string& commandLine) {
   const std::string look = "see orrery-mysql replica status " + name;
   const ReplicationStatus replication = readReplication(server_);
   if (!replication.isReplica) throw Failure(what, "its server is no replica");
-  if (!replication.isRunning && !replication.isHeld) {
-    throw Failure(what, "replication does not run there and would be started in the end", look);
+  if (!replication.canBeHeld()) {
+    throw Failure(
+        what, std::string("replication is ") + stateText(replication) + " there and would be started in the end", look);
   }
   if (server_.isInCommandMode()) {
     // There nobody counts who holds it, and the first to let go would start it under the others.
@@ -95,7 +109,8 @@ void HeldReplica::stop(const std::string& commandLine) {
     return rc;
   });
   if (readReplication(server_).isRunning) {
-    throw Failure(what, "others are counted as holding it, but replication runs there", look);
+    throw Failure(what, "others are counted as holding it, but replication runs there",
+                  look + ", and orrery-mysql replica release --stale " + name + " if they are gone");
   }
 }
 
@@ -117,15 +132,17 @@ void HeldReplica::letGo() {
   require(context_.services().holders->remove(entry_), "the holder of the replica cannot be forgotten");
 }
 
-/// A connection that is lost just then is made again: nobody else will start this replica.
+/// A connection that is lost just then is made again, also when the server takes a minute to come back: nobody else
+/// will start this replica.
 int HeldReplica::start() {
   auto& session = static_cast<GetMySqlInfoExt&>(*server_);
-  for (int attempt = 1;; ++attempt) {
+  std::int64_t pause = firstPause;
+  for (int attempt = 1;; ++attempt, pause *= 2) {
     session.clearErrors();
     const int rc = session.StartSlave();
     if (rc == 0 || !isClientError(session.iErrorCode) || attempt == mostAttempts) return rc;
     session.Disconnect();
-    context_.services().clock->sleep(betweenAttempts);
+    context_.services().clock->sleep(pause);
   }
 }
 

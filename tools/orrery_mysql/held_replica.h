@@ -14,11 +14,16 @@ struct ReplicationStatus {
   bool isReplica = true;
   bool isRunning = false;
   bool isPartial = false;
-  bool isHeld = false;  ///< stopped, and the counter says that a backup did it
+  bool isHeld = false;      ///< stopped, and the counter says that a backup did it
+  bool isApplying = false;  ///< carries out what it has of its primary's changes, also without reaching it
+  bool isFetching = false;  ///< gets changes from its primary, or tries to reach it
+
+  /// Whether holding it keeps it from changing, and letting it go brings it back to this state.
+  bool canBeHeld() const noexcept { return isReplica && (isRunning || isHeld || (isApplying && isFetching)); }
 };
 /// Throws Failure when the server does not tell.
 ReplicationStatus readReplication(ServerSession& server);
-/// "no replica", "held", "running", "running in part" or "stopped".
+/// "no replica", "held", "running", "running in part", "running without its primary", "stopped in part" or "stopped".
 const char* stateText(const ReplicationStatus& status);
 
 /// A replica that this program keeps stopped, together with the backups that share it. Whatever ends the scope lets it
@@ -30,7 +35,7 @@ class HeldReplica {
   HeldReplica(const HeldReplica&) = delete;
   HeldReplica& operator=(const HeldReplica&) = delete;
 
-  /// Refuses what is no replica and one that does not run: letting go would start it. `commandLine` is what people will
+  /// Refuses what cannot be held, see `ReplicationStatus::canBeHeld`. `commandLine` is what people will
   /// know this holder by.
   void stop(const std::string& commandLine);
   /// Tells the store which process works while the replica is held. A store that does not take it is no reason to

@@ -65,8 +65,9 @@ void watch(Context& context, long long id) {
 
 void stop(Context& context, long long id) {
   const platform::JobRecord job = findJob(context, id);
-  if (job.state != platform::JobState::running) {
-    throw Failure("the job " + std::to_string(id) + " is not stopped", "it has ended: " + stateOf(context, job));
+  const std::string state = stateOf(context, job);
+  if (state != "running") {
+    throw Failure("the job " + std::to_string(id) + " is not stopped", "it has ended: " + state);
   }
   require(context.services().jobs->requestQuit(id), "the job " + std::to_string(id) + " is not stopped");
   Json document;

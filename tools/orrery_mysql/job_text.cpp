@@ -51,7 +51,9 @@ std::string instanceOf(Context& context, const platform::JobRecord& job) {
 bool isWorkedOn(Context& context, const platform::JobRecord& job) {
   std::optional<std::string> start;
   const platform::Status status = context.services().jobs->readTaskOption(job.id, processStartOption, start);
-  return status.ok() && start && isAlive({job.processId, *start});
+  if (!status.ok() || job.processId <= 0) return false;
+  // A job that has just begun, or one of another program, has no mark; then its process id has to do.
+  return start ? isAlive({job.processId, *start}) : !markOf(static_cast<pid_t>(job.processId)).start.empty();
 }
 
 }  // namespace

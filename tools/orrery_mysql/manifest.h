@@ -27,6 +27,7 @@ struct Manifest {
   std::string replication;  ///< its state while the rest was read
   std::int64_t heldFrom = 0;
   std::int64_t heldUntil = 0;
+  bool runsAgain = true;   ///< replication went on after it was let go
   std::string primaryLog;  ///< up to where the replica had carried out what its primary did; empty for no replica
   std::string primaryPosition;
 

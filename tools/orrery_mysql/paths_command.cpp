@@ -8,6 +8,7 @@
 
 #include "context.h"
 #include "data_paths.h"
+#include "failure.h"
 #include "server_session.h"
 
 namespace orrery::tool {
@@ -15,7 +16,13 @@ namespace {
 
 void paths(Context& context, const std::string& instance) {
   ServerSession server(context, instance);
-  const DataPaths found = readDataPaths(server);
+  DataPaths found = readDataPaths(server);
+  try {
+    addFurtherPaths(server, found);
+  } catch (const Failure& failure) {
+    // What the map says is worth having without the rest, on a machine that does not hold the files for one.
+    context.note(std::string(failure.what()) + "; only the map is shown");
+  }
   Json document;
   document["instance"] = server.instance();
   document["data_directory"] = found.dataDirectory;

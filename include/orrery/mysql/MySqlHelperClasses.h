@@ -242,6 +242,14 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// list, for one that is too short to tell, and when the lock cannot be had.
   int ProcessReplicationStatusOutput(std::list<std::string>& values, bool& running, bool& partial, int& status,
                                      std::string& text);
+  /// What the server wrote of its two replication threads at the last `getReplicationStatus`: whether the one that
+  /// fetches from the primary does something, connected or not, and whether the one that carries it out runs.
+  bool replicaFetches() const noexcept {
+    return replicaFetches_;
+  }
+  bool replicaApplies() const noexcept {
+    return replicaApplies_;
+  }
   /// Checks that a database can be reached. Server error 1049 when it does not exist. Does not select it for later
   /// statements. A name with a quote, a back-tick, a line break, a null or a backslash is refused: clients resolve
   /// backslashes in this request and would check another database.
@@ -279,10 +287,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   /// found before a failure stays.
   int readFileListByPattern(const std::string& directory, const std::string& fragment, std::vector<std::string>& files);
   /// Appends the places that hold this server's data outside its data directory and that `FindAllDatabasePaths` of the
-  /// session's mode does not name, in the order of kinds and paths: absolute, without links, and nothing that lies in
-  /// another such place of its kind or in a database's directory. Asks the server and looks into its data directory, so
-  /// it has to run on the server's machine, with the right to read there. Variables and tables that the server does not
-  /// know, and links that lead nowhere, are passed over. `paths` stays on failure.
+  /// session's mode does not name, in the order of kinds and paths, and linked databases in either mode, because the
+  /// map gives them as one text that cannot be taken apart: absolute, without links, and nothing that lies in another
+  /// such place of its kind or in a database's directory. Asks the server and looks into its data directory, so it has
+  /// to run on the server's machine, with the right to read there. Variables and tables that the server does not know,
+  /// and links that lead nowhere, are passed over. `paths` stays on failure.
   int findFurtherPaths(std::vector<orrery::mysql::FurtherPath>& paths);
 
   /// Name of a database's directory or a table's files on disk: letters and digits of ASCII and "_" stay, every other
@@ -386,6 +395,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int askForPath(const char* statement, std::string& output);
   ORRERY_MYSQL_HIDDEN int findInnoDbPaths(std::map<std::string, std::string>& found);
 
+  bool replicaFetches_ = false;
+  bool replicaApplies_ = false;
   // Entities of this session, each shared with the session's copies. Earlier ones stay until the session ends, because
   // a caller may still hold their address.
   std::vector<std::shared_ptr<MySqlInstance>> instances_;

@@ -128,7 +128,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
 
   /// Joins those who hold replication stopped; the first stops it. Sets `bSlaveStoppedBySession`. -1 also when the
   /// counter cannot be read or written; the flag is then set only if replication was stopped, so that `StartSlave` can
-  /// start it.
+  /// start it. A connection that is lost while the server stops replication fails it as well; replication is then
+  /// started again at once, and a critical event (0x5700004e) tells when that cannot be done.
   int StopSlave() override;
   /// Leaves them; the last starts replication and looks for up to three seconds whether it runs. 0 without doing
   /// anything for a session that does not hold it. A replica that does not start, or does not run then, is a critical
@@ -173,6 +174,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   enum class Step { done, failed, brokenOff };
   ORRERY_MYSQL_HIDDEN Step holdReplica(orrery::mysql::InstanceLock& lock, const std::string& counter);
   ORRERY_MYSQL_HIDDEN int stopReplication();
+  ORRERY_MYSQL_HIDDEN void undoStop();
   ORRERY_MYSQL_HIDDEN Step letReplicaGo(const orrery::mysql::InstanceLock& lock, const std::string& counter);
   ORRERY_MYSQL_HIDDEN int startReplication(const char* tag);
   ORRERY_MYSQL_HIDDEN void watchReplicationResume(const char* tag, const orrery::mysql::InstanceLock& lock);

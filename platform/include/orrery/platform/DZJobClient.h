@@ -62,11 +62,14 @@ class ORRERY_PLATFORM_EXPORT DZBkpJobClient : public DZJobClient {
 class ORRERY_PLATFORM_EXPORT DZJobCtrlClient {
  public:
   explicit DZJobCtrlClient(int kind) noexcept;
+  DZJobCtrlClient(const DZJobCtrlClient&) = delete;
+  DZJobCtrlClient& operator=(const DZJobCtrlClient&) = delete;
+  virtual ~DZJobCtrlClient();
   /// 1 when the job manager knows the job, else another number. The other arguments as in `DZBkpJobClient::init`.
   int Init2(long long jobId, const std::string& managerName, int flags, int phase, const std::string& stream,
             int extra);
   /// Whether the job is to end. False also before `Init2` and when the job manager cannot be asked, which is logged.
-  bool checkQuitFlag() const;
+  virtual bool checkQuitFlag() const;
 
  private:
   long long jobId_ = 0;
