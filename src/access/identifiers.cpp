@@ -10,6 +10,34 @@ bool escapesClosingQuote(std::string_view text) {
   return backslashes % 2 != 0;
 }
 
+std::string doubleQuotes(std::string_view text) {
+  std::string doubled;
+  doubled.reserve(text.size() + 2);
+  for (const char character : text) {
+    if (character == '\'') doubled += character;
+    doubled += character;
+  }
+  return doubled;
+}
+
+/// A text that means the same under every sql_mode. The name of the character set is one that all servers know.
+std::string inHexadecimal(std::string_view text) {
+  constexpr char digits[] = "0123456789ABCDEF";
+  std::string literal = "_utf8 X'";
+  literal.reserve(literal.size() + 2 * text.size() + 1);
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    literal += digits[byte >> 4];
+    literal += digits[byte & 0xFU];
+  }
+  return literal + "'";
+}
+
+bool isPlainBackslash(std::string_view pattern, std::size_t i) {
+  const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
+  return pattern[i] == '\\' && next != '_' && next != '%';
+}
+
 }  // namespace
 
 std::optional<std::string> reasonToRefuse(const char* what, std::string_view name, Quoting quoting, Carrier carrier) {
@@ -40,30 +68,29 @@ std::string escapeForLike(std::string_view text) {
   return escaped;
 }
 
-std::string escapeText(std::string_view name) {
-  std::string escaped;
-  escaped.reserve(name.size());
-  for (const char character : name) {
-    if (character == '\'' || character == '\\') escaped += character;
-    escaped += character;
-  }
-  return escaped;
+std::string quoteText(std::string_view name) {
+  if (name.find('\\') != std::string_view::npos) return inHexadecimal(name);
+  return "'" + doubleQuotes(name) + "'";
 }
 
-std::string escapePattern(std::string_view pattern) {
-  std::string escaped;
-  escaped.reserve(pattern.size());
+bool holdsPlainBackslash(std::string_view pattern) {
   for (std::size_t i = 0; i < pattern.size(); ++i) {
-    const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
-    if (pattern[i] == '\'') {
-      escaped += "''";
-    } else if (pattern[i] == '\\' && next != '_' && next != '%') {
-      escaped += R"(\\\\)";  // the text's reader halves them, and so does LIKE
-    } else {
-      escaped += pattern[i];
-    }
+    if (isPlainBackslash(pattern, i)) return true;
   }
-  return escaped;
+  return false;
+}
+
+std::string quotePattern(std::string_view pattern) {
+  if (!holdsPlainBackslash(pattern)) return "'" + doubleQuotes(pattern) + "'";
+  // With an escape character of its own, a backslash is a character like any other to LIKE.
+  std::string escaped;
+  escaped.reserve(pattern.size() + 4);
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    const bool escapesNext = pattern[i] == '\\' && !isPlainBackslash(pattern, i);
+    if (pattern[i] == '|') escaped += '|';
+    escaped += escapesNext ? '|' : pattern[i];
+  }
+  return inHexadecimal(escaped) + " ESCAPE '|'";
 }
 
 }  // namespace orrery::mysql

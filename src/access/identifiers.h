@@ -10,7 +10,7 @@ namespace orrery::mysql {
 enum class Quoting {
   backTicks,     ///< an identifier
   singleQuotes,  ///< a text, as it is
-  escaped,       ///< a text between single quotes, written by `escapeText` or `escapePattern`
+  escaped,       ///< a text, written by `quoteText` or `quotePattern`
   none,          ///< a whole statement that a caller gives
 };
 
@@ -28,14 +28,16 @@ std::optional<std::string> reasonToRefuse(const char* what, std::string_view nam
 /// `text` with a backslash before every "_" and "%", so that a LIKE pattern matches it literally.
 std::string escapeForLike(std::string_view text);
 
-// A name between single quotes, so that the server reads this name and nothing else. A name without quotes and
-// backslashes stays as it is. Under the sql_mode NO_BACKSLASH_ESCAPES the quoting holds as well, but a name with a
-// backslash is then read as another one, which is not there.
+// A name as a text in a statement, quotes included, so that the server reads this name and nothing else under every
+// sql_mode. Backslashes mean different things between quotes (NO_BACKSLASH_ESCAPES), so a text with one is written in
+// hexadecimal digits; one without makes the statement that it always made.
 
 /// `name` as a text to compare with.
-std::string escapeText(std::string_view name);
-/// `pattern` behind LIKE. A backslash before "_" or "%" takes their meaning from them, as `escapeForLike` writes it;
-/// any other backslash stands for itself. What `escapeForLike` makes of a name matches that name alone.
-std::string escapePattern(std::string_view pattern);
+std::string quoteText(std::string_view name);
+/// `pattern` as a text behind LIKE. A backslash before "_" or "%" takes their meaning from them, as `escapeForLike`
+/// writes it; any other backslash stands for itself. What `escapeForLike` makes of a name matches that name alone.
+std::string quotePattern(std::string_view pattern);
+/// Whether a backslash in `pattern` stands for itself: then `quotePattern` writes more than a text between quotes.
+bool holdsPlainBackslash(std::string_view pattern);
 
 }  // namespace orrery::mysql

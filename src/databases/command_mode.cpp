@@ -25,8 +25,8 @@ void readSizeAndTime(const std::string& row, unsigned long long& size, std::stri
     createTime = row.substr(tab + 1, row.find('\t', tab + 1) - tab - 1);
     createTime.erase(std::remove(createTime.begin(), createTime.end(), '\n'), createTime.end());
   }
-  long long bytes = 0;
-  size = std::sscanf(row.c_str(), "%lld", &bytes) == 1 ? static_cast<unsigned long long>(bytes) : 0;
+  long long bytes = 0;  // of the first field alone: a number's reader would pass over the tab behind an empty one
+  size = std::sscanf(row.substr(0, tab).c_str(), "%lld", &bytes) == 1 ? static_cast<unsigned long long>(bytes) : 0;
 }
 
 }  // namespace
@@ -58,12 +58,15 @@ int GetMySqlInfo::CheckDBPresence(std::string& db, bool& present) {
   return guarded(evEvent, tag, [&] {
     db.erase(std::remove(db.begin(), db.end(), '\n'), db.end());
     if (const auto reason = reasonToRefuse("database name", db, Quoting::escaped)) return refuse(tag, *reason);
+    // Kept: the name is sent as a pattern that matches itself alone, since "_" and "%" are escaped first. Over a
+    // connection a_b finds axb too.
     db = SpecialCharactersCheck(db);
     std::string output;
     if (runQuery(tag, databases::presenceOf(db), output) != 0) {
       evEvent.Debug(tag, "failed...");
       return -1;
     }
+    // Kept: any output counts. To an empty name the server answers with all databases, so it is present.
     present = !output.empty();
     return 0;
   });
@@ -98,8 +101,8 @@ int GetMySqlInfo::isUsesInnoDBEngine(std::string db, bool& innoDbOnly) {
     std::string output;
     // Kept: tables of the engine MEMORY count here, but not over a connection.
     if (runQuery(tag,
-                 "SELECT * from (SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`='" +
-                     orrery::mysql::escapeText(db) + "') AS innertable WHERE innertable.ENGINE <> 'InnoDB' ",
+                 "SELECT * from (SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`=" +
+                     orrery::mysql::quoteText(db) + ") AS innertable WHERE innertable.ENGINE <> 'InnoDB' ",
                  output) != 0) {
       evEvent.Debug(tag, "failed");
       return -1;

@@ -43,6 +43,7 @@ int GetMySqlInfoExt::FetchDBList(std::list<std::string>& databases) {
 
 int GetMySqlInfoExt::CheckDBPresence(std::string db, bool& present) {
   constexpr const char* tag = "GetMySqlInfoExt::CheckDBPresence";
+  // Kept: one line feed and no more, the one that a line of a list ends in. Command mode removes them all.
   if (!db.empty() && db.back() == '\n') db.pop_back();
   bool found = false;
   const int result = forward(

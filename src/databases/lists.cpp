@@ -13,17 +13,21 @@ void prefix(std::list<std::string>& names) {
 }
 
 std::string presenceOf(std::string_view pattern) {
-  return "SHOW DATABASES LIKE '" + escapePattern(pattern) + "'";
+  // Behind the LIKE of SHOW stands nothing but a text between quotes. It compares bytes, and so does this.
+  if (holdsPlainBackslash(pattern)) {
+    return "SHOW DATABASES WHERE CAST(`Database` AS BINARY) LIKE " + quotePattern(pattern);
+  }
+  return "SHOW DATABASES LIKE " + quotePattern(pattern);
 }
 
 std::string tablesOf(std::string_view pattern) {
-  return "select TABLE_NAME from INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE '" + escapePattern(pattern) + "'";
+  return "select TABLE_NAME from INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE " + quotePattern(pattern);
 }
 
 std::string sizeOf(std::string_view pattern) {
   return "SELECT SUM(data_length+index_length),min(create_time) FROM INFORMATION_SCHEMA.TABLES WHERE table_schema "
-         "LIKE '" +
-         escapePattern(pattern) + "'";
+         "LIKE " +
+         quotePattern(pattern);
 }
 
 }  // namespace orrery::mysql::databases

@@ -16,7 +16,7 @@ void removeVirtualSchemas(std::list<std::string>& names);
 /// Puts the "/" before every name that it has in all lists outside of statements.
 void prefix(std::list<std::string>& names);
 
-// Statements about the databases that match a LIKE pattern, see escapePattern.
+// Statements about the databases that match a LIKE pattern, see quotePattern.
 std::string presenceOf(std::string_view pattern);
 std::string tablesOf(std::string_view pattern);
 /// Size in bytes of their tables and the oldest creation time, as one row.

@@ -54,6 +54,8 @@ void spellLikeServer(DatabaseContent& content) {
   }
 }
 
+// Kept: the own list is not spelled like the server's. What it holds is what the content holds, so a name with a
+// backslash before it reaches the valid list as it is, and is never gone.
 DatabasePlan reconcile(std::list<std::string> server, const DatabaseContent& content, bool discovers) {
   DatabasePlan plan;
   plan.server = std::move(server);
@@ -68,6 +70,7 @@ DatabasePlan reconcile(std::list<std::string> server, const DatabaseContent& con
 
   const NameSet own = namesOf(content.own);
   Views goneNames;
+  // Kept: an entry that occurs twice is handled twice, in events and counts too.
   for (const auto& [name, isDiscovered] : content.all) {
     if (!own.has(name) || onServer.has(name)) continue;
     (isDiscovered != 0 ? plan.vanished : plan.missing).push_back(name);
@@ -165,6 +168,7 @@ MySqlProperty Reconciliation::propertyOf(const std::string& name, std::map<std::
   const std::string bareName = name.substr(1);
   unsigned long long size = 0;
   std::string created;
+  // Kept: library mode takes the bare name for a LIKE pattern. The size of a_b has the bytes of axb in it.
   if (session_.getDBProps(bareName, created, size) != 0) {
     log_.Debug(tag_, "getDBProps failed for [%s] database", bareName.c_str());
   }
@@ -217,6 +221,7 @@ void Reconciliation::removeVanished() {
   if (subclient_->removeProperties(plan_.vanished) != 0) {
     log_.Debug(tag_, "MySqlSubclient:removeProperties() returned error.");
   }
+  // Kept: the event tells of databases that are gone, whether or not the content could be changed.
   log_ << join(plan_.vanished) << subclientName;
   log_.InformationEvent(databasesRemoved);
 }

@@ -103,7 +103,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   virtual int FindMasterLogs(std::list<std::string>& logs, long* first, long* last);
   virtual int FindMasterLogs(std::list<std::string>& logs, bool flushAfter);
   /// Whether the server has a database. Line feeds are removed from `db`, and "_" and "%" in it get a backslash: the
-  /// caller's text is the pattern that was asked for afterwards. `present` stays on failure. Here and in the two
+  /// caller's text is the pattern that was asked for afterwards. `present` stays on failure. An empty name is present:
+  /// the server answers it with all databases. Here and in the two
   /// operations about one database below, a name with a double quote, a line break or a null is refused: no client
   /// runs.
   // The derived class hides this one on purpose, see there.

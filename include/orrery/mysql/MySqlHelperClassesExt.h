@@ -108,8 +108,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int FetchMasterInfo(std::string& info);
   /// Of a cloud database, also without mysql, innodb and sys.
   int FetchDBList(std::list<std::string>& databases) override;
-  /// Whether the server has a database; `db` is a LIKE pattern, and one line feed at its end does not count. Not an
-  /// override: through a pointer to the base, callers reach what the base does.
+  /// Whether the server has a database; `db` is a LIKE pattern (see MySqlInterface::CheckDBExistence), and one line
+  /// feed at its end does not count. An empty one matches every database, as in the base. Not an override: through a
+  /// pointer to the base, callers reach what the base does.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Woverloaded-virtual"
   int CheckDBPresence(std::string db, bool& present);
@@ -138,6 +139,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int StartSlave() override;
   /// As in the base, over the connection, and 100 for a server that is no replica.
   int getReplicationStatus(bool& running, bool& partial, int& status, std::string& text) override;
+  /// As in the base, of all databases that `db` matches: it is a LIKE pattern here. -1 when the server cannot be asked.
   int getDBProps(std::string db, std::string& createTime, unsigned long long& size) override;
   int isUsesInnoDBEngine(std::string db, bool& innoDbOnly) override;
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;

@@ -116,7 +116,7 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   /// Appends the names of all databases.
   int FetchDBList(std::list<std::string>& databases);
   /// Whether there is a database of this name, a LIKE pattern. In patterns of this class a backslash before "_" or "%"
-  /// takes their meaning from them; any other backslash stands for itself.
+  /// takes their meaning from them; any other backslash stands for itself, whatever the server's sql_mode.
   int CheckDBExistence(std::string db, bool& found);
   /// Size in bytes of the tables and the oldest creation time as the server writes it; 0 and "0" for a database without
   /// tables. `db` is a LIKE pattern.

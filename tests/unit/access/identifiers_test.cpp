@@ -39,19 +39,20 @@ TEST(Names, BetweenSingleQuotesEndThemNowhere) {
   const struct {
     const char *name, *text, *pattern;
   } table[] = {
-      {"shop 1-a.b", "shop 1-a.b", "shop 1-a.b"},
-      {"a_b%", "a_b%", "a_b%"},
-      {"a\\_b\\%", R"(a\\_b\\%)", R"(a\_b\%)"},  // as escapeForLike writes them
-      {"it's", "it''s", "it''s"},
-      {"''", "''''", "''''"},
-      {"a\\b", R"(a\\b)", R"(a\\\\b)"},
-      {"a\\", R"(a\\)", R"(a\\\\)"},
-      {"a\\'", R"(a\\'')", R"(a\\\\'')"},
-      {"a\\\\_", R"(a\\\\_)", R"(a\\\\\_)"},  // a backslash, then an escaped underscore
+      {"shop 1-a.b", "'shop 1-a.b'", "'shop 1-a.b'"},
+      {"", "''", "''"},
+      {"a_b%|", "'a_b%|'", "'a_b%|'"},
+      {"a\\_\\%", "_utf8 X'615C5F5C25'", R"('a\_\%')"},  // as escapeForLike writes them
+      {"it's", "'it''s'", "'it''s'"},
+      {"''", "''''''", "''''''"},
+      {"a\\b", "_utf8 X'615C62'", "_utf8 X'615C62' ESCAPE '|'"},
+      {"\xc3\xa9\\", "_utf8 X'C3A95C'", "_utf8 X'C3A95C' ESCAPE '|'"},
+      {"a\\'_", "_utf8 X'615C275F'", "_utf8 X'615C275F' ESCAPE '|'"},
+      {"\\\\_|", "_utf8 X'5C5C5F7C'", "_utf8 X'5C7C5F7C7C' ESCAPE '|'"},  // a backslash, then an escaped underscore
   };
   for (const auto& row : table) {
-    EXPECT_EQ(orrery::mysql::escapeText(row.name), row.text);
-    EXPECT_EQ(orrery::mysql::escapePattern(row.name), row.pattern);
+    EXPECT_EQ(orrery::mysql::quoteText(row.name), row.text);
+    EXPECT_EQ(orrery::mysql::quotePattern(row.name), row.pattern);
     EXPECT_FALSE(reasonToRefuse("name", row.name, Quoting::escaped)) << row.name;
   }
   EXPECT_EQ(reasonToRefuse("name", "a\nb", Quoting::escaped), "the name holds a line break");

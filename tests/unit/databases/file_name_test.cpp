@@ -42,6 +42,7 @@ TEST_F(FileNames, KeepAsciiLettersDigitsAndUnderscoresAlone) {
   const auto lines = backend_.log().entries();
   ASSERT_GE(lines.size(), 2U);
   EXPECT_EQ(lines[lines.size() - 2].text, "Trying to convert: a-b");
+  EXPECT_EQ(lines[lines.size() - 2].level, 5);
   EXPECT_EQ(lines.back().text, "Converted db name: a@002db");
   EXPECT_EQ(lines.back().level, 5);
 }

@@ -35,7 +35,7 @@ class PlayedSession : public GetMySqlInfo {
     asked.push_back(db);
     if (asked.size() == quitAfter) quit();
     if (db == "odd") return -1;
-    created = db == "empty" ? "0" : "2026-02-03 04:05:06";
+    created = db == "empty" ? "0" : "02026-02-03 04:05:06";  // decimal, whatever it begins with
     size = db.size();
     return 0;
   }
@@ -143,25 +143,34 @@ struct Situation {
   const char* sizes = "";    // of those
   const char* content = "";  // own content afterwards
   const char* told = "";
+  const char* lastLine = nullptr;  // of the log; null: whatever it is
 };
 
 Status refusal() {
   return Status::failure("no");
 }
 void withoutDiscovery(World& world) {
-  world.session.iDbAutoDiscovery = 0;
+  world.session.iDbAutoDiscovery = 2;  // only 1 is on
 }
 
 const Situation situations[] = {
     {.name = "nothing_anywhere", .server = {}, .own = {}, .other = {}},
     {.name = "new_databases_go_into_the_default_subclient_sorted",
-     .server = {"/shop", "/empty", "/odd", "/mine"},
+     .server = {"/shop", "/empty", "/mine"},
      .own = {"/mine"},
      .other = {},
-     .valid = "/mine /empty /odd /shop ",
-     .fresh = "/empty /odd /shop ",
-     .sizes = "/empty=5 /odd=0 /shop=4 ",
-     .content = "+/empty(5,0) /mine +/odd +/shop(4,2026) "},
+     .valid = "/mine /empty /shop ",
+     .fresh = "/empty /shop ",
+     .sizes = "/empty=5 /shop=4 ",
+     .content = "+/empty(5,0) /mine +/shop(4,2026) "},
+    {.name = "a_new_database_whose_size_cannot_be_read_is_taken_all_the_same",
+     .server = {"/odd"},
+     .own = {},
+     .other = {},
+     .valid = "/odd ",
+     .fresh = "/odd ",
+     .sizes = "/odd=0 ",
+     .content = "+/odd "},
     {.name = "what_another_subclient_has_is_not_new",
      .server = {"/a", "/b"},
      .own = {},
@@ -241,7 +250,8 @@ const Situation situations[] = {
      .rc = 1,
      .fresh = "/a /b /c ",
      .sizes = "/a=1 /b=1 ",
-     .content = "+/gone "},
+     .content = "+/gone ",
+     .lastLine = "jobControl QuitFlag is ON - quitting scan"},
     {.name = "the_quit_flag_after_the_last_one_counts",
      .server = {"/a"},
      .own = {},
@@ -257,7 +267,8 @@ const Situation situations[] = {
      .arrange = [](World& world) { world.session.listFails = true; },
      .rc = -1,
      .content = "/gone ",
-     .told = " cause300 57000034"},
+     .told = " cause300 57000034",
+     .lastLine = "getDBsFromMySql failed "},
     {.name = "the_subclients_cannot_be_listed",
      .server = {"/a"},
      .own = {"/gone"},
@@ -265,7 +276,8 @@ const Situation situations[] = {
      .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::listSubclients", refusal()); },
      .rc = -1,
      .content = "/gone ",
-     .told = " cause300 57000035"},
+     .told = " cause300 57000035",
+     .lastLine = "getDBsFromArbiter failed "},
     {.name = "a_subclient_whose_content_cannot_be_read_is_passed_over",
      .server = {"/a", "/b"},
      .own = {"/a"},
@@ -286,8 +298,9 @@ const Situation situations[] = {
      .rc = -1,
      .fresh = "/a ",
      .sizes = "/a=1 ",
-     .content = "/gone "},
-    {.name = "a_removal_that_fails_stops_nothing",
+     .content = "/gone ",
+     .lastLine = "Sending new database properties failed... "},
+    {.name = "the_event_is_raised_and_the_job_goes_on_even_when_the_removal_fails",
      .server = {"/a"},
      .own = {"/a", "+/gone"},
      .other = {},
@@ -302,7 +315,8 @@ const Situation situations[] = {
      .arrange = [](World& world) { world.backend.failures().failAlways("JobManager::addCounters", refusal()); },
      .valid = "/a ",
      .content = "/a /gone ",
-     .told = " event6 5700001c|/gone|MySQL"},
+     .told = " event6 5700001c|/gone|MySQL",
+     .lastLine = " Failed to notify the jobmanager about the failure files"},
 };
 
 class Reconciliation : public testing::TestWithParam<Situation> {};
@@ -341,6 +355,10 @@ TEST_P(Reconciliation, DoesTellsAndPlansTheSame) {
   EXPECT_EQ(told, expected.sizes);
   EXPECT_EQ(world.contentOf(subclient), expected.content);
   EXPECT_EQ(world.told(), expected.told);
+  if (expected.lastLine != nullptr) {
+    EXPECT_EQ(world.backend.log().texts().back(), expected.lastLine);
+    EXPECT_EQ(world.backend.log().entries().back().level, 0);
+  }
 
   if (planned != 0) {
     EXPECT_EQ(joined(plan.valid), "before ");
@@ -352,39 +370,46 @@ TEST_P(Reconciliation, DoesTellsAndPlansTheSame) {
   }
 }
 
-TEST(ReconciliationLog, TellsEveryStepInItsOrder) {
+Names levelled(World& world, const char* tag) {
+  Names lines;
+  for (const auto& line : world.backend.log().entries()) {
+    if (line.tag == tag) lines.push_back(std::to_string(line.level) + ":" + line.text);
+  }
+  return lines;
+}
+
+TEST(ReconciliationLog, TellsEveryStepInItsOrderAndTheResultsAreAppended) {
   World world(false);
   world.put(world.defaultSubclient, {"+/a gone", "/b gone", "+/c gone", "/kept"});
   world.session.server = {"/odd", "/kept"};
   world.backend.failures().failAlways("Inventory::removeContent", refusal());
-  world.backend.failures().failAlways("JobManager::addCounters", refusal());
   ApplicationId application(0, world.defaultSubclient);
-  Names valid, fresh;
-  std::map<std::string, unsigned long long> sizes;
+  Names valid{"before"}, fresh{"before"};
+  std::map<std::string, unsigned long long> sizes{{"/odd", 99}};
   int reserved = 0;
   world.backend.log().clear();
   ASSERT_EQ(
-      world.session.getValidDatabasesListForBackup(&application, valid, reserved, nullptr, &world.job, fresh, sizes, 1),
+      world.session.getValidDatabasesListForBackup(&application, valid, reserved, nullptr, nullptr, fresh, sizes, 1),
       0);
-  std::vector<std::string> texts;
-  for (const auto& line : world.backend.log().entries()) {
-    if (line.tag == "GetMySqlInfo::getValidDatabasesListForBackup") texts.push_back(line.text);
-  }
+  EXPECT_EQ(joined(valid), "before /kept /odd ");
+  EXPECT_EQ(joined(fresh), "before /odd ");
+  EXPECT_THAT(sizes, testing::ElementsAre(testing::Pair("/odd", 99))) << "one that is known stays";
   EXPECT_THAT(
-      texts,
+      levelled(world, "GetMySqlInfo::getValidDatabasesListForBackup"),
       testing::ElementsAre(
-          "db on AR: /a gone", "db on AR: /b gone", "db on AR: /c gone", "db on AR: /kept",
-          "This is Default subclient and Auto Discovery is enabled", "getDBProps failed for [odd] database",
-          "Marking [ odd ] database auto discovered ", "New Database Properties Sent to Arbiter...",
-          " Database [/a gone] is auto discovered and found deleted. Deleting it from Stefosteza",
-          " Database [/b gone] is found deleted and not auto discovered",
-          " Database [/c gone] is auto discovered and found deleted. Deleting it from Stefosteza",
-          "MySqlSubclient:removeProperties() returned error.", " checking [/a gone]  db in delete list",
-          " The database [/a gone] not present on the database server", " checking [/b gone]  db in delete list",
-          " The database [/b gone] not present on the database server", " checking [/c gone]  db in delete list",
-          " The database [/c gone] not present on the database server", " checking [/kept]  db in delete list",
-          "Valid Databases for this backup : [ /kept ] ", " checking [/odd]  db in delete list",
-          "Valid Databases for this backup : [ /odd ] ", " Failed to notify the jobmanager about the failure files"));
+          "6:db on AR: /a gone", "6:db on AR: /b gone", "6:db on AR: /c gone", "6:db on AR: /kept",
+          "0:This is Default subclient and Auto Discovery is enabled", "0:getDBProps failed for [odd] database",
+          "0:Marking [ odd ] database auto discovered ", "0:New Database Properties Sent to Arbiter...",
+          "0: Database [/a gone] is auto discovered and found deleted. Deleting it from Stefosteza",
+          "0: Database [/b gone] is found deleted and not auto discovered",
+          "0: Database [/c gone] is auto discovered and found deleted. Deleting it from Stefosteza",
+          "0:MySqlSubclient:removeProperties() returned error.", "6: checking [/a gone]  db in delete list",
+          "0: The database [/a gone] not present on the database server", "6: checking [/b gone]  db in delete list",
+          "0: The database [/b gone] not present on the database server", "6: checking [/c gone]  db in delete list",
+          "0: The database [/c gone] not present on the database server", "6: checking [/kept]  db in delete list",
+          "0:Valid Databases for this backup : [ /kept ] ", "6: checking [/odd]  db in delete list",
+          "0:Valid Databases for this backup : [ /odd ] ",
+          "0: Failed to notify the jobmanager about the failure files"));
 }
 
 TEST(ReconciliationLog, NamesTheReadThatFailed) {
@@ -397,6 +422,10 @@ TEST(ReconciliationLog, NamesTheReadThatFailed) {
   EXPECT_EQ(getDBsFromArbiter(&application, own, all, &subclient), 0);
   EXPECT_THAT(own, testing::ElementsAre("before", "/mine"));
   EXPECT_THAT(all, testing::ElementsAre(testing::Pair("/mine", 0)));
+  EXPECT_THAT(
+      levelled(world, "getDBsFromArbiter"),
+      testing::IsSupersetOf({"2: Appending [/mine] to database list for this subclient ",
+                             "2: Appending database [/mine] to All database list... isautoDiscovered = [0]..."}));
 
   world.backend.failures().failWhen("Inventory::listContent", std::to_string(world.defaultSubclient), refusal());
   EXPECT_EQ(getDBsFromArbiter(&application, own, all, &subclient), 0);
@@ -405,9 +434,6 @@ TEST(ReconciliationLog, NamesTheReadThatFailed) {
   const std::string code = std::to_string(refusal().code);
   EXPECT_TRUE(world.backend.log().contains("getProperties failed retCode=[" + code + "] error=[no]"));
   EXPECT_TRUE(world.backend.log().contains("ClientApplicationList::getSubclientList failed error:[" + code + "]"));
-  EXPECT_TRUE(world.backend.log().contains(" Appending [/mine] to database list for this subclient "));
-  EXPECT_TRUE(
-      world.backend.log().contains(" Appending database [/mine] to All database list... isautoDiscovered = [0]..."));
 
   ApplicationId none;
   DatabasePlan plan;
