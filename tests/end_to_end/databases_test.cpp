@@ -116,6 +116,7 @@ TEST_F(DatabasesTest, PathsAreThoseOfTheMapAndThoseFoundBesideItInBothModesAndIn
   EXPECT_THAT(printed, HasSubstr("database                   " + far + "/moved, of " + server().account()));
   server().execute("drop table moved.t");
   fs::remove(server().dataDirectory() + "/moved");
+  fs::remove_all(far);
 }
 
 TEST_F(DatabasesTest, NamesOfOtherFormsAreTakenAsTheyStand) {

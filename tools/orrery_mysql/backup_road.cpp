@@ -28,6 +28,8 @@ constexpr std::uint32_t wasInterrupted = 0x570000F2;
 constexpr std::uint32_t wasStopped = 0x570000F3;
 constexpr std::uint32_t replicaNotLetGo = 0x570000F4;
 
+constexpr std::int64_t settlingTime = 500;  // milliseconds
+
 /// Servers with several sources tell only of the one without a name, and only that one can be held.
 void requireNoNamedConnection(ServerSession& server) {
   std::string rows;
@@ -76,6 +78,8 @@ void letGo(Context& context, ServerSession& server, HeldReplica& held, Manifest&
   held.letGo();
   if (manifest.heldFrom == 0) return;
   manifest.heldUntil = now(context);
+  // The first change that it cannot carry out stops it again, a moment later.
+  context.services().clock->sleep(settlingTime);
   const ReplicationStatus status = readReplication(server);
   manifest.runsAgain = status.canBeHeld();
   if (!manifest.runsAgain) {
@@ -242,8 +246,8 @@ void runBackup(Context& context, const BackupRequest& request) {
     job.addCause(stepFailed, {job.stepText(), error.what()});
     throw Failure(failed, std::string("in the step '") + job.stepText() + "': " + error.what());
   }
-  noteWhatIsNotProtected(context, manifest);
   printManifest(context, manifest, path);
+  noteWhatIsNotProtected(context, manifest);
 }
 
 }  // namespace orrery::tool

@@ -93,8 +93,8 @@ void HeldReplica::stop(const std::string& commandLine) {
   const ReplicationStatus replication = readReplication(server_);
   if (!replication.isReplica) throw Failure(what, "its server is no replica");
   if (!replication.canBeHeld()) {
-    throw Failure(
-        what, std::string("replication is ") + stateText(replication) + " there and would be started in the end", look);
+    const std::string state = replication.isApplying ? "is stopped in part" : "does not run";
+    throw Failure(what, "replication " + state + " there and would be started in the end", look);
   }
   if (server_.isInCommandMode()) {
     // There nobody counts who holds it, and the first to let go would start it under the others.
