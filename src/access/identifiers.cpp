@@ -93,4 +93,9 @@ std::string quotePattern(std::string_view pattern) {
   return inHexadecimal(escaped) + " ESCAPE '|'";
 }
 
+std::string behind(std::string_view opening, const std::string& quoted) {
+  opening.remove_suffix(1);
+  return std::string(opening) + quoted;
+}
+
 }  // namespace orrery::mysql

@@ -37,6 +37,8 @@ std::string quoteText(std::string_view name);
 /// `pattern` as a text behind LIKE. A backslash before "_" or "%" takes their meaning from them, as `escapeForLike`
 /// writes it; any other backslash stands for itself. What `escapeForLike` makes of a name matches that name alone.
 std::string quotePattern(std::string_view pattern);
+/// A statement up to the quote that a text begins with, and that text as one of the two wrote it.
+std::string behind(std::string_view opening, const std::string& quoted);
 /// Whether a backslash in `pattern` stands for itself: then `quotePattern` writes more than a text between quotes.
 bool holdsPlainBackslash(std::string_view pattern);
 

@@ -19,7 +19,6 @@
 namespace databases = orrery::mysql::databases;
 using orrery::mysql::Carrier;
 using orrery::mysql::guarded;
-using orrery::mysql::quoteText;
 using orrery::mysql::Quoting;
 using orrery::mysql::readReplicationStatus;
 using orrery::mysql::Rows;
@@ -205,8 +204,7 @@ int MySqlInterface::isUsesInnoDBEngine(std::string db, bool& innoDbOnly) {
   return guarded(EvEvent(), tag, [&] {
     if (const auto reason = reasonToRefuse("database name", db, Quoting::escaped)) return refuse(tag, *reason);
     Texts row;
-    if (firstRow("SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`=" + quoteText(db) +
-                     " AND `TABLE_TYPE`!='VIEW' AND `ENGINE` NOT IN ('InnoDB','MEMORY') LIMIT 1",
+    if (firstRow(databases::enginesOf(db) + " AND `TABLE_TYPE`!='VIEW' AND `ENGINE` NOT IN ('InnoDB','MEMORY') LIMIT 1",
                  1, row) != 0) {
       return -1;
     }

@@ -101,8 +101,7 @@ int GetMySqlInfo::isUsesInnoDBEngine(std::string db, bool& innoDbOnly) {
     std::string output;
     // Kept: tables of the engine MEMORY count here, but not over a connection.
     if (runQuery(tag,
-                 "SELECT * from (SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`=" +
-                     orrery::mysql::quoteText(db) + ") AS innertable WHERE innertable.ENGINE <> 'InnoDB' ",
+                 "SELECT * from (" + databases::enginesOf(db) + ") AS innertable WHERE innertable.ENGINE <> 'InnoDB' ",
                  output) != 0) {
       evEvent.Debug(tag, "failed");
       return -1;

@@ -17,17 +17,21 @@ std::string presenceOf(std::string_view pattern) {
   if (holdsPlainBackslash(pattern)) {
     return "SHOW DATABASES WHERE CAST(`Database` AS BINARY) LIKE " + quotePattern(pattern);
   }
-  return "SHOW DATABASES LIKE " + quotePattern(pattern);
+  return behind("SHOW DATABASES LIKE '", quotePattern(pattern));
 }
 
 std::string tablesOf(std::string_view pattern) {
-  return "select TABLE_NAME from INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE " + quotePattern(pattern);
+  return behind("select TABLE_NAME from INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE '", quotePattern(pattern));
 }
 
 std::string sizeOf(std::string_view pattern) {
-  return "SELECT SUM(data_length+index_length),min(create_time) FROM INFORMATION_SCHEMA.TABLES WHERE table_schema "
-         "LIKE " +
-         quotePattern(pattern);
+  return behind(
+      "SELECT SUM(data_length+index_length),min(create_time) FROM INFORMATION_SCHEMA.TABLES WHERE table_schema LIKE '",
+      quotePattern(pattern));
+}
+
+std::string enginesOf(std::string_view name) {
+  return behind("SELECT `ENGINE` FROM `information_schema`.`TABLES` WHERE `TABLE_SCHEMA`='", quoteText(name));
 }
 
 }  // namespace orrery::mysql::databases

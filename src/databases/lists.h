@@ -21,5 +21,7 @@ std::string presenceOf(std::string_view pattern);
 std::string tablesOf(std::string_view pattern);
 /// Size in bytes of their tables and the oldest creation time, as one row.
 std::string sizeOf(std::string_view pattern);
+/// The engines of the tables and views of one database, by its name.
+std::string enginesOf(std::string_view name);
 
 }  // namespace orrery::mysql::databases
