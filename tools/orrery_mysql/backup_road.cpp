@@ -92,13 +92,14 @@ void letGo(Context& context, ServerSession& server, HeldReplica& held, Manifest&
 /// database mysql, so an account that does not see it does not see everything. A cloud database hides it.
 void requireThatNothingIsHidden(ServerSession& server, ApplicationId& application) {
   mysql::DatabasePlan plan;
-  const std::string what = "the databases are not reconciled on " + server.instance();
-  server.run("no plan for the databases of",
-             [&](GetMySqlInfo& session) { return session.planDatabasesForBackup(&application, plan); });
+  // What fails here fails in the reconciliation as well, which tells the job.
+  if (server.attempt([&](GetMySqlInfo& session) { return session.planDatabasesForBackup(&application, plan); }) != 0) {
+    return;
+  }
   const bool seesAll = std::find(plan.server.begin(), plan.server.end(), listedName("mysql")) != plan.server.end() ||
                        (*server).IsCloudDBInstance((*server).ulClientId);
   if (seesAll || (plan.vanished.empty() && plan.missing.empty())) return;
-  throw Failure(what,
+  throw Failure("the databases are not reconciled on " + server.instance(),
                 "databases of the content are not to be seen, and the account may not see them: it does not see the "
                 "database mysql either",
                 "grant it SHOW DATABASES, or take them out of the content with orrery-mysql databases remove");
