@@ -107,8 +107,8 @@ void requireThatNothingIsHidden(ServerSession& server, ApplicationId& applicatio
 
 void reconcile(Context& context, BackupJob& job, ServerSession& server, Manifest& manifest) {
   ApplicationId application = applicationOf(manifest.instance, manifest.subclient);
-  requireThatNothingIsHidden(server, application);
   const std::vector<platform::ContentEntry> before = contentOf(context, manifest.subclient);
+  if (!before.empty()) requireThatNothingIsHidden(server, application);
   std::list<std::string> valid;
   std::list<std::string> added;
   std::map<std::string, unsigned long long> sizes;
