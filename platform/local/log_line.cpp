@@ -17,6 +17,7 @@ class Cursor {
   Cursor(char* out, std::size_t capacity) noexcept : begin_(out), at_(out), end_(out + capacity - cutMark.size() - 1) {}
 
   void put(std::string_view piece) noexcept {
+    if (piece.empty()) return;  // lines without a tag have a view of nothing
     if (cut_ || static_cast<std::size_t>(end_ - at_) < piece.size()) {
       cut_ = true;
       return;
