@@ -28,6 +28,7 @@ std::vector<Note> causesOf(Context& context, long long job) {
   std::vector<platform::PendingCause> causes;
   require(context.services().jobs->listCauses(job, causes), "the causes of the job cannot be read");
   std::vector<Note> notes;
+  notes.reserve(causes.size());
   for (const platform::PendingCause& cause : causes) notes.push_back(noteOf(cause.code, cause.arguments));
   return notes;
 }
@@ -36,6 +37,7 @@ std::vector<Note> eventsOf(Context& context, long long job) {
   std::vector<platform::Event> events;
   require(context.services().jobs->listEvents(job, events), "the events of the job cannot be read");
   std::vector<Note> notes;
+  notes.reserve(events.size());
   for (const platform::Event& event : events) notes.push_back(noteOf(event.code, event.arguments));
   return notes;
 }

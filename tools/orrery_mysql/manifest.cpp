@@ -156,7 +156,7 @@ std::string writeManifest(Context& context, const Manifest& manifest) {
   const std::string folder = context.resultsDirectory() + "/manifests";
   const CKyError error = CKyDirectory::Create(folder, 0700);
   if (error.isError()) throw Failure("the folder of the manifests is not made", error.text());
-  const std::string path = folder + "/job-" + std::to_string(manifest.job) + ".json";
+  std::string path = folder + "/job-" + std::to_string(manifest.job) + ".json";
   NewFile file(path + ".new");
   writeAll(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
   file.rename(path);
