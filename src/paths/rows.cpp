@@ -9,23 +9,10 @@
 #include "orrery/mysql/MySqlHelperClassesExt.h"
 #include "orrery/mysql/MySqlInterface.h"
 
+#include "access/client_output.h"
 #include "client/rows.h"
 
 namespace orrery::mysql::paths {
-
-std::string unescaped(std::string_view value) {
-  std::string text;
-  text.reserve(value.size());
-  for (std::size_t i = 0; i < value.size(); ++i) {
-    if (value[i] != '\\' || i + 1 == value.size()) {
-      text += value[i];
-      continue;
-    }
-    const char escaped = value[++i];
-    text += escaped == 'n' ? '\n' : escaped == 't' ? '\t' : escaped == '0' ? '\0' : escaped;
-  }
-  return text;
-}
 
 std::vector<Row> rowsOf(std::string_view output) {
   std::vector<Row> rows;
@@ -35,7 +22,7 @@ std::vector<Row> rowsOf(std::string_view output) {
     Row& row = rows.emplace_back();
     for (std::size_t tab = 0; tab != std::string_view::npos;) {
       tab = line.find('\t');
-      row.push_back(unescaped(line.substr(0, tab)));
+      row.push_back(unescapeValue(line.substr(0, tab)));
       if (tab != std::string_view::npos) line.remove_prefix(tab + 1);
     }
   }

@@ -8,10 +8,7 @@ namespace orrery::mysql::paths {
 
 using Row = std::vector<std::string>;
 
-/// A value as the server has it, of one in a client's batch output, which escapes line feed, tab, null and backslash.
-std::string unescaped(std::string_view value);
-
-/// The rows of a client's batch output.
+/// The rows of a client's batch output, their values as the server has them.
 std::vector<Row> rowsOf(std::string_view output);
 
 }  // namespace orrery::mysql::paths

@@ -24,22 +24,25 @@ Note noteOf(std::uint32_t code, const std::vector<std::string>& arguments) {
   return {number.data(), platform::messageText(code, arguments)};
 }
 
+/// Causes or events, each with a code and its arguments.
+template <class Told>
+std::vector<Note> notesOf(const std::vector<Told>& told) {
+  std::vector<Note> notes;
+  notes.reserve(told.size());
+  for (const Told& one : told) notes.push_back(noteOf(one.code, one.arguments));
+  return notes;
+}
+
 std::vector<Note> causesOf(Context& context, long long job) {
   std::vector<platform::PendingCause> causes;
   require(context.services().jobs->listCauses(job, causes), "the causes of the job cannot be read");
-  std::vector<Note> notes;
-  notes.reserve(causes.size());
-  for (const platform::PendingCause& cause : causes) notes.push_back(noteOf(cause.code, cause.arguments));
-  return notes;
+  return notesOf(causes);
 }
 
 std::vector<Note> eventsOf(Context& context, long long job) {
   std::vector<platform::Event> events;
   require(context.services().jobs->listEvents(job, events), "the events of the job cannot be read");
-  std::vector<Note> notes;
-  notes.reserve(events.size());
-  for (const platform::Event& event : events) notes.push_back(noteOf(event.code, event.arguments));
-  return notes;
+  return notesOf(events);
 }
 
 /// The name of what a job works on; its number when the inventory knows it no more.

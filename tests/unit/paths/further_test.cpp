@@ -24,7 +24,6 @@ TEST(BatchOutput, IsReadBackAsTheServerHasIt) {
   EXPECT_THAT(mysql::paths::rowsOf("a\tb\n\tc\\td\\n\\\\e\t\nlast"),
               ElementsAre(Row{"a", "b"}, Row{"", "c\td\n\\e", ""}, Row{"last"}));
   EXPECT_TRUE(mysql::paths::rowsOf("").empty());
-  EXPECT_EQ(mysql::paths::unescaped("\\0x\\"), std::string("\0x\\", 3));
 }
 
 class Places : public SessionTest {
