@@ -112,13 +112,16 @@ std::string joinLines(const std::vector<std::string>& lines) {
   return text;
 }
 
+bool isBlank(char c) { return std::strchr(" \t\r\n", c) != nullptr; }
+
 /// The line with its value exchanged; indentation, separator and a comment behind the value stay.
 std::string replaceValue(const std::string& line, const std::string& earlier, const std::string& value) {
   std::size_t at = line.find_first_of("=:") + 1;
   at = std::min(line.find_first_not_of(" \t", at), line.size());
-  std::string behind = line.substr(std::min(at + earlier.size(), line.size()));
-  if (!behind.empty() && behind.find_first_of(" \t\r\n") != 0) behind.insert(0, " ");
-  return line.substr(0, at) + value + behind;
+  const std::string behind = line.substr(std::min(at + earlier.size(), line.size()));
+  std::string before = line.substr(0, at) + value;
+  if (!behind.empty() && !isBlank(before.back()) && !isBlank(behind.front())) before += ' ';
+  return before + behind;
 }
 
 void insertBehind(std::vector<std::string>& lines, std::size_t line, const std::string& text) {
