@@ -12,6 +12,7 @@
 ///
 /// One thread uses one object at a time; different objects may be used at the same time.
 
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlMetaData.h"
 #include "orrery/platform/DZPlatformInfo.h"
 
 class MySqlInterface;
@@ -143,12 +145,55 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int getDBProps(std::string db, std::string& createTime, unsigned long long& size) override;
   int isUsesInnoDBEngine(std::string db, bool& innoDbOnly) override;
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
-  int setIdentifiedWithAsHex(const std::string& value) override;
-  int getUsers(std::vector<std::string>& accounts) override;
-  int getCreateUserQuery(const std::string& account, std::string& statement) override;
-  int getGrantQueries(const std::string& account, std::vector<std::string>& statements) override;
+
+  // Schema metadata, over the connection. A failure is logged with the failed statement and leaves its number and text
+  // in the session. Names are put between back-ticks as they are.
+
+  /// Collects every database's base tables with their engines, and the server's variables. Entries of `metadata` are
+  /// kept and extended; a failure leaves what was stored until then. From information_schema where that can be
+  /// selected: the database records then have no name of their own. Otherwise from each database in turn, without
+  /// information_schema and performance_schema and without those that hold no base table.
+  int CollectMetadata(ClMySqlMetaData& metadata);
+  /// Makes `db` the connection's current database and appends the names of its tables, without its views.
+  int FetchTableList(std::string db, std::list<std::string>& tables);
+  /// Name, creation statement and the server's default engine of one database. `record` changes only on success.
   int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
+  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order. 0 with nothing
+  /// appended for a database without tables. A failure leaves what was appended until then.
   int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) override;
+  /// The same records one by one, none of them kept: `take` gets each one's table name and bytes, which live during the
+  /// call; false from it ends the operation with 1. `fillTableInfoForDataBase` is this with a list.
+  int forEachTableRecord(const std::string& db,
+                         const std::function<bool(const std::string& table, const std::string& bytes)>& take);
+
+  // Foreign keys.
+
+  /// Adds to `children`, by parent database and parent table, each table whose creation statement references it: of
+  /// InnoDB tables the first key only, found in the text. See `collectForeignKeys` for all of them. A failure leaves
+  /// what was added until then.
+  int CollectChildTableData(MySqlChildTables& children);
+  /// Appends every foreign key that the server's catalogue holds and this account may see, of all databases, ordered by
+  /// database, table and name. One statement. Answers nothing that `CollectChildTableData` does, and is not mixed with
+  /// it.
+  int collectForeignKeys(std::vector<orrery::mysql::ForeignKey>& keys);
+
+  /// Told now and then of operations that ask the server once per table (CollectMetadata, fillTableInfoForDataBase,
+  /// forEachTableRecord, CollectChildTableData): the database at hand and how many tables were done in the operation.
+  /// Called before each table's statement; false ends the operation with 1, logged, with nothing undone. Empty: nobody
+  /// is told. It must not use this session.
+  void watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher);
+
+  // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped.
+
+  /// Has this connection print authentication strings in hexadecimal digits: ON or OFF. The value goes into the
+  /// statement unchecked. Server error 1193 where the server does not know the switch.
+  int setIdentifiedWithAsHex(const std::string& value) override;
+  /// Appends the server's accounts without those of the hosts localhost and 127.0.0.1.
+  int getUsers(std::vector<std::string>& accounts) override;
+  /// The statement that creates an account, as the server prints it. `statement` stays as it is when there is none.
+  int getCreateUserQuery(const std::string& account, std::string& statement) override;
+  /// Appends an account's grant statements as the server prints them.
+  int getGrantQueries(const std::string& account, std::vector<std::string>& statements) override;
   int isXtrabackupPossible() override;
   int isPartitionedTable(std::string db, std::string table) override;
 
@@ -189,4 +234,5 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   DZPlatformInfo m_platformInfo;
   std::unique_ptr<MySqlInterface> m_Conn;
   std::map<std::string, std::string> m_dataPaths;
+  std::function<bool(const std::string&, std::size_t)> m_tableWatcher;
 };
