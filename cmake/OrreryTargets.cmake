@@ -24,3 +24,12 @@ function(orrery_shared_library target)
     target_link_options(${target} PRIVATE "LINKER:--no-undefined")
   endif()
 endfunction()
+
+# Reads headers once that take longer to read than most files of the target to compile. Only where a build is made for
+# its sanitizers: in optimised builds compilers see overruns in these headers that are none, and a missing include shall
+# show on the build that people develop with.
+function(orrery_precompile target)
+  if(ORRERY_SANITIZE)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()
