@@ -27,6 +27,8 @@ constexpr std::array kSettings{
                  "command that starts a server; without it: service mysqld start"},
     KnownSetting{"MySQL", "nStartServerWaitTime", true, "180", kAnyNumber,
                  "seconds to wait for a server that was started"},
+    KnownSetting{"Session", "nIdleSeconds", true, "120", 86400,
+                 "seconds of silence of a media library that count as one idle interval; after five its run fails"},
     KnownSetting{"Log", "nLevel", true, "0", 10, "highest level of debug lines that the log takes, 0 to 10"},
 };
 

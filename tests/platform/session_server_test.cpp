@@ -1,0 +1,320 @@
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "orrery/platform/DbSessionServer.h"
+#include "orrery/platform/SessionClient.h"
+#include "orrery/platform/testing/test_backend.h"
+
+#include "fixtures.h"
+
+namespace orrery::test {
+namespace {
+
+using namespace platform;
+using DBAgentUtils::DbSessionServer;
+
+/// Keeps what it is told; answers messages of one code with an error.
+class Recorder final : public DBAgentUtils::DzDbAgentSessionHandler {
+ public:
+  CKyError OnClientConnect(CDzNetwork*, long long session, CDzNetworkServer*) override {
+    return add("connect " + std::string(session == 0 ? "0" : "n"));
+  }
+  CKyError OnClientMsg(CDzNetwork* network, DznHandle_t handle, unsigned long msgType, dzsDatabuf_v2* data,
+                       CDzNetworkServer* server) override {
+    EXPECT_EQ(handle, network->handle());
+    EXPECT_EQ(static_cast<DbSessionServer*>(server->GetCustomData())->handler().get(), this);
+    if (msgType == sbtProgressCode) {
+      const auto* const message = static_cast<const SbtProgressMessage*>(data->getDataBuffer());
+      return add(std::string("progress ") + (message->backupFileName == nullptr ? "NULL" : message->backupFileName) +
+                 " " + std::to_string(message->bytes) + " " + std::to_string(message->files));
+    }
+    if (msgType == sbtStatusCode || msgType == sbtRunCode)
+      return add("status " + std::to_string(static_cast<const SbtStatusMessage*>(data->getDataBuffer())->status));
+    add("unknown");
+    return {14, "no such message"};
+  }
+  CKyError OnClientDisconnect(CDzNetwork*, unsigned long, CDzNetworkServer*) override { return add("disconnect"); }
+  std::uint32_t GetIdleTimeoutMaxCount() override { return 5; }
+
+  std::vector<std::string> seen() const {
+    const std::lock_guard held(mutex_);
+    return seen_;
+  }
+
+ private:
+  CKyError add(std::string what) {
+    const std::lock_guard held(mutex_);
+    seen_.push_back(std::move(what));
+    return {};
+  }
+  mutable std::mutex mutex_;
+  std::vector<std::string> seen_;
+};
+
+bool eventually(const std::function<bool()>& holds) {
+  for (int i = 0; i < 2000; ++i) {
+    if (holds()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+class SessionServer : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // Other accounts pass through the agent's folders, as in a home.
+    ASSERT_EQ(chmod(backend_.directory().c_str(), 0711), 0);
+    ASSERT_EQ(chmod(folder_.c_str(), 0711), 0);
+  }
+  void TearDown() override { stop(); }
+
+  void serve(DbSessionServer::IdleCallback idle = nullptr) {
+    thread_ = std::thread([this, idle] { result_ = server_.StartSessionServer(service_, idle, 104); });
+    ASSERT_TRUE(eventually([&] { return isSocket(); }));
+  }
+  void stop() {
+    server_.CleanupSessionServer();
+    if (thread_.joinable()) thread_.join();
+  }
+  std::string path() const { return folder_ + "/" + service_ + ".sock"; }
+  bool isSocket() const {
+    struct stat status {};
+    return lstat(path().c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+  }
+  /// A connection below the protocol, for bytes that no client of ours sends.
+  OwnFd rawConnection() const {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    OwnFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_TRUE(eventually([&] {
+      return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EISCONN;
+    }));
+    return fd;
+  }
+
+  const std::string service_ = sessionServiceName(4711);
+  platform::testing::TestBackend backend_;
+  const ScopedServices installed_{backend_.services()};
+  const std::string folder_ = backend_.temporary();
+  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+  DbSessionServer server_{recorder_};
+  std::thread thread_;
+  CKyError result_;
+};
+
+std::string header(std::uint32_t code, std::uint32_t length, std::uint16_t version = 1) {
+  std::string bytes = "ORSS";
+  for (const std::uint32_t number : {std::uint32_t{version}, code, length})
+    for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(number >> shift & 0xff);
+  return bytes;
+}
+
+const std::string hello = header(1, 8) + std::string(8, '\0');
+
+TEST_F(SessionServer, MessagesReachTheHandlerAndAnswersTheClient) {
+  ASSERT_EQ(service_, "MySqlSBTSrv_4711");
+  serve();
+  SessionClient client;
+  ASSERT_TRUE(succeeded(client.connect(folder_, service_, 4711)));
+  EXPECT_TRUE(succeeded(client.tell(sbtRunCode, encodeMessage(SbtStatusMessage{4711, 2, 0, -3}))));
+  EXPECT_TRUE(succeeded(client.tell(sbtProgressCode, encodeMessage(SbtProgressMessage{4711, 2, "i m", -1, 7, 1}))));
+  EXPECT_TRUE(succeeded(client.tell(sbtProgressCode, encodeMessage(SbtProgressMessage{4711, 2, nullptr, 5, 0, 1}))));
+  const Status refused = client.tell(77, "anything");
+  EXPECT_EQ(refused.code, statusFailed);
+  EXPECT_EQ(refused.text, "no such message");
+  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));  // the connection goes on
+  client.disconnect();
+  EXPECT_TRUE(eventually([&] { return recorder_->seen().size() == 7; }));
+  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect n", "status -3", "progress i m -1 7",
+                                                         "progress NULL 5 0", "unknown", "status 0", "disconnect"}));
+  stop();
+  EXPECT_FALSE(result_.isError()) << result_.text();
+  EXPECT_FALSE(isSocket());
+}
+
+TEST_F(SessionServer, MalformedFrameEndsItsConnectionAndNoOther) {
+  serve();
+  SessionClient other;
+  ASSERT_TRUE(succeeded(other.connect(folder_, service_, 1)));
+  const std::string status = encodeMessage(SbtStatusMessage{});
+  const std::pair<const char*, std::string> cases[] = {
+      {"wrong magic", "GET / HTTP/1.1\r\n\r\n"},
+      {"wrong version", header(1, 8, 2)},
+      {"huge length", hello + header(sbtStatusCode, 0xffffffff)},
+      {"just too long", hello + header(sbtStatusCode, 65537)},
+      {"no hello", header(sbtStatusCode, static_cast<std::uint32_t>(status.size())) + status},
+      {"short hello", header(1, 7) + std::string(7, '\0')},
+      {"second hello", hello + hello},
+      {"status with a byte more", hello + header(sbtStatusCode, 25) + std::string(25, '\0')},
+      {"status cut short", hello + header(sbtStatusCode, 23) + std::string(23, '\0')},
+      {"name longer than the message",
+       hello + header(sbtProgressCode, 38) + std::string(16, '\0') + "\xff\xff" + std::string(20, '\0')},
+      {"name longer than names are",
+       hello + header(sbtProgressCode, 38 + 513) + std::string(16, '\0') + "\x02\x02" + std::string(20 + 513, '\0')},
+  };
+  for (const auto& [name, bytes] : cases) {
+    const OwnFd raw = rawConnection();
+    ASSERT_EQ(send(raw.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size())) << name;
+    char answer[256];
+    ssize_t received = 1;
+    while ((received = recv(raw.get(), answer, sizeof(answer), 0)) > 0) {
+    }
+    EXPECT_TRUE(received == 0 || errno == ECONNRESET) << name;
+    EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, status))) << name;
+  }
+}
+
+TEST_F(SessionServer, ClientThatStopsInTheMiddleHoldsNobodyUpAndIsDropped) {
+  server_.setPatience(200);
+  serve();
+  const OwnFd half = rawConnection();
+  const std::string bytes = hello + header(sbtStatusCode, 24) + "abc";
+  ASSERT_GT(send(half.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
+  const OwnFd silent = rawConnection();
+  SessionClient other;
+  ASSERT_TRUE(succeeded(other.connect(folder_, service_, 1)));
+  char answer[64];
+  ASSERT_GT(recv(half.get(), answer, sizeof(answer), 0), 0);
+  EXPECT_EQ(recv(half.get(), answer, sizeof(answer), 0), 0);
+  EXPECT_EQ(recv(silent.get(), answer, sizeof(answer), 0), 0);
+  // One that has said all it wanted may be silent for as long as it likes.
+  EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+}
+
+TEST_F(SessionServer, FloodOfOneClientWhoTakesNoAnswersIsBoundedAndLeavesOthersAlone) {
+  server_.setPatience(300);
+  serve();
+  const OwnFd flood = rawConnection();
+  const std::string message = header(sbtStatusCode, 24) + std::string(24, '\0');
+  std::string bytes = hello;
+  while (bytes.size() < 65536) bytes += message;
+  std::size_t sent = 0;
+  std::thread flooding([&] {
+    ssize_t count = 0;
+    while (sent < 64U << 20 && (count = send(flood.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL)) > 0) {
+      sent += static_cast<std::size_t>(count);
+      bytes.erase(0, bytes.size() < 65536 ? 0 : hello.size());
+    }
+  });
+  SessionClient other;
+  ASSERT_TRUE(succeeded(other.connect(folder_, service_, 1)));
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(succeeded(other.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  flooding.join();
+  EXPECT_LT(sent, 8U << 20);
+}
+
+TEST_F(SessionServer, ThousandConnectionsAreServed) {
+  // Both ends of each are in this process.
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  serve();
+  std::vector<std::unique_ptr<SessionClient>> clients;
+  for (int i = 0; i < 1000; ++i) {
+    clients.push_back(std::make_unique<SessionClient>());
+    ASSERT_TRUE(succeeded(clients.back()->connect(folder_, service_, i))) << i;
+  }
+  for (const auto& client : clients)
+    ASSERT_TRUE(succeeded(client->tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  clients.clear();
+  EXPECT_TRUE(eventually([&] { return recorder_->seen().size() == 3000; })) << recorder_->seen().size();
+}
+
+TEST_F(SessionServer, OnlyAdmittedAccountsAreServed) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can take another account";
+  server_.admit(12345);
+  serve();
+  const auto connectsAs = [&](uid_t account) {
+    const pid_t child = fork();
+    if (child == 0) {
+      SessionClient client(2000);
+      _exit(setuid(account) == 0 && client.connect(folder_, service_, 1).ok() ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  };
+  EXPECT_TRUE(connectsAs(0));
+  EXPECT_TRUE(connectsAs(12345));
+  EXPECT_FALSE(connectsAs(54321));
+  EXPECT_TRUE(backend_.log().contains("account 54321 is not served"));
+}
+
+TEST_F(SessionServer, DeadSocketIsReplacedAndALivingOneNever) {
+  serve();
+  DbSessionServer second(recorder_);
+  EXPECT_EQ(second.StartSessionServer(service_, nullptr, 104).code(), EADDRINUSE);
+  SessionClient client;
+  EXPECT_TRUE(succeeded(client.connect(folder_, service_, 1)));
+  stop();
+
+  {  // bound and never served, as a process that was killed leaves it
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const OwnFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  }
+  ASSERT_TRUE(isSocket());
+  server_.prepare();
+  serve();
+  SessionClient another;
+  EXPECT_TRUE(eventually([&] { return another.connect(folder_, service_, 1).ok(); }));
+  stop();
+
+  writeFile(path(), "not a socket", 0600);
+  server_.prepare();
+  EXPECT_EQ(server_.StartSessionServer(service_, nullptr, 104).code(), EEXIST);
+  EXPECT_EQ(readFile(path()), "not a socket");
+}
+
+TEST_F(SessionServer, CleanUpEndsServingWhateverClientsDoAndCountsForLaterStarts) {
+  serve();
+  SessionClient client;
+  ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
+  EXPECT_FALSE(server_.StartSessionServer(service_, nullptr, 104).isError());  // the name is served
+  EXPECT_TRUE(server_.StartSessionServer("another", nullptr, 104).isError());
+  stop();
+  EXPECT_EQ(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{})).code, statusUnavailable);
+  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect n"}));  // nobody is told of an end that we made
+  EXPECT_EQ(server_.StartSessionServer(service_, nullptr, 104).code(), ECANCELED);
+  server_.prepare();
+  serve();
+}
+
+std::atomic<int> idleTimes{0};
+
+TEST_F(SessionServer, IdleIntervalsAreCountedUntilSomebodySpeaks) {
+  idleTimes = 0;
+  server_.setIdleInterval(20);
+  serve([](void* server) {
+    ++static_cast<DbSessionServer*>(server)->idleTimeoutCount;
+    ++idleTimes;
+  });
+  EXPECT_TRUE(eventually([] { return idleTimes >= 3; }));
+  SessionClient client;
+  ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
+  EXPECT_LT(server_.idleTimeoutCount, static_cast<std::uint32_t>(idleTimes.load()));
+}
+
+TEST_F(SessionServer, IdleIntervalComesFromTheSettings) {
+  backend_.setSetting("Session", "nIdleSeconds", "soon");
+  const CKyError error = server_.StartSessionServer(service_, nullptr, 104);
+  EXPECT_EQ(error.code(), EINVAL);
+  EXPECT_NE(error.text().find("nIdleSeconds"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace orrery::test
