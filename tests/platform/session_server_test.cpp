@@ -232,6 +232,30 @@ TEST_F(SessionServer, ThousandConnectionsAreServed) {
   EXPECT_TRUE(eventually([&] { return recorder_->seen().size() == 3000; })) << recorder_->seen().size();
 }
 
+TEST_F(SessionServer, ClientsWaitWhileDescriptorsAreShort) {
+  serve();
+  SessionClient early;
+  ASSERT_TRUE(succeeded(early.connect(folder_, service_, 1)));
+  const OwnFd waiting = rawConnection();
+  std::vector<OwnFd> filling;
+  do {
+    filling.emplace_back(dup(0));
+  } while (filling.back().valid());
+  filling.pop_back();
+  filling.pop_back();  // for the client's own end
+  const OwnFd late = rawConnection();
+  EXPECT_TRUE(succeeded(early.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  EXPECT_TRUE(eventually([&] { return backend_.log().contains("cannot serve another client now"); }));
+  filling.clear();
+  ASSERT_GT(send(late.get(), hello.data(), hello.size(), MSG_NOSIGNAL), 0);
+  char answer[64];
+  EXPECT_GT(recv(late.get(), answer, sizeof(answer), 0), 0);
+  const std::vector<std::string> lines = backend_.log().texts();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& text) { return text.find("cannot serve another") == 0; }),
+            1);
+}
+
 TEST_F(SessionServer, OnlyAdmittedAccountsAreServed) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can take another account";
   server_.admit(12345);

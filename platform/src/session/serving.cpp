@@ -57,7 +57,7 @@ CKyError Serving::run() {
         serve(*found->second, event.events, now);
       }
     }
-    if (!listening_ && !watch(listener_.fd(), listenerNumber, EPOLLIN).isError()) listening_ = true;
+    if (!listening_ && now >= listenAgain_) listening_ = !watch(listener_.fd(), listenerNumber, EPOLLIN).isError();
     dropOverdue(now);
     tellIdle(now);
   }
@@ -74,11 +74,14 @@ void Serving::accept(Time now) {
   OwnFd socket(aboveStandardStreams(::accept4(listener_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)));
   if (!socket) {
     if (errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM) return;
-    event_.Error(tag, "cannot serve another client now: %s", errorText(errno).c_str());
+    if (!toldOfShortage_) event_.Error(tag, "cannot serve another client now: %s", errorText(errno).c_str());
+    toldOfShortage_ = true;
     ::epoll_ctl(events_.get(), EPOLL_CTL_DEL, listener_.fd(), nullptr);
     listening_ = false;
+    listenAgain_ = now + betweenTries;
     return;
   }
+  toldOfShortage_ = false;
   uid_t account = 0;
   if (!peerAccount(socket.get(), account) || !isAdmitted(account)) {
     event_.Error(tag, "a process of account %u is not served", account);

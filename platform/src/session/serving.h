@@ -59,6 +59,8 @@ class Serving {
   OwnFd events_;
   ListeningSocket listener_;
   bool listening_ = true;  // false: the process has no descriptors left for clients; tried again a little later
+  bool toldOfShortage_ = false;
+  Time listenAgain_;
   Connections connections_;
   std::uint64_t lastNumber_ = 0;
   Time idleDeadline_;
