@@ -183,16 +183,32 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// is told. It must not use this session.
   void watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher);
 
-  // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped.
+  // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped. Where a name holds a
+  // back-tick the text is no account: the server refuses it with 1064 or, with a comment sign in the name, answers
+  // about another account. It only shows then, each request being one statement; take no answer for such a text.
+  //
+  // To run what these operations give on an empty server, so that accounts and roles are as they were (measured with
+  // MariaDB 10.11): CREATE ROLE for every role but `PUBLIC`, which every server has; the grants of every role; the
+  // creation statement of every account; its grants. Roles first, because a grant of a role wants the role; all of them
+  // before their grants, because roles are granted to roles. The grants of a role hold those of the roles granted to it
+  // as well, each naming whom it is for, so some come twice, which does no harm. The grants of an account bring its
+  // roles (WITH ADMIN OPTION where so) and, last, its default role. Who runs it gets each role WITH ADMIN OPTION, as
+  // every role's maker does. MySQL's roles are accounts, locked and listed as such: make those first, because a
+  // creation statement names its DEFAULT ROLE.
 
-  /// Has this connection print authentication strings in hexadecimal digits: ON or OFF. The value goes into the
-  /// statement unchecked. Server error 1193 where the server does not know the switch.
+  /// Has this connection print authentication strings in hexadecimal digits: ON or OFF; a connection made again forgets
+  /// it. The value goes into the statement unchecked. Server error 1193 where the server does not know the switch.
   int setIdentifiedWithAsHex(const std::string& value) override;
-  /// Appends the server's accounts without those of the hosts localhost and 127.0.0.1.
+  /// Appends the server's accounts without those of the hosts localhost and 127.0.0.1. MariaDB lists its roles with
+  /// them, each with an empty host, "`role`@``", which the two below refuse (1133, 1141): leave those out. Its accounts
+  /// have no empty host.
   int getUsers(std::vector<std::string>& accounts) override;
+  /// Appends MariaDB's roles, each between back-ticks, one in a name doubled, as CREATE ROLE and `getGrantQueries` take
+  /// them. None, and 0, on servers whose roles are accounts.
+  int getRoles(std::vector<std::string>& roles);
   /// The statement that creates an account, as the server prints it. `statement` stays as it is when there is none.
   int getCreateUserQuery(const std::string& account, std::string& statement) override;
-  /// Appends an account's grant statements as the server prints them.
+  /// Appends an account's or a role's grant statements as the server prints them.
   int getGrantQueries(const std::string& account, std::vector<std::string>& statements) override;
   int isXtrabackupPossible() override;
   int isPartitionedTable(std::string db, std::string table) override;
@@ -212,6 +228,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  ORRERY_MYSQL_HIDDEN int tableRecords(const char* tag, const std::string& db,
+                                       const std::function<bool(const std::string&, const std::string&)>& take);
   ORRERY_MYSQL_HIDDEN int findDataDirectoryLink(const std::string& directory);
   ORRERY_MYSQL_HIDDEN int findDatabaseLinks(const std::string& directory);
   ORRERY_MYSQL_HIDDEN int hasInnoDb(bool& available);
