@@ -147,19 +147,21 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
 
   // Schema metadata, over the connection. A failure is logged with the failed statement and leaves its number and text
-  // in the session. Names are put between back-ticks as they are.
+  // in the session. Names stand between back-ticks, one in a name doubled.
 
   /// Collects every database's base tables with their engines, and the server's variables. Entries of `metadata` are
   /// kept and extended; a failure leaves what was stored until then. From information_schema where that can be
-  /// selected: the database records then have no name of their own. Otherwise from each database in turn, without
-  /// information_schema and performance_schema and without those that hold no base table.
+  /// selected, which stays the connection's database then: the database records have no name of their own. Otherwise
+  /// from each database in turn, without information_schema and performance_schema and without those that hold no base
+  /// table. Sequences and system-versioned tables are no base tables to the server.
   int CollectMetadata(ClMySqlMetaData& metadata);
   /// Makes `db` the connection's current database and appends the names of its tables, without its views.
   int FetchTableList(std::string db, std::list<std::string>& tables);
   /// Name, creation statement and the server's default engine of one database. `record` changes only on success.
   int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
-  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order. 0 with nothing
-  /// appended for a database without tables. A failure leaves what was appended until then.
+  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order, without its views.
+  /// 0 with nothing appended for a database without tables, and for none of that name. A failure leaves what was
+  /// appended until then; a table that was dropped meanwhile is one (1146).
   int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) override;
   /// The same records one by one, none of them kept: `take` gets each one's table name and bytes, which live during the
   /// call; false from it ends the operation with 1. `fillTableInfoForDataBase` is this with a list.
@@ -169,18 +171,19 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   // Foreign keys.
 
   /// Adds to `children`, by parent database and parent table, each table whose creation statement references it: of
-  /// InnoDB tables the first key only, found in the text. See `collectForeignKeys` for all of them. A failure leaves
-  /// what was added until then.
+  /// InnoDB tables the first key only, found in the text. A "(" or "." in the parent's name misleads it, and a back-tick
+  /// there stays doubled. See `collectForeignKeys` for all of them. A failure leaves what was added until then.
   int CollectChildTableData(MySqlChildTables& children);
   /// Appends every foreign key that the server's catalogue holds and this account may see, of all databases, ordered by
-  /// database, table and name. One statement. Answers nothing that `CollectChildTableData` does, and is not mixed with
-  /// it.
+  /// database, table and name. Of tables that the account may only read, the rules are empty. One statement, whose time
+  /// grows with the number of tables. Answers nothing that `CollectChildTableData` does, and is not mixed with it.
   int collectForeignKeys(std::vector<orrery::mysql::ForeignKey>& keys);
 
-  /// Told now and then of operations that ask the server once per table (CollectMetadata, fillTableInfoForDataBase,
-  /// forEachTableRecord, CollectChildTableData): the database at hand and how many tables were done in the operation.
-  /// Called before each table's statement; false ends the operation with 1, logged, with nothing undone. Empty: nobody
-  /// is told. It must not use this session.
+  /// Told of operations that ask the server table by table (fillTableInfoForDataBase, forEachTableRecord,
+  /// CollectChildTableData): the database at hand and how many tables were done in the operation, before each table's
+  /// statement. CollectMetadata asks for many at once: it is told before each database, and of nothing where
+  /// information_schema can be selected. False ends the operation with 1, logged, with nothing undone. Empty: nobody is
+  /// told. It must not use this session.
   void watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher);
 
   // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped. Where a name holds a
