@@ -1,16 +1,10 @@
 #include "manifest.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/CKyDirectory.h"
 
 #include "failure.h"
-#include "posix.h"
+#include "output_file.h"
 #include "time_text.h"
 
 namespace orrery::tool {
@@ -64,42 +58,6 @@ std::string joined(const std::list<std::string>& names) {
 std::string counted(const std::list<std::string>& names) {
   return std::to_string(names.size()) + (names.empty() ? "" : ": " + joined(names));
 }
-
-void writeAll(const OwnFd& file, const std::string& text) {
-  std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t count = ::write(file.get(), text.data() + written, text.size() - written);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw Failure("the manifest is not written", errorText(errno), "make room for the results");
-    written += static_cast<std::size_t>(count);
-  }
-}
-
-/// A file that goes again unless it gets its final name.
-class NewFile {
- public:
-  explicit NewFile(std::string path) : path_(std::move(path)) {
-    file_ = OwnFd(::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file_.valid()) throw Failure("the manifest " + path_ + " is not made", errorText(errno));
-  }
-  ~NewFile() {
-    if (!path_.empty()) ::unlink(path_.c_str());
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-
-  const OwnFd& file() const noexcept { return file_; }
-  void rename(const std::string& name) {
-    if (::fsync(file_.get()) != 0 || ::rename(path_.c_str(), name.c_str()) != 0) {
-      throw Failure("the manifest " + name + " is not written", errorText(errno));
-    }
-    path_.clear();
-  }
-
- private:
-  std::string path_;
-  OwnFd file_;
-};
 
 }  // namespace
 
@@ -157,9 +115,9 @@ std::string writeManifest(Context& context, const Manifest& manifest) {
   const CKyError error = CKyDirectory::Create(folder, 0700);
   if (error.isError()) throw Failure("the folder of the manifests is not made", error.text());
   std::string path = folder + "/job-" + std::to_string(manifest.job) + ".json";
-  NewFile file(path + ".new");
-  writeAll(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
-  file.rename(path);
+  NewFile file("the manifest", path, path + ".new");
+  writeWhole(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n", "the manifest");
+  file.keep();
   return path;
 }
 
