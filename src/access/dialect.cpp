@@ -11,6 +11,8 @@ namespace {
 
 /// Server error for a statement it cannot parse (ER_PARSE_ERROR in the servers' lists of error messages).
 constexpr int parseError = 1064;
+/// Server error for a column that is not there (ER_BAD_FIELD_ERROR).
+constexpr int unknownColumn = 1054;
 
 struct Pair {
   std::string_view known;
@@ -24,6 +26,12 @@ constexpr std::array statements = {
     Pair{"SHOW MASTER STATUS", "SHOW BINARY LOG STATUS"},
     Pair{"SHOW MASTER LOGS", "SHOW BINARY LOGS"},
     Pair{"SHOW SLAVE STATUS", "SHOW REPLICA STATUS"},
+};
+
+/// Under the sql_mode ANSI_QUOTES, what stands between double quotes is a name: of a column, here.
+constexpr std::array quotedTexts = {
+    Pair{"SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE=\"BASE TABLE\"",
+         "SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE='BASE TABLE'"},
 };
 
 constexpr std::array programs = {
@@ -80,7 +88,8 @@ std::string_view statementKey(std::string_view text) {
 
 std::string successorOf(std::string_view text) {
   if (isUseQuoted(text)) return useInBackTicks(text);
-  const Pair* pair = findPair(statements, text);
+  const Pair* pair = findPair(quotedTexts, text);
+  if (pair == nullptr) pair = findPair(statements, text);
   return pair == nullptr ? std::string() : std::string(pair->successor);
 }
 
@@ -151,7 +160,8 @@ bool Dialect::learnLayout(const Rejection& rejection, const EvDebug& log, const 
 bool Dialect::learnStatement(const Rejection& rejection, const EvDebug& log, const char* tag) {
   const std::string_view statement = withoutLayout(rejection.statement);
   const std::string_view key = statementKey(statement);
-  if (rejection.errorNumber != parseError || rejected_.count(key) != 0) return false;
+  const int sign = findPair(quotedTexts, statement) == nullptr ? parseError : unknownColumn;
+  if (rejection.errorNumber != sign || rejected_.count(key) != 0) return false;
   if (isUseQuoted(statement) && rejected_.count(useQuoted) != 0) return false;
   const std::string successor = successorOf(statement);
   if (successor.empty()) return false;

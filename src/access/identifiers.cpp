@@ -10,14 +10,14 @@ bool escapesClosingQuote(std::string_view text) {
   return backslashes % 2 != 0;
 }
 
-std::string doubleQuotes(std::string_view text) {
-  std::string doubled;
-  doubled.reserve(text.size() + 2);
+std::string between(char quote, std::string_view text) {
+  std::string quoted(1, quote);
+  quoted.reserve(text.size() + 4);
   for (const char character : text) {
-    if (character == '\'') doubled += character;
-    doubled += character;
+    if (character == quote) quoted += character;
+    quoted += character;
   }
-  return doubled;
+  return quoted += quote;
 }
 
 /// A text that means the same under every sql_mode. The name of the character set is one that all servers know.
@@ -68,9 +68,13 @@ std::string escapeForLike(std::string_view text) {
   return escaped;
 }
 
+std::string quoteIdentifier(std::string_view name) {
+  return between('`', name);
+}
+
 std::string quoteText(std::string_view name) {
   if (name.find('\\') != std::string_view::npos) return inHexadecimal(name);
-  return "'" + doubleQuotes(name) + "'";
+  return between('\'', name);
 }
 
 bool holdsPlainBackslash(std::string_view pattern) {
@@ -81,7 +85,7 @@ bool holdsPlainBackslash(std::string_view pattern) {
 }
 
 std::string quotePattern(std::string_view pattern) {
-  if (!holdsPlainBackslash(pattern)) return "'" + doubleQuotes(pattern) + "'";
+  if (!holdsPlainBackslash(pattern)) return between('\'', pattern);
   // With an escape character of its own, a backslash is a character like any other to LIKE.
   std::string escaped;
   escaped.reserve(pattern.size() + 4);

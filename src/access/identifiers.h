@@ -28,10 +28,12 @@ std::optional<std::string> reasonToRefuse(const char* what, std::string_view nam
 /// `text` with a backslash before every "_" and "%", so that a LIKE pattern matches it literally.
 std::string escapeForLike(std::string_view text);
 
-// A name as a text in a statement, quotes included, so that the server reads this name and nothing else under every
+// A name in a statement, quotes included, so that the server reads this name and nothing else under every
 // sql_mode. Backslashes mean different things between quotes (NO_BACKSLASH_ESCAPES), so a text with one is written in
 // hexadecimal digits; one without makes the statement that it always made.
 
+/// `name` between back-ticks, one in it doubled.
+std::string quoteIdentifier(std::string_view name);
 /// `name` as a text to compare with.
 std::string quoteText(std::string_view name);
 /// `pattern` as a text behind LIKE. A backslash before "_" or "%" takes their meaning from them, as `escapeForLike`

@@ -19,6 +19,27 @@ int GetMySqlInfo::fillTableInfoForDataBase(std::string, std::vector<std::string>
   return notSupported(evEvent, "<<FALLBACK>> GetMySqlInfo::fillTableInfoForDataBase");
 }
 
+int GetMySqlInfo::setIdentifiedWithAsHex(const std::string&) {
+  return notOverClients("<<FALLBACK>> GetMySqlInfo::setIdentifiedWithAsHex");
+}
+int GetMySqlInfo::getUsers(std::vector<std::string>&) {
+  return notOverClients("<<FALLBACK>> GetMySqlInfo::getUsers");
+}
+int GetMySqlInfo::getCreateUserQuery(const std::string&, std::string&) {
+  return notOverClients("<<FALLBACK>> GetMySqlInfo::getCreateUserQuery");
+}
+int GetMySqlInfo::getGrantQueries(const std::string&, std::vector<std::string>&) {
+  return notOverClients("<<FALLBACK>> GetMySqlInfo::getGrantQueries");
+}
+/// Every request would log in anew, so a setting of the session would be gone, and a client's output is no place for
+/// passwords' digests.
+int GetMySqlInfo::notOverClients(const char* tag) {
+  iErrorCode = -1;
+  strErrorString = "accounts are read over a client library only, in library mode";
+  evEvent.Error(tag, "%s", strErrorString.c_str());
+  return -1;
+}
+
 // Kept: command mode does not look. Callers treat a table as whole, a version as unknown.
 int GetMySqlInfo::isPartitionedTable(std::string, std::string) {
   return 0;

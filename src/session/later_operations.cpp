@@ -13,18 +13,6 @@ int GetMySqlInfo::notBuiltYet(const char* operation) {
 int GetMySqlInfo::checkInnoDbFilePerTable(std::string, bool&) {
   return notBuiltYet("GetMySqlInfo::checkInnoDbFilePerTable");
 }
-int GetMySqlInfo::setIdentifiedWithAsHex(const std::string&) {
-  return notBuiltYet("GetMySqlInfo::setIdentifiedWithAsHex");
-}
-int GetMySqlInfo::getUsers(std::vector<std::string>&) {
-  return notBuiltYet("GetMySqlInfo::getUsers");
-}
-int GetMySqlInfo::getCreateUserQuery(const std::string&, std::string&) {
-  return notBuiltYet("GetMySqlInfo::getCreateUserQuery");
-}
-int GetMySqlInfo::getGrantQueries(const std::string&, std::vector<std::string>&) {
-  return notBuiltYet("GetMySqlInfo::getGrantQueries");
-}
 int GetMySqlInfo::isXtrabackupPossible() {
   return notBuiltYet("GetMySqlInfo::isXtrabackupPossible");
 }

@@ -174,6 +174,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   virtual int importTableSpace(std::string db, std::string table);
   /// Switches foreign-key checks of the server: 0 off, 1 on. Existing connections keep their setting.
   virtual int setForeignKeyConstraint(int enabled);
+  /// Accounts are not offered over the command line: this one and the three of them below always fail in command mode.
   virtual int setIdentifiedWithAsHex(const std::string& value);
   /// Removes all binary logs and starts anew with the first.
   virtual int ResetMaster();
@@ -378,6 +379,7 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int useProxyClients(const char* tag);
   ORRERY_MYSQL_HIDDEN int openPassword(const char* tag);
   ORRERY_MYSQL_HIDDEN int refuse(const char* tag, const std::string& reason);
+  ORRERY_MYSQL_HIDDEN int notOverClients(const char* tag);
   ORRERY_MYSQL_HIDDEN int runStatement(const char* tag, const std::string& statement);
   ORRERY_MYSQL_HIDDEN int runQuery(const char* tag, const std::string& statement, std::string& output);
   ORRERY_MYSQL_HIDDEN int runTableStatement(const char* tag, const std::string& db, const std::string& statement);

@@ -147,19 +147,21 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int checkInnoDbFilePerTable(std::string db, bool& filePerTable) override;
 
   // Schema metadata, over the connection. A failure is logged with the failed statement and leaves its number and text
-  // in the session. Names are put between back-ticks as they are.
+  // in the session. Names stand between back-ticks, one in a name doubled.
 
   /// Collects every database's base tables with their engines, and the server's variables. Entries of `metadata` are
   /// kept and extended; a failure leaves what was stored until then. From information_schema where that can be
-  /// selected: the database records then have no name of their own. Otherwise from each database in turn, without
-  /// information_schema and performance_schema and without those that hold no base table.
+  /// selected, which stays the connection's database then: the database records have no name of their own. Otherwise
+  /// from each database in turn, without information_schema and performance_schema and without those that hold no base
+  /// table. Sequences and system-versioned tables are no base tables to the server.
   int CollectMetadata(ClMySqlMetaData& metadata);
   /// Makes `db` the connection's current database and appends the names of its tables, without its views.
   int FetchTableList(std::string db, std::list<std::string>& tables);
   /// Name, creation statement and the server's default engine of one database. `record` changes only on success.
   int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
-  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order. 0 with nothing
-  /// appended for a database without tables. A failure leaves what was appended until then.
+  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order, without its views.
+  /// 0 with nothing appended for a database without tables, and for none of that name. A failure leaves what was
+  /// appended until then; a table that was dropped meanwhile is one (1146).
   int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) override;
   /// The same records one by one, none of them kept: `take` gets each one's table name and bytes, which live during the
   /// call; false from it ends the operation with 1. `fillTableInfoForDataBase` is this with a list.
@@ -169,30 +171,47 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   // Foreign keys.
 
   /// Adds to `children`, by parent database and parent table, each table whose creation statement references it: of
-  /// InnoDB tables the first key only, found in the text. See `collectForeignKeys` for all of them. A failure leaves
-  /// what was added until then.
+  /// InnoDB tables the first key only, found in the text. A "(" or "." in the parent's name misleads it, and a back-tick
+  /// there stays doubled. See `collectForeignKeys` for all of them. A failure leaves what was added until then.
   int CollectChildTableData(MySqlChildTables& children);
   /// Appends every foreign key that the server's catalogue holds and this account may see, of all databases, ordered by
-  /// database, table and name. One statement. Answers nothing that `CollectChildTableData` does, and is not mixed with
-  /// it.
+  /// database, table and name. Of tables that the account may only read, the rules are empty. One statement, whose time
+  /// grows with the number of tables. Answers nothing that `CollectChildTableData` does, and is not mixed with it.
   int collectForeignKeys(std::vector<orrery::mysql::ForeignKey>& keys);
 
-  /// Told now and then of operations that ask the server once per table (CollectMetadata, fillTableInfoForDataBase,
-  /// forEachTableRecord, CollectChildTableData): the database at hand and how many tables were done in the operation.
-  /// Called before each table's statement; false ends the operation with 1, logged, with nothing undone. Empty: nobody
-  /// is told. It must not use this session.
+  /// Told of operations that ask the server table by table (fillTableInfoForDataBase, forEachTableRecord,
+  /// CollectChildTableData): the database at hand and how many tables were done in the operation, before each table's
+  /// statement. CollectMetadata asks for many at once: it is told before each database, and of nothing where
+  /// information_schema can be selected. False ends the operation with 1, logged, with nothing undone. Empty: nobody is
+  /// told. It must not use this session.
   void watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher);
 
-  // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped.
+  // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped. Where a name holds a
+  // back-tick the text is no account: the server refuses it with 1064 or, with a comment sign in the name, answers
+  // about another account. It only shows then, each request being one statement; take no answer for such a text.
+  //
+  // To run what these operations give on an empty server, so that accounts and roles are as they were (measured with
+  // MariaDB 10.11): CREATE ROLE for every role but `PUBLIC`, which every server has; the grants of every role; the
+  // creation statement of every account; its grants. Roles first, because a grant of a role wants the role; all of them
+  // before their grants, because roles are granted to roles. The grants of a role hold those of the roles granted to it
+  // as well, each naming whom it is for, so some come twice, which does no harm. The grants of an account bring its
+  // roles (WITH ADMIN OPTION where so) and, last, its default role. Who runs it gets each role WITH ADMIN OPTION, as
+  // every role's maker does. MySQL's roles are accounts, locked and listed as such: make those first, because a
+  // creation statement names its DEFAULT ROLE.
 
-  /// Has this connection print authentication strings in hexadecimal digits: ON or OFF. The value goes into the
-  /// statement unchecked. Server error 1193 where the server does not know the switch.
+  /// Has this connection print authentication strings in hexadecimal digits: ON or OFF; a connection made again forgets
+  /// it. The value goes into the statement unchecked. Server error 1193 where the server does not know the switch.
   int setIdentifiedWithAsHex(const std::string& value) override;
-  /// Appends the server's accounts without those of the hosts localhost and 127.0.0.1.
+  /// Appends the server's accounts without those of the hosts localhost and 127.0.0.1. MariaDB lists its roles with
+  /// them, each with an empty host, "`role`@``", which the two below refuse (1133, 1141): leave those out. Its accounts
+  /// have no empty host.
   int getUsers(std::vector<std::string>& accounts) override;
+  /// Appends MariaDB's roles, each between back-ticks, one in a name doubled, as CREATE ROLE and `getGrantQueries` take
+  /// them. None, and 0, on servers whose roles are accounts.
+  int getRoles(std::vector<std::string>& roles);
   /// The statement that creates an account, as the server prints it. `statement` stays as it is when there is none.
   int getCreateUserQuery(const std::string& account, std::string& statement) override;
-  /// Appends an account's grant statements as the server prints them.
+  /// Appends an account's or a role's grant statements as the server prints them.
   int getGrantQueries(const std::string& account, std::vector<std::string>& statements) override;
   int isXtrabackupPossible() override;
   int isPartitionedTable(std::string db, std::string table) override;
@@ -212,6 +231,8 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   ORRERY_MYSQL_HIDDEN int keepConnectionError();
   ORRERY_MYSQL_HIDDEN int withoutConnection(const char* tag, const char* text);
   ORRERY_MYSQL_HIDDEN void tellOfLostReadLock(const char* tag);
+  ORRERY_MYSQL_HIDDEN int tableRecords(const char* tag, const std::string& db,
+                                       const std::function<bool(const std::string&, const std::string&)>& take);
   ORRERY_MYSQL_HIDDEN int findDataDirectoryLink(const std::string& directory);
   ORRERY_MYSQL_HIDDEN int findDatabaseLinks(const std::string& directory);
   ORRERY_MYSQL_HIDDEN int hasInnoDb(bool& available);

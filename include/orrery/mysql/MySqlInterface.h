@@ -34,6 +34,9 @@ namespace orrery::mysql {
 class ClientLibrary;
 class Dialect;
 class LogTarget;
+namespace metadata {
+class Answer;
+}
 struct ConnectionHandle;  ///< MYSQL of the client library
 struct ResultHandle;      ///< MYSQL_RES of the client library
 }  // namespace orrery::mysql
@@ -163,6 +166,8 @@ class ORRERY_MYSQL_EXPORT MySqlInterface {
   void MySQLErrorLog(const char* format, ...) ORRERY_PRINTF(2, 3);
 
  private:
+  friend class GetMySqlInfoExt;  // the session that the connection is of
+  friend class orrery::mysql::metadata::Answer;
   ORRERY_MYSQL_HIDDEN int fail(int number, std::string text);
   ORRERY_MYSQL_HIDDEN void keepClientError();
   ORRERY_MYSQL_HIDDEN int refuse(const char* tag, const std::string& reason);

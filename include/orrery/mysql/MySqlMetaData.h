@@ -37,7 +37,7 @@ struct ForeignKey {
   std::string referencedDatabase;
   std::string referencedTable;
   std::vector<std::string> referencedColumns;  ///< as many as `columns`
-  std::string onUpdate;                        ///< "RESTRICT", "CASCADE", "SET NULL", "NO ACTION", ...
+  std::string onUpdate;                        ///< "RESTRICT", "CASCADE", "SET NULL", "NO ACTION", ...; empty: unknown
   std::string onDelete;
 };
 
