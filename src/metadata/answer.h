@@ -33,8 +33,8 @@ struct Request {
 inline constexpr const char* noMemory = "new QueryResult returned NULL. Insufficient memory";
 inline constexpr const char* noMemoryBrief = "new QueryResult() returned NULL";
 
-/// One statement and its rows, which are released with this object. Failures are logged under the request's tag and left
-/// in the session.
+/// One statement and its rows, which are released with this object. Failures are logged under the request's tag and
+/// left in the session.
 class [[nodiscard]] Answer {
  public:
   /// `noMemoryText` is logged by the first statement where the object that holds the rows cannot be made.

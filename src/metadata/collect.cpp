@@ -22,8 +22,7 @@ namespace {
 /// All databases in one statement. Kept: the catalogue's route leaves the records of databases without a name of their
 /// own and passes over none; the route below differs in both. Sequences and system-versioned tables are of other types.
 int collectFromCatalogue(const Request& request, ClMySqlMetaData& metadata) {
-  const std::string statement =
-      "SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE=\"BASE TABLE\"";
+  const std::string statement = "SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE=\"BASE TABLE\"";
   Answer answer(request, noMemory);
   if (answer.run(statement) != 0) return -1;
   if (answer.rows() == 0) {

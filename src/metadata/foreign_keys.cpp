@@ -55,16 +55,15 @@ struct Rows {
     if (row.front() == "rule") {
       rules.push_back({std::move(key), take(4), take(5)});
     } else {
-      columns.push_back({std::move(key), std::strtoul(column(row, 8).c_str(), nullptr, 10), take(4), take(5), take(6),
-                         take(7)});
+      columns.push_back(
+          {std::move(key), std::strtoul(column(row, 8).c_str(), nullptr, 10), take(4), take(5), take(6), take(7)});
     }
   }
   void sort() {
     std::sort(columns.begin(), columns.end(), [](const KeyColumn& one, const KeyColumn& other) {
       return std::tie(one.key, one.position) < std::tie(other.key, other.position);
     });
-    std::sort(rules.begin(), rules.end(),
-              [](const KeyRule& one, const KeyRule& other) { return one.key < other.key; });
+    std::sort(rules.begin(), rules.end(), [](const KeyRule& one, const KeyRule& other) { return one.key < other.key; });
   }
 };
 

@@ -58,9 +58,10 @@ int findDefaultEngine(const Request& request, std::string& engine) {
 }
 
 int listTables(const Request& request, const std::string& db, std::vector<Table>& tables) {
-  const std::string statement = orrery::mysql::behind("SELECT `TABLE_SCHEMA` ,`TABLE_NAME` ,`ENGINE` FROM "
-                                                      "`INFORMATION_SCHEMA`.`TABLES` WHERE `TABLE_SCHEMA`='",
-                                                      orrery::mysql::quoteText(db)) +
+  const std::string statement = orrery::mysql::behind(
+                                    "SELECT `TABLE_SCHEMA` ,`TABLE_NAME` ,`ENGINE` FROM "
+                                    "`INFORMATION_SCHEMA`.`TABLES` WHERE `TABLE_SCHEMA`='",
+                                    orrery::mysql::quoteText(db)) +
                                 "AND `TABLE_TYPE`!='VIEW'";
   Answer answer(request, noMemory);
   if (answer.run(statement) != 0) return -1;
@@ -157,9 +158,8 @@ int GetMySqlInfoExt::forEachTableRecord(
   return tableRecords("GetMySqlInfoExt::forEachTableRecord", db, take);
 }
 
-int GetMySqlInfoExt::tableRecords(
-    const char* tag, const std::string& db,
-    const std::function<bool(const std::string& table, const std::string& bytes)>& take) {
+int GetMySqlInfoExt::tableRecords(const char* tag, const std::string& db,
+                                  const std::function<bool(const std::string& table, const std::string& bytes)>& take) {
   return guarded(evEvent, tag, [&] {
     if (!bInitialized) return withoutConnection(tag, notInitialized);
     if (m_Conn == nullptr) return withoutConnection(tag, noConnection);

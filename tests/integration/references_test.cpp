@@ -87,17 +87,18 @@ TEST_F(References, ListOfATableOnlyTheFirstForeignKeyAndOfInnoDbAlone) {
 
 TEST_F(References, OfTheCatalogueAreAllKeysWithTheirColumnsAndRules) {
   server_->execute(schema);
-  EXPECT_THAT(keys(*session_),
-              testing::ElementsAre("kf a.far(p,) > b.parent(id,) RESTRICT/RESTRICT", "k a.one(p,) > a.parent(id,) RESTRICT/RESTRICT",
-                                   "kp a.pair(v,u,) > a.parent(x,y,) RESTRICT/RESTRICT",
-                                   "ks a.self(up,) > a.self(id,) RESTRICT/RESTRICT",
-                                   "k1 a.two(p,) > a.parent(id,) RESTRICT/CASCADE",
-                                   "k2 a.two(q,) > a.other(id,) SET NULL/SET NULL",
-                                   "kw a.we ird(p,) > a.o.ther(id,) RESTRICT/RESTRICT"));
+  EXPECT_THAT(keys(*session_), testing::ElementsAre("kf a.far(p,) > b.parent(id,) RESTRICT/RESTRICT",
+                                                    "k a.one(p,) > a.parent(id,) RESTRICT/RESTRICT",
+                                                    "kp a.pair(v,u,) > a.parent(x,y,) RESTRICT/RESTRICT",
+                                                    "ks a.self(up,) > a.self(id,) RESTRICT/RESTRICT",
+                                                    "k1 a.two(p,) > a.parent(id,) RESTRICT/CASCADE",
+                                                    "k2 a.two(q,) > a.other(id,) SET NULL/SET NULL",
+                                                    "kw a.we ird(p,) > a.o.ther(id,) RESTRICT/RESTRICT"));
   server_->execute("SET GLOBAL sql_mode='ANSI_QUOTES'");
   EXPECT_EQ(keys(*librarySessionFor(propertiesOf(*server_))).size(), 7U);
-  server_->execute("SET GLOBAL sql_mode=DEFAULT; CREATE USER poor@localhost IDENTIFIED BY 'x'; "
-                   "GRANT SELECT ON a.one TO poor@localhost");
+  server_->execute(
+      "SET GLOBAL sql_mode=DEFAULT; CREATE USER poor@localhost IDENTIFIED BY 'x'; "
+      "GRANT SELECT ON a.one TO poor@localhost");
   auto properties = propertiesOf(*server_);
   properties[orrery::platform::property::saUser] = "poor";
   properties[orrery::platform::property::saPassword] = "sealed:x";
@@ -113,8 +114,9 @@ TEST_F(References, TablesOfPerformanceSchemaAreReadLikeAnyOther) {
 }
 
 TEST_F(References, NamesWithBackTicksAreDataOnTheWay) {
-  server_->execute("CREATE DATABASE `odd ``db`; CREATE TABLE `odd ``db`.`t``; DROP` (id INT PRIMARY KEY) ENGINE=InnoDB;"
-                   "CREATE TABLE `odd ``db`.c (p INT, FOREIGN KEY (p) REFERENCES `t``; DROP` (id)) ENGINE=InnoDB");
+  server_->execute(
+      "CREATE DATABASE `odd ``db`; CREATE TABLE `odd ``db`.`t``; DROP` (id INT PRIMARY KEY) ENGINE=InnoDB;"
+      "CREATE TABLE `odd ``db`.c (p INT, FOREIGN KEY (p) REFERENCES `t``; DROP` (id)) ENGINE=InnoDB");
   EXPECT_THAT(children(), testing::ElementsAre("odd `db.t``; DROP > odd `db.c"))
       << "kept: the parent's name is the statement's text";
 }
@@ -137,8 +139,9 @@ TEST_F(References, AConnectionLostMeanwhileComesBackInTheSameDatabase) {
   ASSERT_EQ(session_->runExeQuery("USE mysql"), 0);
   session_->watchTables([&](const std::string& db, std::size_t) {
     if (db != "a") return true;
-    server_->execute("KILL " + server_->execute("SELECT id FROM information_schema.processlist WHERE id<>connection_id() "
-                                                "AND user='agent' ORDER BY id DESC LIMIT 1"));
+    server_->execute("KILL " +
+                     server_->execute("SELECT id FROM information_schema.processlist WHERE id<>connection_id() "
+                                      "AND user='agent' ORDER BY id DESC LIMIT 1"));
     return true;
   });
   EXPECT_EQ(children().size(), 6U);

@@ -153,14 +153,14 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   /// kept and extended; a failure leaves what was stored until then. From information_schema where that can be
   /// selected, which stays the connection's database then: the database records have no name of their own. Otherwise
   /// from each database in turn, without information_schema and performance_schema and without those that hold no base
-  /// table. Sequences and system-versioned tables are no base tables to the server.
+  /// table. Sequences are no base tables to the server; system-versioned tables are none in its catalogue.
   int CollectMetadata(ClMySqlMetaData& metadata);
   /// Makes `db` the connection's current database and appends the names of its tables, without its views.
   int FetchTableList(std::string db, std::list<std::string>& tables);
   /// Name, creation statement and the server's default engine of one database. `record` changes only on success.
   int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
-  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order, without its views.
-  /// 0 with nothing appended for a database without tables, and for none of that name. A failure leaves what was
+  /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order, without its
+  /// views. 0 with nothing appended for a database without tables, and for none of that name. A failure leaves what was
   /// appended until then; a table that was dropped meanwhile is one (1146).
   int fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) override;
   /// The same records one by one, none of them kept: `take` gets each one's table name and bytes, which live during the
@@ -171,8 +171,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   // Foreign keys.
 
   /// Adds to `children`, by parent database and parent table, each table whose creation statement references it: of
-  /// InnoDB tables the first key only, found in the text. A "(" or "." in the parent's name misleads it, and a back-tick
-  /// there stays doubled. See `collectForeignKeys` for all of them. A failure leaves what was added until then.
+  /// InnoDB tables the first key only, found in the text. A "(" or "." in the parent's name misleads it, and a
+  /// back-tick there stays doubled. See `collectForeignKeys` for all of them. A failure leaves what was added until
+  /// then.
   int CollectChildTableData(MySqlChildTables& children);
   /// Appends every foreign key that the server's catalogue holds and this account may see, of all databases, ordered by
   /// database, table and name. Of tables that the account may only read, the rules are empty. One statement, whose time
