@@ -27,8 +27,9 @@ std::map<std::uint32_t, std::string> fieldsOf(std::string_view bytes) {
     protozero::pbf_reader reader(bytes.data(), bytes.size());
     while (reader.next()) {
       if (reader.wire_type() == protozero::pbf_wire_type::length_delimited) {
+        const std::uint32_t field = reader.tag();
         const protozero::data_view text = reader.get_view();
-        fields[reader.tag()].assign(text.data(), text.size());
+        fields[field].assign(text.data(), text.size());
       } else {
         reader.skip();
       }
