@@ -59,6 +59,13 @@ std::string counted(const std::list<std::string>& names) {
   return std::to_string(names.size()) + (names.empty() ? "" : ": " + joined(names));
 }
 
+std::string metadataText(const Manifest& manifest) {
+  std::string text = std::to_string(manifest.recordedDatabases) + " databases with " +
+                     std::to_string(manifest.recordedTables) + " tables in the index";
+  if (!manifest.notRecorded.empty()) text += ", without " + joined(manifest.notRecorded);
+  return text;
+}
+
 }  // namespace
 
 Json toJson(const Manifest& manifest) {
@@ -75,6 +82,10 @@ Json toJson(const Manifest& manifest) {
   document["server"] = {{"version", manifest.version}, {"mariadb", manifest.isMariaDb}};
   document["replication"] = replicationOf(manifest);
   document["databases"] = databasesOf(manifest);
+  document["metadata"] = {{"recorded", manifest.recordsMetadata},
+                          {"databases", manifest.recordedDatabases},
+                          {"tables", manifest.recordedTables},
+                          {"failed", manifest.notRecorded}};
   document["data_directory"] = manifest.paths.dataDirectory;
   document["paths"] = Json::array();
   for (const DataPath& path : manifest.paths.paths) document["paths"].push_back(toJson(path));
@@ -102,6 +113,7 @@ Table toTable(const Manifest& manifest) {
   if (!manifest.added.empty()) table.add({"new", joined(manifest.added)});
   if (!manifest.removed.empty()) table.add({"removed", joined(manifest.removed) + " (gone from the server)"});
   if (!manifest.missing.empty()) table.add({"missing", joined(manifest.missing) + " (not on the server)"});
+  if (manifest.recordsMetadata) table.add({"metadata", metadataText(manifest)});
   for (const DataPath& path : manifest.paths.paths) {
     table.add({path.kind, path.path + (path.owner ? ", of " + *path.owner + ":" + path.group.value_or("") : "")});
   }

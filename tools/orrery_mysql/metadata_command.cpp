@@ -30,23 +30,6 @@ struct Arguments {
   bool configuration = false;
 };
 
-/// Names that would end their quoting in a statement are left out and told, unless one was asked for.
-Names askableNames(Context& context, ServerSession& server, const Arguments& arguments) {
-  Names names;
-  std::set<std::string> seen;
-  for (const std::string& name : chosenNames(server, arguments.databases)) {
-    if (!seen.insert(name).second) continue;
-    if (canBeAskedFor(name)) {
-      names.push_back(name);
-      continue;
-    }
-    const std::string why = "its name holds a quote, a back-tick or a backslash";
-    if (!arguments.databases.empty()) throw Failure("no metadata of the database " + name, why);
-    context.note("the database " + name + " is left out: " + why);
-  }
-  return names;
-}
-
 /// Hands everything that was asked for to the taker.
 void readAll(Context& context, const Arguments& arguments, RecordTaker& taker) {
   if (arguments.job != 0) {
@@ -55,7 +38,9 @@ void readAll(Context& context, const Arguments& arguments, RecordTaker& taker) {
   }
   ServerSession server(context, arguments.instance);
   server.library(kNothing);
-  for (const std::string& name : askableNames(context, server, arguments)) {
+  std::set<std::string> seen;
+  for (const std::string& name : chosenNames(server, arguments.databases)) {
+    if (!seen.insert(name).second) continue;
     if (readRecords(server, name, taker) != 0)
       server.fail("no metadata of the database " + name + " of " + server.instance());
   }

@@ -95,10 +95,6 @@ std::string recordName(const std::string& database, const std::string& table) {
   return quoted(database) + "." + quoted(table);
 }
 
-bool canBeAskedFor(const std::string& database) {
-  return database.find_first_of("'`\\") == std::string::npos;
-}
-
 int readRecords(ServerSession& server, const std::string& database, RecordTaker& taker,
                 const std::function<bool()>& mayGoOn) {
   GetMySqlInfoExt& session = server.library("no metadata from");

@@ -47,10 +47,6 @@ class RecordTaker {
   virtual void table(const std::string& database, const std::string& bytes) = 0;
 };
 
-/// Names go into statements as they are, between back-ticks and between quotes. One that would end either, or begin an
-/// escape, must not be asked for: the answer would be another one's, or worse.
-bool canBeAskedFor(const std::string& database);
-
 /// Reads the records of one database from the server, none of them kept. The result of the session's operation that
 /// failed or was ended by `mayGoOn`, else 0. Throws what `taker` throws.
 int readRecords(ServerSession& server, const std::string& database, RecordTaker& taker,
