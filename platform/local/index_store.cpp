@@ -1,6 +1,13 @@
 #include "index_store.h"
 
 namespace orrery::platform::local {
+namespace {
+
+constexpr const char* putRecord =
+    "INSERT INTO index_records (job_id, instance_id, subclient_id, level, image, kind, name, bytes) "
+    "VALUES (?, ?, ?, ?, ?, ?, ?, CAST(? AS BLOB))";
+
+}  // namespace
 
 Status IndexStore::addPaths(const IndexKey& key, const std::vector<BrowsePath>& paths) {
   return database_->write("add to the index", [&] {
@@ -33,11 +40,18 @@ Status IndexStore::listPaths(Id instanceId, long long jobId, std::vector<BrowseP
 Status IndexStore::addRecord(const IndexKey& key, const std::string& kind, const std::string& name,
                              const std::string& bytes) {
   return database_->write("add a record to the index", [&] {
-    Statement(*database_,
-              "INSERT INTO index_records (job_id, instance_id, subclient_id, level, image, kind, name, bytes) "
-              "VALUES (?, ?, ?, ?, ?, ?, ?, CAST(? AS BLOB))")
+    Statement(*database_, putRecord)
         .with(key.jobId, key.instanceId, key.subclientId, key.level, key.image, kind, name, bytes)
         .run();
+  });
+}
+
+Status IndexStore::addRecords(const IndexKey& key, const std::vector<IndexRecord>& records) {
+  return database_->write("add records to the index", [&] {
+    Statement put(*database_, putRecord);
+    for (const IndexRecord& record : records)
+      put.with(key.jobId, key.instanceId, key.subclientId, key.level, key.image, record.kind, record.name, record.bytes)
+          .run();
   });
 }
 
@@ -51,6 +65,15 @@ Status IndexStore::listRecords(long long jobId, const std::string& kind,
   });
   if (status.ok()) namesAndBytes = std::move(found);
   return status;
+}
+
+Status IndexStore::eachRecord(long long jobId, const std::function<bool(const IndexRecord&)>& take) {
+  return database_->readOne("read records of the index", [&] {
+    Statement statement(*database_, "SELECT kind, name, bytes FROM index_records WHERE job_id = ? ORDER BY id");
+    statement.with(jobId);
+    while (statement.next() && take({statement.text(0), statement.text(1), statement.text(2)})) {
+    }
+  });
 }
 
 Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {

@@ -16,8 +16,10 @@ class IndexStore final : public Index {
   Status listPaths(Id instanceId, long long jobId, std::vector<BrowsePath>& paths) override;
   Status addRecord(const IndexKey& key, const std::string& kind, const std::string& name,
                    const std::string& bytes) override;
+  Status addRecords(const IndexKey& key, const std::vector<IndexRecord>& records) override;
   Status listRecords(long long jobId, const std::string& kind,
                      std::vector<std::pair<std::string, std::string>>& namesAndBytes) override;
+  Status eachRecord(long long jobId, const std::function<bool(const IndexRecord&)>& take) override;
 
  private:
   const std::shared_ptr<Database> database_;

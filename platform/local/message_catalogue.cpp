@@ -70,6 +70,10 @@ constexpr Message catalogue[] = {
     {0x570000F4,
      "The replica was not let go as it should be (%1); look at it with `orrery-mysql replica status` and release it "
      "from there."},
+    {0x570000F5,
+     "What these databases hold is not in the index: %1 (%2); the rest of the backup is not affected. Correct that, "
+     "then "
+     "start the backup again, or keep what `orrery-mysql metadata` writes."},
 };
 
 constexpr bool inOrder() {

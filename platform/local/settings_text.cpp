@@ -112,7 +112,9 @@ std::string joinLines(const std::vector<std::string>& lines) {
   return text;
 }
 
-bool isBlank(char c) { return std::strchr(" \t\r\n", c) != nullptr; }
+bool isBlank(char c) {
+  return std::strchr(" \t\r\n", c) != nullptr;
+}
 
 /// The line with its value exchanged; indentation, separator and a comment behind the value stay.
 std::string replaceValue(const std::string& line, const std::string& earlier, const std::string& value) {

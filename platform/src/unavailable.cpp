@@ -125,9 +125,11 @@ class NoIndex final : public Index, private Unavailable {
   Status addRecord(const IndexKey&, const std::string&, const std::string&, const std::string&) override {
     return no();
   }
+  Status addRecords(const IndexKey&, const std::vector<IndexRecord>&) override { return no(); }
   Status listRecords(long long, const std::string&, std::vector<std::pair<std::string, std::string>>&) override {
     return no();
   }
+  Status eachRecord(long long, const std::function<bool(const IndexRecord&)>&) override { return no(); }
 };
 
 class NoArchive final : public ArchiveManager, private Unavailable {

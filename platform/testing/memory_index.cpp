@@ -33,12 +33,28 @@ class MemoryIndex final : public Index {
     });
   }
 
+  Status addRecords(const IndexKey& key, const std::vector<IndexRecord>& records) override {
+    return attempt(*memory_, "Index::addRecords", {std::to_string(key.jobId)}, [&] {
+      for (const IndexRecord& record : records)
+        memory_->records.push_back({key, record.kind, record.name, record.bytes});
+      return Status::success();
+    });
+  }
+
   Status listRecords(long long jobId, const std::string& kind,
                      std::vector<std::pair<std::string, std::string>>& namesAndBytes) override {
     return attempt(*memory_, "Index::listRecords", {kind, std::to_string(jobId)}, [&] {
       namesAndBytes.clear();
       for (const Memory::Record& record : memory_->records)
         if (record.key.jobId == jobId && record.kind == kind) namesAndBytes.emplace_back(record.name, record.bytes);
+      return Status::success();
+    });
+  }
+
+  Status eachRecord(long long jobId, const std::function<bool(const IndexRecord&)>& take) override {
+    return attempt(*memory_, "Index::eachRecord", {std::to_string(jobId)}, [&] {
+      for (const Memory::Record& record : memory_->records)
+        if (record.key.jobId == jobId && !take({record.kind, record.name, record.bytes})) break;
       return Status::success();
     });
   }

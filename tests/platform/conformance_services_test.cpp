@@ -184,6 +184,25 @@ TEST_P(ServiceConformance, IndexKeepsRecordsAsTheyAre) {
   EXPECT_TRUE(records.empty());
 }
 
+TEST_P(ServiceConformance, IndexTakesManyRecordsAtOnceAndGivesThemOneByOne) {
+  Index& index = *services_->index;
+  const std::string bytes("\0\xff", 2);
+  ASSERT_TRUE(
+      succeeded(index.addRecords({7, 5, 6, 1, ""}, {{"Db", "a", "1"}, {"Table", "b", bytes}, {"Db", "c", ""}})));
+  ASSERT_TRUE(succeeded(index.addRecord({8, 5, 6, 1, ""}, "Db", "other job", "")));
+  ASSERT_TRUE(succeeded(index.addRecords({7, 5, 6, 1, ""}, {})));
+  std::string seen;
+  const auto take = [&](const IndexRecord& record) {
+    seen += record.kind + " " + record.name + " " + record.bytes + ";";
+    return record.name != "b";
+  };
+  ASSERT_TRUE(succeeded(index.eachRecord(7, take)));
+  EXPECT_EQ(seen, "Db a 1;Table b " + bytes + ";");
+  seen.clear();
+  ASSERT_TRUE(succeeded(index.eachRecord(9, take)));
+  EXPECT_EQ(seen, "");
+}
+
 TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
   ArchiveManager& archive = *services_->archive;
   Id ids[4];

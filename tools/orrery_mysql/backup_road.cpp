@@ -11,6 +11,7 @@
 #include "orrery/platform/instance_properties.h"
 
 #include "backup_job.h"
+#include "backup_metadata.h"
 #include "failure.h"
 #include "held_replica.h"
 #include "instance_lookup.h"
@@ -160,6 +161,7 @@ void walk(Context& context, BackupJob& job, Manifest& manifest) {
     hold(context, job, server, held, manifest);
     job.step("reconcile the databases", 30);
     reconcile(context, job, server, manifest);
+    recordMetadata(context, job, server, manifest);
     job.step("find the data paths", 50);
     manifest.paths = readDataPaths(server);
     addFurtherPaths(server, manifest.paths);
@@ -234,7 +236,8 @@ void runBackup(Context& context, const BackupRequest& request) {
     manifest.finished = now(context);
     path = writeManifest(context, manifest);
     RemovedUnlessKept written(path);
-    const bool isWhole = manifest.runsAgain && (manifest.missing.empty() || manifest.level == 2);
+    const bool isWhole =
+        manifest.runsAgain && manifest.notRecorded.empty() && (manifest.missing.empty() || manifest.level == 2);
     job.complete(isWhole ? DZJobStatus::success : DZJobStatus::completedWithErrors);
     written.keep();
   } catch (const Interrupted&) {

@@ -44,6 +44,7 @@ class Context {
   /// What this process logged last that may tell of a failure; empty before the home is open.
   std::string lastWords() const { return log_ ? log_->lastWords() : std::string(); }
 
+  Format format() const noexcept { return options_.format; }
   /// Prints the command's result.
   void print(const Json& document, const Table& table) const { tool::print(options_.format, document, table); }
   /// Tells the user something on standard error that is no failure.
@@ -78,6 +79,9 @@ void addBinlogCommands(CLI::App& program, Action& chosen);
 void addReplicaCommands(CLI::App& program, Action& chosen);
 void addDatabasesCommands(CLI::App& program, Action& chosen);
 void addPathsCommands(CLI::App& program, Action& chosen);
+void addMetadataCommand(CLI::App& program, Action& chosen);
+void addReferencesCommand(CLI::App& program, Action& chosen);
+void addAccountsCommand(CLI::App& program, Action& chosen);
 void addBackupCommand(CLI::App& program, Action& chosen);
 void addJobCommands(CLI::App& program, Action& chosen);
 

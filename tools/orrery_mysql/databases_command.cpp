@@ -14,31 +14,18 @@
 #include "context.h"
 #include "failure.h"
 #include "instance_lookup.h"
+#include "server_databases.h"
 #include "server_session.h"
 #include "subclient_lookup.h"
 
 namespace orrery::tool {
 namespace {
 
-using Names = std::list<std::string>;
-
 struct Arguments {
   std::string instance;
   std::string subclient;  ///< empty: the default one
   std::vector<std::string> databases;
 };
-
-Names bareNames(const Names& listed) {
-  Names names;
-  for (const std::string& name : listed) names.push_back(bareName(name));
-  return names;
-}
-
-Names readNames(ServerSession& server) {
-  Names listed;
-  server.run("no list of databases from", [&](GetMySqlInfo& session) { return session.FetchDBList(listed); });
-  return bareNames(listed);
-}
 
 void list(Context& context, const Arguments& arguments) {
   ServerSession server(context, arguments.instance);
@@ -49,20 +36,6 @@ void list(Context& context, const Arguments& arguments) {
   Table table({"DATABASE"});
   for (const std::string& name : names) table.add({name});
   context.print(document, table);
-}
-
-/// The databases that were asked for, all of them when none was.
-Names chosenNames(ServerSession& server, const std::vector<std::string>& asked) {
-  Names names = readNames(server);
-  if (asked.empty()) return names;
-  const std::set<std::string_view> present(names.begin(), names.end());
-  for (const std::string& name : asked) {
-    if (present.count(name) == 0) {
-      throw Failure("there is no database " + name + " on " + server.instance(), "",
-                    "orrery-mysql databases list " + server.instance() + " lists them");
-    }
-  }
-  return {asked.begin(), asked.end()};
 }
 
 struct Properties {

@@ -22,11 +22,6 @@ constexpr int mostLooks = 3;
 constexpr int mostAttempts = 7;
 constexpr std::int64_t firstPause = 1000;  // milliseconds; twice as long before each further attempt
 
-/// A number of the client library's own (errmsg.h): the server was not reached.
-bool isClientError(int number) {
-  return number >= 2000 && number < 3000;
-}
-
 /// Clients tell of a server that is no replica only by an empty answer, which the session reports as a failure.
 bool answersNothing(GetMySqlInfo& session) {
   std::string rows;

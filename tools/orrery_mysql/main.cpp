@@ -146,6 +146,9 @@ int run(int argc, char** argv) {
   addReplicaCommands(program, chosen);
   addDatabasesCommands(program, chosen);
   addPathsCommands(program, chosen);
+  addMetadataCommand(program, chosen);
+  addReferencesCommand(program, chosen);
+  addAccountsCommand(program, chosen);
   addBackupCommand(program, chosen);
   addJobCommands(program, chosen);
   try {

@@ -1,16 +1,10 @@
 #include "manifest.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/CKyDirectory.h"
 
 #include "failure.h"
-#include "posix.h"
+#include "output_file.h"
 #include "time_text.h"
 
 namespace orrery::tool {
@@ -65,41 +59,12 @@ std::string counted(const std::list<std::string>& names) {
   return std::to_string(names.size()) + (names.empty() ? "" : ": " + joined(names));
 }
 
-void writeAll(const OwnFd& file, const std::string& text) {
-  std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t count = ::write(file.get(), text.data() + written, text.size() - written);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw Failure("the manifest is not written", errorText(errno), "make room for the results");
-    written += static_cast<std::size_t>(count);
-  }
+std::string metadataText(const Manifest& manifest) {
+  std::string text = std::to_string(manifest.recordedDatabases) + " databases with " +
+                     std::to_string(manifest.recordedTables) + " tables in the index";
+  if (!manifest.notRecorded.empty()) text += ", without " + joined(manifest.notRecorded);
+  return text;
 }
-
-/// A file that goes again unless it gets its final name.
-class NewFile {
- public:
-  explicit NewFile(std::string path) : path_(std::move(path)) {
-    file_ = OwnFd(::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file_.valid()) throw Failure("the manifest " + path_ + " is not made", errorText(errno));
-  }
-  ~NewFile() {
-    if (!path_.empty()) ::unlink(path_.c_str());
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-
-  const OwnFd& file() const noexcept { return file_; }
-  void rename(const std::string& name) {
-    if (::fsync(file_.get()) != 0 || ::rename(path_.c_str(), name.c_str()) != 0) {
-      throw Failure("the manifest " + name + " is not written", errorText(errno));
-    }
-    path_.clear();
-  }
-
- private:
-  std::string path_;
-  OwnFd file_;
-};
 
 }  // namespace
 
@@ -117,6 +82,10 @@ Json toJson(const Manifest& manifest) {
   document["server"] = {{"version", manifest.version}, {"mariadb", manifest.isMariaDb}};
   document["replication"] = replicationOf(manifest);
   document["databases"] = databasesOf(manifest);
+  document["metadata"] = {{"recorded", manifest.recordsMetadata},
+                          {"databases", manifest.recordedDatabases},
+                          {"tables", manifest.recordedTables},
+                          {"failed", manifest.notRecorded}};
   document["data_directory"] = manifest.paths.dataDirectory;
   document["paths"] = Json::array();
   for (const DataPath& path : manifest.paths.paths) document["paths"].push_back(toJson(path));
@@ -144,6 +113,7 @@ Table toTable(const Manifest& manifest) {
   if (!manifest.added.empty()) table.add({"new", joined(manifest.added)});
   if (!manifest.removed.empty()) table.add({"removed", joined(manifest.removed) + " (gone from the server)"});
   if (!manifest.missing.empty()) table.add({"missing", joined(manifest.missing) + " (not on the server)"});
+  if (manifest.recordsMetadata) table.add({"metadata", metadataText(manifest)});
   for (const DataPath& path : manifest.paths.paths) {
     table.add({path.kind, path.path + (path.owner ? ", of " + *path.owner + ":" + path.group.value_or("") : "")});
   }
@@ -157,9 +127,9 @@ std::string writeManifest(Context& context, const Manifest& manifest) {
   const CKyError error = CKyDirectory::Create(folder, 0700);
   if (error.isError()) throw Failure("the folder of the manifests is not made", error.text());
   std::string path = folder + "/job-" + std::to_string(manifest.job) + ".json";
-  NewFile file(path + ".new");
-  writeAll(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
-  file.rename(path);
+  NewFile file("the manifest", path, path + ".new");
+  writeWhole(file.file(), toJson(manifest).dump(2, ' ', false, Json::error_handler_t::replace) + "\n", "the manifest");
+  file.keep();
   return path;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <string>
@@ -35,6 +36,11 @@ struct Manifest {
   std::list<std::string> added;
   std::list<std::string> removed;
   std::list<std::string> missing;
+
+  bool recordsMetadata = false;  ///< creation statements went into the index
+  std::size_t recordedDatabases = 0;
+  std::size_t recordedTables = 0;
+  std::list<std::string> notRecorded;  ///< databases
 
   DataPaths paths;
 

@@ -20,7 +20,12 @@ std::size_t lengthOfCharacter(std::string_view text) {
   for (std::size_t i = 1; i < length; ++i) {
     if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return 0;
   }
-  return length;
+  if (length < 3) return length;
+  // Longer than need be, halves of a UTF-16 pair, beyond the last character.
+  const auto second = static_cast<unsigned char>(text[1]);
+  const bool isWrong = (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second >= 0xA0) ||
+                       (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second >= 0x90);
+  return isWrong ? 0 : length;
 }
 
 bool steersTheTerminal(std::string_view character) {
@@ -42,6 +47,15 @@ void appendEscaped(std::string& result, std::string_view bytes) {
 }
 
 }  // namespace
+
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = lengthOfCharacter(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
 
 std::string printable(std::string_view text) {
   std::string result;

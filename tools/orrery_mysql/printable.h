@@ -9,4 +9,6 @@ namespace orrery::tool {
 /// characters, those that turn the direction of writing, bytes that are no UTF-8, and the backslash are escaped.
 std::string printable(std::string_view text);
 
+bool isUtf8(std::string_view text);
+
 }  // namespace orrery::tool

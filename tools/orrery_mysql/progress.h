@@ -16,6 +16,9 @@ class [[nodiscard]] Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// What is shown from now on. Called by any thread.
+  void change(std::string text);
+
  private:
   void draw();
 

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "instance_lookup.h"
 #include "interrupt.h"
+#include "printable.h"
 #include "progress.h"
 
 namespace orrery::tool {
@@ -23,6 +24,19 @@ std::string settingOf(Context& context, const char* key) {
   require(context.services().settings->read("MySQL", key, value), "the settings cannot be read");
   return value.value_or("");
 }
+
+class [[nodiscard]] Watched {
+ public:
+  Watched(GetMySqlInfoExt& session, std::function<bool(const std::string&, std::size_t)> watcher) : session_(session) {
+    session_.watchTables(std::move(watcher));
+  }
+  ~Watched() { session_.watchTables({}); }
+  Watched(const Watched&) = delete;
+  Watched& operator=(const Watched&) = delete;
+
+ private:
+  GetMySqlInfoExt& session_;
+};
 
 }  // namespace
 
@@ -56,12 +70,37 @@ void ServerSession::fail(const std::string& what) const {
 int ServerSession::attempt(const Operation& operation) {
   int rc = 0;
   {
-    const Progress progress("waiting for " + record_.name, context_.wantsProgress());
+    Progress progress("waiting for " + record_.name, context_.wantsProgress());
+    progress_ = &progress;
     session_->clearErrors();
     rc = operation(*session_);
+    progress_ = nullptr;
   }
   if (interruptSignal() != 0) throw Interrupted();
   return rc;
+}
+
+int ServerSession::attemptTables(const Operation& operation, const std::function<bool()>& mayGoOn) {
+  GetMySqlInfoExt& session = library("no tables of");
+  const Watched whileItRuns(session, [&](const std::string& database, std::size_t tables) {
+    if (progress_ != nullptr) {
+      progress_->change("reading " + printable(database) + ", table " + std::to_string(tables + 1) + ",");
+    }
+    return interruptSignal() == 0 && (!mayGoOn || mayGoOn());
+  });
+  return attempt(operation);
+}
+
+void ServerSession::runTables(const std::string& what, const Operation& operation) {
+  if (attemptTables(operation) != 0) fail(what + " " + record_.name);
+}
+
+GetMySqlInfoExt& ServerSession::library(const std::string& what) {
+  if (commandMode_) {
+    throw Failure(what + " " + record_.name, "it is reached in command mode, which does not offer that",
+                  "--access library asks over one connection; orrery-mysql mode " + record_.name + " tells more");
+  }
+  return static_cast<GetMySqlInfoExt&>(*session_);
 }
 
 void ServerSession::run(const std::string& what, const Operation& operation) {

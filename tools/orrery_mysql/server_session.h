@@ -9,7 +9,11 @@
 
 #include "context.h"
 
+class GetMySqlInfoExt;
+
 namespace orrery::tool {
+
+class Progress;
 
 /// A session with the server of an instance, for the time of one command, in the access mode that the command line asks
 /// for. Operations throw Failure.
@@ -30,6 +34,13 @@ class ServerSession {
   int attempt(const Operation& operation);
   /// The same, and throws Failure for a result other than 0. `what` says what failed, in front of the instance's name.
   void run(const std::string& what, const Operation& operation);
+  /// The same for an operation that asks the server once per table: shows how far it is, and ends it between two
+  /// tables when the user asked for the end or `mayGoOn` says no. Library mode only.
+  int attemptTables(const Operation& operation, const std::function<bool()>& mayGoOn = {});
+  void runTables(const std::string& what, const Operation& operation);
+  /// The session in library mode. In command mode, which offers only part of the operations, throws Failure; `what`
+  /// says what there is not, in front of the instance's name.
+  GetMySqlInfoExt& library(const std::string& what);
   /// Reads a variable by its name. False when the server has none of that name.
   bool readVariable(const std::string& name, std::string& value);
   /// Throws Failure with what the session knows of its last failure, or Interrupted. `what` says what failed.
@@ -42,7 +53,13 @@ class ServerSession {
   platform::InstanceRecord record_;
   bool commandMode_ = true;
   std::unique_ptr<GetMySqlInfo> session_;
+  Progress* progress_ = nullptr;  ///< of the operation that runs
 };
+
+/// A number of the client library's own (errmsg.h): the server was not reached.
+constexpr bool isClientError(int number) {
+  return number >= 2000 && number < 3000;
+}
 
 /// How an agent would reach an instance, whatever the command line asks for.
 struct AccessChoice {

@@ -13,6 +13,7 @@
 ///  - ids are positive; 0 stands for "none".
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -292,16 +293,27 @@ struct IndexKey {
   std::string image;
 };
 
+/// A record in the protocol-buffers wire format, kept as it is. `kind` names the message of docs/index.proto.
+struct IndexRecord {
+  std::string kind;
+  std::string name;
+  std::string bytes;
+};
+
 class Index {
  public:
   virtual ~Index() = default;
   virtual Status addPaths(const IndexKey& key, const std::vector<BrowsePath>& paths) = 0;
   virtual Status listPaths(Id instanceId, long long jobId, std::vector<BrowsePath>& paths) = 0;
-  /// Records in the protocol-buffers wire format, kept as they are. `kind` names the message of docs/index.proto.
   virtual Status addRecord(const IndexKey& key, const std::string& kind, const std::string& name,
                            const std::string& bytes) = 0;
+  /// All of them or, after a failure, none.
+  virtual Status addRecords(const IndexKey& key, const std::vector<IndexRecord>& records) = 0;
   virtual Status listRecords(long long jobId, const std::string& kind,
                              std::vector<std::pair<std::string, std::string>>& namesAndBytes) = 0;
+  /// Hands over a job's records of every kind one by one, in the order in which they were added, until `take` returns
+  /// false. It must use no port and throw nothing.
+  virtual Status eachRecord(long long jobId, const std::function<bool(const IndexRecord& record)>& take) = 0;
 };
 
 /// One image or file on the media.

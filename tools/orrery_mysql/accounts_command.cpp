@@ -1,0 +1,146 @@
+// orrery-mysql accounts: the statements that make a server's accounts and roles on another server.
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "account_capture.h"
+#include "context.h"
+#include "failure.h"
+#include "output_file.h"
+#include "printable.h"
+#include "server_session.h"
+#include "text_json.h"
+
+namespace orrery::tool {
+namespace {
+
+struct Arguments {
+  std::string instance;
+  std::string as;  ///< empty: what the format says
+  std::string output = "-";
+  Hexadecimal hexadecimal = Hexadecimal::whereKnown;
+};
+
+/// In front of the statements: how they are written, and nothing else of the mode of whoever runs them.
+std::string headOf(const std::string& instance, const std::string& sqlMode) {
+  std::string modes;
+  for (const char* const mode : {"ANSI_QUOTES", "NO_BACKSLASH_ESCAPES"}) {
+    if (("," + sqlMode + ",").find("," + std::string(mode) + ",") == std::string::npos) continue;
+    modes += (modes.empty() ? "" : ",") + std::string(mode);
+  }
+  return "-- Accounts and roles of " + printable(instance) +
+         ".\n"
+         "-- Accounts of the hosts localhost and 127.0.0.1 are not among them.\n"
+         "-- Grants of single tables, columns and routines want these to be there.\n"
+         "SET NAMES utf8mb4;\n"
+         "SET SESSION sql_mode = '" +
+         modes + "';\n";
+}
+
+/// An account that is there keeps what it has, root on the name of the machine for one, and gets the grants.
+std::string creationOf(const CapturedAccount& account) {
+  for (const std::string_view words : {"CREATE USER ", "CREATE ROLE "}) {
+    if (!account.statement.starts_with(words)) continue;
+    return std::string(words) + "IF NOT EXISTS " + account.statement.substr(words.size());
+  }
+  return account.statement;
+}
+
+std::string sqlOf(const std::string& instance, const std::string& sqlMode, const Capture& capture) {
+  std::string text = headOf(instance, sqlMode);
+  for (const CapturedAccount& account : capture.accounts) {
+    // Escaped, so that no name can end the comment.
+    text += std::string("\n-- ") + (account.isRole ? "role " : "account ") + printable(quotedAccount(account)) + "\n";
+    if (!account.statement.empty()) text += creationOf(account) + ";\n";
+    for (const std::string& grant : account.grants) text += grant + ";\n";
+  }
+  return text;
+}
+
+Json toJson(const LeftOut& leftOut) {
+  Json document;
+  document["account"] = leftOut.account.empty() ? Json(nullptr) : Json(leftOut.account);
+  document["reason"] = leftOut.reason;
+  document["number"] = leftOut.number == 0 ? Json(nullptr) : Json(leftOut.number);
+  document["text"] = leftOut.text.empty() ? Json(nullptr) : Json(leftOut.text);
+  return document;
+}
+
+Json toJson(const CapturedAccount& account) {
+  Json document;
+  addText(document, "user", account.user);
+  document["host"] = account.isRole ? Json(nullptr) : Json(account.host);
+  document["role"] = account.isRole;
+  if (account.statement.empty()) {
+    document["statement"] = nullptr;
+  } else {
+    addText(document, "statement", account.statement);
+  }
+  document["grants"] = account.grants;
+  return document;
+}
+
+std::string jsonOf(const std::string& instance, const std::string& sqlMode, const Capture& capture) {
+  Json document;
+  document["instance"] = instance;
+  document["hexadecimal"] = capture.isHexadecimal;
+  document["sql_mode"] = sqlMode;
+  document["accounts"] = Json::array();
+  for (const CapturedAccount& account : capture.accounts) document["accounts"].push_back(toJson(account));
+  document["left_out"] = Json::array();
+  if (capture.switchRefused) document["left_out"].push_back(toJson(*capture.switchRefused));
+  for (const LeftOut& leftOut : capture.leftOut) document["left_out"].push_back(toJson(leftOut));
+  document["hosts_left_out"] = {"localhost", "127.0.0.1"};
+  return dumped(document, 2) + "\n";
+}
+
+std::string reasonText(const LeftOut& leftOut) {
+  std::string text = leftOut.reason;
+  if (leftOut.number != 0) text += ": [" + std::to_string(leftOut.number) + "]";
+  if (!leftOut.text.empty()) text += (leftOut.number == 0 ? ": " : " ") + leftOut.text;
+  return text;
+}
+
+void tell(const Context& context, const Capture& capture) {
+  context.note("accounts of the hosts localhost and 127.0.0.1 are not captured; how many there are was not asked");
+  if (capture.switchRefused) context.note(reasonText(*capture.switchRefused));
+  for (const LeftOut& leftOut : capture.leftOut) {
+    context.note("the account " + leftOut.account + " is left out, " + reasonText(leftOut));
+  }
+}
+
+void accounts(Context& context, const Arguments& arguments) {
+  const std::string as = resultForm(context, arguments.as, "sql");
+  Destination output(context, "the file of the accounts", arguments.output);
+  ServerSession server(context, arguments.instance);
+  const Capture capture = captureAccounts(server, arguments.hexadecimal);
+  std::string sqlMode;
+  server.readVariable("sql_mode", sqlMode);
+  output.write(as == "sql" ? sqlOf(server.instance(), sqlMode, capture) : jsonOf(server.instance(), sqlMode, capture));
+  output.finish();
+  tell(context, capture);
+}
+
+}  // namespace
+
+void addAccountsCommand(CLI::App& program, Action& chosen) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command =
+      program.add_subcommand("accounts", "Statements that make the server's accounts and roles elsewhere");
+  command->add_option("INSTANCE", arguments->instance, "Name or id")->required();
+  command->add_option("--as", arguments->as, "Statements or JSON; what --format says unless given")
+      ->check(CLI::IsMember({"sql", "json"}).description(""))
+      ->type_name("sql|json");
+  command
+      ->add_option("--output", arguments->output,
+                   "Write into FILE, which only its owner can read; standard output unless given")
+      ->type_name("FILE");
+  command->add_flag_function(
+      "--hex,!--no-hex",
+      [arguments](std::int64_t on) { arguments->hexadecimal = on > 0 ? Hexadecimal::on : Hexadecimal::off; },
+      "Authentication strings in hexadecimal digits; where the server knows that unless given");
+  command->callback([=, &chosen] { chosen = [=](Context& context) { accounts(context, *arguments); }; });
+}
+
+}  // namespace orrery::tool

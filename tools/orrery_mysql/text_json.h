@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "output.h"
+
+namespace orrery::tool {
+
+/// Adds a text that may hold any bytes. Where it is no UTF-8 it has U+FFFD in place of what is not, and the key with
+/// "_hex" behind it holds the bytes as they are.
+void addText(Json& object, const std::string& key, const std::string& text);
+
+/// As `Json::dump`, with U+FFFD in place of what is no UTF-8.
+std::string dumped(const Json& json, int indent = -1);
+
+}  // namespace orrery::tool
