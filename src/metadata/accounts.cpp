@@ -73,7 +73,9 @@ int GetMySqlInfoExt::getRoles(std::vector<std::string>& roles) {
     if (answer.send(statement) != 0) {
       // A server without the column knows no roles beside accounts.
       if (m_Conn->getLastError() == unknownColumn) return 0;
-      evEvent.Error(tag, "the roles cannot be listed: [%d:%s]", m_Conn->getLastError(), request.error());
+      if (answer.hasMemory()) {
+        evEvent.Error(tag, "the roles cannot be listed: [%d:%s]", m_Conn->getLastError(), request.error());
+      }
       return request.keepError();
     }
     return answer.forEachRow(1, [&](Texts& row) { roles.push_back(orrery::mysql::quoteIdentifier(row.front())); });

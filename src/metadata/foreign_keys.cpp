@@ -13,7 +13,6 @@
 namespace metadata = orrery::mysql::metadata;
 using metadata::Answer;
 using metadata::column;
-using metadata::Request;
 using metadata::Texts;
 using orrery::mysql::ForeignKey;
 using orrery::mysql::guarded;

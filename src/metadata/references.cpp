@@ -41,11 +41,13 @@ int fetchCreationStatement(const Request& request, const std::string& db, const 
   return 0;
 }
 
-bool findParent(const Request& request, const std::string& statement, std::string_view& name) {
+bool findParent(const Request& request, const std::string& statement, std::string& name) {
   const auto say = [&](const char* text) { request.log().DebugLvl(request.tag, 3, "%s", text); };
-  switch (metadata::findReference(statement, name)) {
+  std::string_view found;
+  switch (metadata::findReference(statement, found)) {
     case Found::name:
-      request.log().DebugLvl(request.tag, 3, "references table=[%.*s]", static_cast<int>(name.size()), name.data());
+      name = found;
+      request.log().DebugLvl(request.tag, 3, "references table=[%s]", name.c_str());
       if (!name.empty()) return true;
       break;
     case Found::otherEngine:
@@ -67,7 +69,7 @@ bool findParent(const Request& request, const std::string& statement, std::strin
 int addTable(const Request& request, const std::string& db, const std::string& table, MySqlChildTables& children) {
   std::string statement;
   if (fetchCreationStatement(request, db, table, statement) != 0) return -1;
-  std::string_view name;
+  std::string name;
   if (!findParent(request, statement, name)) return 0;
   const metadata::Parent parent = metadata::parentOf(name, db);
   IdxMetadata::MySqlChildTable child;

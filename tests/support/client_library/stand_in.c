@@ -263,8 +263,8 @@ char** mysql_fetch_row(MYSQL_RES* result) {
   called();
   const struct stand_in_answer* answer = &result->answer;
   if (answer->lost_before_row != 0 && result->next + 1 == answer->lost_before_row) {
-    result->connection->is_lost = answer->row_error == 0;
-    fail(result->connection, answer->row_error == 0 ? 2013 : answer->row_error, "lost while reading");
+    result->connection->is_lost = stand_in.row_error == 0;
+    fail(result->connection, stand_in.row_error == 0 ? 2013 : stand_in.row_error, "lost while reading");
     return NULL;
   }
   if (result->next == answer->rows) return NULL;

@@ -43,6 +43,16 @@ TEST_F(DialectTest, SendsTheKnownTextFirstAndItsSuccessorOnlyAfterAParseError) {
   EXPECT_FALSE(learn("use 'a;b'", 1064)) << "the successor was in use already";
 }
 
+TEST_F(DialectTest, ATextInDoubleQuotesIsReplacedOnceItCountsAsAColumn) {
+  const std::string known = "SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE=\"BASE TABLE\"";
+  EXPECT_FALSE(learn(known, 1064));
+  EXPECT_FALSE(learn("START SLAVE", 1054));
+  EXPECT_EQ(dialect_.statement(known), known);
+  EXPECT_TRUE(learn(known, 1054));
+  EXPECT_EQ(dialect_.statement(known), known.substr(0, known.size() - 12) + "'BASE TABLE'");
+  EXPECT_FALSE(learn(known, 1054));
+}
+
 TEST_F(DialectTest, VerticalListingsAreAskedForByAnOptionOnceTheirCommandIsUnknown) {
   const std::string text = "SHOW SLAVE STATUS\\G";
   EXPECT_EQ(dialect_.statement(text) + dialect_.layoutOption(text), text);

@@ -67,4 +67,10 @@ TEST(Names, ThatCouldEndTheirQuotingAreRefusedWithTheReason) {
   EXPECT_EQ(reasonToRefuse("table name", "a`b", Quoting::backTicks), "the table name holds a back-tick");
 }
 
+TEST(Identifiers, BetweenBackTicksDoubleTheirOwn) {
+  EXPECT_EQ(orrery::mysql::quoteIdentifier("shop"), "`shop`");
+  EXPECT_EQ(orrery::mysql::quoteIdentifier("`a`b'\"\\"), "```a``b'\"\\`");
+  EXPECT_EQ(orrery::mysql::quoteIdentifier(""), "``");
+}
+
 }  // namespace

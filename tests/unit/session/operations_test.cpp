@@ -21,6 +21,24 @@ TEST_F(Operations, CommandModeAnswersSomeRequestsWithoutAskingTheServer) {
             "<<FALLBACK>> GetMySqlInfo::fillTableInfoForDataBase: We dont support this for mysql CommandLine");
 }
 
+TEST_F(Operations, OnAccountsFailInCommandModeAndSaySo) {
+  GetMySqlInfo session;
+  std::vector<std::string> texts;
+  std::string text = "before";
+  const std::pair<const char*, int> results[] = {{"getUsers", session.getUsers(texts)},
+                                                 {"getCreateUserQuery", session.getCreateUserQuery("u", text)},
+                                                 {"getGrantQueries", session.getGrantQueries("u", texts)},
+                                                 {"setIdentifiedWithAsHex", session.setIdentifiedWithAsHex("ON")}};
+  for (const auto& [name, result] : results) {
+    EXPECT_EQ(result, -1);
+    EXPECT_THAT(backend_.log().lines(),
+                testing::Contains(std::string("<<FALLBACK>> GetMySqlInfo::") + name +
+                                  ": accounts are read over a client library only, in library mode"));
+  }
+  EXPECT_EQ(session.strErrorString, "accounts are read over a client library only, in library mode");
+  EXPECT_EQ(text, "before");
+}
+
 TEST_F(Operations, ThatAreNotBuiltYetFailAndSaySo) {
   GetMySqlInfo session;
   EXPECT_EQ(session.isXtrabackupPossible(), -1);
