@@ -13,7 +13,10 @@ namespace orrery::test {
 inline std::map<unsigned, std::string> fieldsOf(const std::string& bytes) {
   std::map<unsigned, std::string> fields;
   protozero::pbf_reader reader(bytes);
-  while (reader.next()) fields[reader.tag()] = reader.get_string();
+  while (reader.next()) {
+    const unsigned number = reader.tag();  // reading the value forgets it
+    fields[number] = reader.get_string();
+  }
   return fields;
 }
 

@@ -263,8 +263,8 @@ char** mysql_fetch_row(MYSQL_RES* result) {
   called();
   const struct stand_in_answer* answer = &result->answer;
   if (answer->lost_before_row != 0 && result->next + 1 == answer->lost_before_row) {
-    result->connection->is_lost = 1;
-    fail(result->connection, 2013, "lost while reading");
+    result->connection->is_lost = answer->row_error == 0;
+    fail(result->connection, answer->row_error == 0 ? 2013 : answer->row_error, "lost while reading");
     return NULL;
   }
   if (result->next == answer->rows) return NULL;
@@ -283,7 +283,9 @@ MYSQL_RES* mysql_list_dbs(MYSQL* mysql, const char* pattern) {
 
 int mysql_select_db(MYSQL* mysql, const char* db) {
   note("select_db %s\n", db);
-  return is_gone(mysql) || fail(mysql, stand_in.select_error, "no such database");
+  if (is_gone(mysql)) return 1;
+  const int is_meant = stand_in.refused_db == NULL || strcmp(stand_in.refused_db, db) == 0;
+  return is_meant && fail(mysql, stand_in.select_error, "no such database");
 }
 
 unsigned mysql_num_fields(MYSQL_RES* result) {

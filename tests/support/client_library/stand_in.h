@@ -16,6 +16,7 @@ struct stand_in_answer {
   const char* const* cells; /* rows times fields; a null pointer is SQL NULL */
   const unsigned long* lengths;
   unsigned lost_before_row; /* counted from 1: reading it fails with 2013; 0: none */
+  unsigned row_error;       /* what that reading fails with instead, the connection staying */
   int cannot_store;         /* the rows are there, but the library cannot hold them */
   int uses;                 /* after so many uses the next answer to the statement counts; 0: no end */
 };
@@ -26,6 +27,7 @@ struct stand_in {
   int refused_option; /* mysql_options fails for this one */
   unsigned connect_error;
   unsigned select_error;
+  const char* refused_db; /* the only one that select_error is for; null: every one */
   unsigned unknown_error; /* of a statement without an answer */
   const char* cipher;     /* null: plain text */
   const char* server_info;
