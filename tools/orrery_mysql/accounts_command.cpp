@@ -1,6 +1,8 @@
 // orrery-mysql accounts: the statements that make a server's accounts and roles on another server.
 
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -47,6 +49,20 @@ std::string creationOf(const CapturedAccount& account) {
   return account.statement;
 }
 
+/// MariaDB prints the password with the first grant as well, and a password that is set has not expired. Nothing for
+/// accounts that need no such word behind their grants.
+std::string expiryOf(const CapturedAccount& account) {
+  constexpr std::string_view words = "CREATE USER ";
+  const auto setsPassword = [](const std::string& grant) {
+    return grant.find(" IDENTIFIED BY PASSWORD ") != std::string::npos;
+  };
+  if (account.statement.find(" PASSWORD EXPIRE") == std::string::npos || !account.statement.starts_with(words) ||
+      std::none_of(account.grants.begin(), account.grants.end(), setsPassword)) {
+    return {};
+  }
+  return "ALTER USER " + account.statement.substr(words.size()) + ";\n";
+}
+
 std::string sqlOf(const std::string& instance, const std::string& sqlMode, const Capture& capture) {
   std::string text = headOf(instance, sqlMode);
   for (const CapturedAccount& account : capture.accounts) {
@@ -54,6 +70,7 @@ std::string sqlOf(const std::string& instance, const std::string& sqlMode, const
     text += std::string("\n-- ") + (account.isRole ? "role " : "account ") + printable(quotedAccount(account)) + "\n";
     if (!account.statement.empty()) text += creationOf(account) + ";\n";
     for (const std::string& grant : account.grants) text += grant + ";\n";
+    text += expiryOf(account);
   }
   return text;
 }

@@ -31,16 +31,23 @@ _orrery_mysql() {
 
   case $previous in
     --format) mapfile -t COMPREPLY < <(compgen -W 'table json' -- "$current"); return ;;
+    --as)
+      if [[ " ${COMP_WORDS[*]} " == *' accounts '* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W 'sql json' -- "$current")
+      else
+        mapfile -t COMPREPLY < <(compgen -W 'text json dot' -- "$current")
+      fi
+      return ;;
     --level) mapfile -t COMPREPLY < <(compgen -W 'full incremental' -- "$current"); return ;;
     --access) mapfile -t COMPREPLY < <(compgen -W 'auto command library' -- "$current"); return ;;
     --auto-discovery | --meb | --meb-no-locking) mapfile -t COMPREPLY < <(compgen -W 'on off' -- "$current"); return ;;
     --unix-user) mapfile -t COMPREPLY < <(compgen -u -- "$current"); return ;;
     --home | --bin | --data | --meb-bin) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$current"); return ;;
-    --socket | --config | --binlog-index | --ssl-ca | --ssl-key | --ssl-cert | --password-file | --client-library)
+    --socket | --config | --binlog-index | --ssl-ca | --ssl-key | --ssl-cert | --password-file | --client-library | --records | --output)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
-    --user | --version-hint | --client | --before | --wait | --subclient | --most) return ;;
+    --user | --version-hint | --client | --before | --wait | --subclient | --most | --database | --job) return ;;
     --command) mapfile -t COMPREPLY < <(compgen -c -- "$current"); return ;;
   esac
 
@@ -58,7 +65,7 @@ _orrery_mysql() {
   local words=()
   for ((index = 1; index < COMP_CWORD; index++)); do
     case ${COMP_WORDS[index]} in
-      -v | --version | --help | -h | --yes | --stale | --password-stdin | --ask-password | --no-password) ;;
+      -v | --version | --help | -h | --yes | --stale | --password-stdin | --ask-password | --no-password | --configuration | --all | --hex | --no-hex) ;;
       --*=*) ;;
       --*) index=$((index + 1)) ;;
       *) words+=("${COMP_WORDS[index]}") ;;
@@ -75,6 +82,9 @@ _orrery_mysql() {
     'binlog purge'*) options="$global --before --yes" ;;
     'databases plan'* | 'databases content'* | 'databases add'* | 'databases remove'*) options="$global --subclient" ;;
     backup*) options="$global --subclient --level" ;;
+    metadata*) options="$global --database --records --job --configuration" ;;
+    references*) options="$global --as --all --database" ;;
+    accounts*) options="$global --as --output --hex --no-hex" ;;
     'job list'*) options="$global --most" ;;
     'instance subclient'*) options="$global --yes" ;;
     'replica release'*) options="$global --stale --yes" ;;
@@ -86,7 +96,7 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server databases paths encode-name backup job' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server databases paths encode-name metadata references accounts backup job' -- "$current") ;;
     '1 databases') mapfile -t COMPREPLY < <(compgen -W 'list show plan content add remove' -- "$current") ;;
     '1 job') mapfile -t COMPREPLY < <(compgen -W 'list show watch stop' -- "$current") ;;
     '2 instance subclient') mapfile -t COMPREPLY < <(compgen -W 'list add remove' -- "$current") ;;
@@ -97,7 +107,8 @@ _orrery_mysql() {
     '1 server') mapfile -t COMPREPLY < <(compgen -W 'start stop' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
     '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog '* | \
-      '2 replica '* | '2 server start' | '2 server stop' | '2 databases '* | '3 instance subclient' | '1 paths' | '1 backup')
+      '2 replica '* | '2 server start' | '2 server stop' | '2 databases '* | '3 instance subclient' | '1 paths' | '1 backup' | '1 metadata' | \
+      '1 references' | '1 accounts')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
 }

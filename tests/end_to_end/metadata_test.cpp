@@ -1,0 +1,325 @@
+// orrery-mysql metadata and references on a real server: all forms of the results, hostile names, and early ends.
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <map>
+
+#include "command_fixture.h"
+#include "support/statement_gate.h"
+
+namespace orrery::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// Names that end quotes, lines, labels and entities wherever they are not written as data.
+const std::string kHostileDatabase = "d'\"`\\;\xc3\xbc";
+const std::string kHostileTable = "t'\"`\\\\n; --\n&amp;<b>\xe6\xbc\xa2";
+
+std::string quoted(const std::string& name) {
+  std::string text = "`";
+  for (const char c : name) text.append(c == '`' ? 2 : 1, c);
+  return text + "`";
+}
+
+class MetadataTest : public ServerTest {
+ protected:
+  void SetUp() override {
+    ServerTest::SetUp();
+    addServer();
+    const std::string parent = quoted(kHostileDatabase) + "." + quoted(kHostileTable);
+    server().execute(
+        "create or replace database shop; create or replace database " + quoted(kHostileDatabase) +
+        "; create table shop.customer (id int primary key, code int unique, note text comment 'a''b\\\\ \xc3\xa9');"
+        "create table shop.orders (id int primary key, c int, d int, constraint first foreign key (c) references "
+        "shop.customer (id) on delete cascade, constraint second foreign key (d) references shop.customer (code));"
+        "create table shop.log (a int) engine=MyISAM; create view shop.seen as select 1; create table " +
+        parent + " (a int primary key, b int, constraint `k\"\\\\` foreign key (b) references shop.customer (id))");
+  }
+  void TearDown() override {
+    server().execute("drop database " + quoted(kHostileDatabase) + "; drop database shop");
+    EXPECT_THAT(namesIn(home() + "/tmp"), IsEmpty());
+  }
+
+  static std::vector<std::string> metadata(std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"--access", "library", "metadata", "db"});
+    return more;
+  }
+  static std::vector<std::string> references(std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {"--access", "library", "references", "db"});
+    return more;
+  }
+  /// The statement as the ordinary client shows it, its escapes undone.
+  static std::string statementOf(const std::string& what) {
+    const std::string line = server().execute("show create " + what);
+    std::string text;
+    for (std::size_t i = line.find('\t') + 1; i < line.size() && line[i] != '\t' && line[i] != '\n'; ++i) {
+      text += line[i] != '\\' ? line[i] : line[++i] == 'n' ? '\n' : line[i];
+    }
+    return text;
+  }
+};
+
+TEST_F(MetadataTest, JsonHoldsEveryStatementAsTheServerPrintsIt) {
+  const Json all = runJson(metadata());
+  EXPECT_EQ(all["job"], nullptr);
+  std::map<std::string, Json> databases;
+  for (const Json& database : all["databases"]) databases[database["name"]] = database;
+  ASSERT_EQ(databases.count("mysql"), 1U);
+  ASSERT_EQ(databases.count("shop"), 1U);
+  ASSERT_EQ(databases.count(kHostileDatabase), 1U);
+  const Json& shop = databases["shop"];
+  EXPECT_EQ(shop["default_engine"], "InnoDB");
+  EXPECT_EQ(shop["statement"], statementOf("database shop"));
+  ASSERT_EQ(shop["tables"].size(), 3U) << "no view";
+  for (const Json& table : shop["tables"]) {
+    const std::string name = table["name"];
+    EXPECT_EQ(table["engine"], name == "log" ? "MyISAM" : "InnoDB");
+    EXPECT_EQ(table["statement"], statementOf("table shop." + name));
+  }
+  const Json& hostile = databases[kHostileDatabase]["tables"];
+  ASSERT_EQ(hostile.size(), 1U);
+  EXPECT_EQ(hostile[0]["name"], kHostileTable);
+  EXPECT_EQ(hostile[0]["statement"], statementOf("table " + quoted(kHostileDatabase) + "." + quoted(kHostileTable)));
+}
+
+TEST_F(MetadataTest, PeopleSeeCountsAndTheTablesOfWhatTheyAskFor) {
+  EXPECT_THAT(run(metadata()).output, HasSubstr("InnoDB          3       InnoDB 2, MyISAM 1\n"));
+  const ProgramResult tables = run(metadata({"--database", "shop", "--database", "shop"}));
+  EXPECT_THAT(tables.output, HasSubstr("\nshop      InnoDB          log       MyISAM\n"));
+  EXPECT_THAT(tables.output, HasSubstr("\ntotal 1                   3         InnoDB 2, MyISAM 1\n"));
+  const Json configuration = runJson(metadata({"--configuration"}))["configuration"];
+  EXPECT_EQ(configuration["socket"], server().socket());
+  EXPECT_EQ(configuration["init_connect"], "");
+}
+
+std::string protocText(const std::string& message) {
+  const ProgramResult result = runProgram(
+      {"protoc", "--proto_path=" ORRERY_DOCS, "--decode=IdxMetadata.IndexRecord", ORRERY_DOCS "/index_file.proto"},
+      {.input = message});
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  return result.output;
+}
+
+/// The messages of a file of delimited ones.
+std::vector<std::string> messagesOf(const std::string& bytes) {
+  std::vector<std::string> messages;
+  for (std::size_t at = 0; at < bytes.size();) {
+    std::size_t length = 0;
+    for (unsigned shift = 0;; shift += 7) {
+      const auto byte = static_cast<unsigned char>(bytes.at(at++));
+      length |= static_cast<std::size_t>(byte & 0x7FU) << shift;
+      if (byte < 0x80) break;
+    }
+    messages.push_back(bytes.substr(at, length));
+    EXPECT_EQ(messages.back().size(), length);
+    at += length;
+  }
+  return messages;
+}
+
+TEST_F(MetadataTest, RecordsAreReadByReadersOfTheFormat) {
+  const std::string file = directory_ / "records";
+  const Json printed = runJson(metadata({"--database", "shop", "--records", file}));
+  EXPECT_EQ(printed["totals"], Json({{"databases", 1}, {"tables", 3}, {"engines", {{"InnoDB", 2}, {"MyISAM", 1}}}}));
+  struct stat status {};
+  ASSERT_EQ(::stat(file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  const std::string bytes = readFile(file);
+  EXPECT_EQ(run(metadata({"--database", "shop", "--records", "-"})).output, bytes);
+  const std::vector<std::string> messages = messagesOf(bytes);
+  ASSERT_EQ(messages.size(), 4U);
+  const std::string first = protocText(messages[0]);
+  EXPECT_THAT(first, HasSubstr("database {\n  name: \"shop\"\n  creation_statement: \"CREATE DATABASE `shop` "));
+  EXPECT_THAT(first, HasSubstr("default_engine: \"InnoDB\""));
+  std::string tables;
+  for (std::size_t i = 1; i < messages.size(); ++i) tables += protocText(messages[i]);
+  EXPECT_THAT(tables, HasSubstr("name: \"log\"\n  engine: \"MyISAM\"\n"));
+  // "CREATE TABLE" in Ascii85.
+  EXPECT_THAT(tables, HasSubstr("table {\n  creation_statement: \"6W-?=<(.p/5se76"));
+}
+
+TEST_F(MetadataTest, ReplacesNothingButAFile) {
+  EXPECT_TRUE(failedWith(run(metadata({"--records", directory_ / ""})), "is there and no regular file"));
+  EXPECT_TRUE(failedWith(run(metadata({"--records", "/dev/null"})), "is there and no regular file"));
+  EXPECT_TRUE(failedWith(run(metadata({"--records", directory_ / "none/x"})), "No such file"));
+  EXPECT_TRUE(refusedUsage(run(metadata({"--records="})), "name"));
+  EXPECT_TRUE(failedWith(run(metadata({"--database", "shox"})), "there is no database shox"));
+  for (const char* option : {"--records=x", "--job=1", "--database=shop"}) {
+    EXPECT_TRUE(refusedUsage(run(metadata({"--configuration", option})), "excludes --configuration"));
+  }
+  EXPECT_TRUE(failedWith(run(metadata({"--job", "7"})), "there is no job 7"));
+}
+
+TEST_F(MetadataTest, IsNotOfferedInCommandMode) {
+  for (const char* command : {"metadata", "references", "accounts"}) {
+    EXPECT_TRUE(failedWith(run({command, "db"}), "command mode, which does not offer that; --access library"));
+  }
+}
+
+TEST_F(MetadataTest, ThatEndsInTheMiddleLeavesNothingAndChangesNothing) {
+  const std::string file = directory_ / "records";
+  writeFile(file, "earlier");
+  for (const char* form : {"--records", "--format"}) {
+    for (const bool isInterrupt : {true, false}) {
+      SCOPED_TRACE(form + std::string(isInterrupt ? ", interrupted" : ", broken"));
+      std::atomic<pid_t> pid{0};
+      StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [&] {
+        while (pid == 0) {
+        }
+        if (!isInterrupt) return StatementGate::Then::breakConnection;
+        ::kill(pid, SIGINT);
+        return StatementGate::Then::handOn;
+      });
+      ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
+      RunningProgram program(
+          commandLine(home(), metadata({"--database", "shop", form, form[2] == 'r' ? file : "json"})));
+      pid = program.pid();
+      const ProgramResult result = program.wait();
+      EXPECT_TRUE(gate.wasSeen());
+      EXPECT_EQ(result.output, "");
+      EXPECT_EQ(result.signal, isInterrupt ? SIGINT : 0);
+      EXPECT_TRUE(isInterrupt || failedWith(result, "no metadata of the database shop of db: [20")) << result.errors;
+    }
+  }
+  EXPECT_EQ(readFile(file), "earlier");
+  EXPECT_THAT(namesIn(directory_ / ""), ElementsAre("home", "records"));
+  ASSERT_EQ(run({"instance", "set", "db", "--socket", server().socket()}).exitStatus, 0);
+}
+
+TEST_F(MetadataTest, ReferencesAreTheAgentsMapOrEveryKeyAndNeverBoth) {
+  const std::string hostile = R"(`d'"``\\;)"
+                              "\xc3\xbc"
+                              R"(`.`t'"``\\\\n; --\n&amp;<b>)"
+                              "\xe6\xbc\xa2`";
+  EXPECT_EQ(run(references()).output, "shop.customer <- " + hostile + ", shop.orders\n");
+  const std::string all = run(references({"--all", "--database", "shop"})).output;
+  EXPECT_THAT(all, HasSubstr("shop.customer <- shop.orders  first (c) -> (id) on update RESTRICT on delete CASCADE\n"
+                             "shop.customer <- shop.orders  second (d) -> (code) "));
+  const Json map = runJson(references());
+  ASSERT_EQ(map["parents"].size(), 1U);
+  EXPECT_EQ(map["parents"][0]["children"][0], Json({{"database", kHostileDatabase}, {"table", kHostileTable}}));
+  EXPECT_EQ(map.contains("keys"), false);
+  const Json keys = Json::parse(run(references({"--all", "--as", "json"})).output);
+  ASSERT_EQ(keys["keys"].size(), 3U);
+  EXPECT_EQ(keys.contains("parents"), false);
+  EXPECT_EQ(keys["keys"][0]["name"], "k\"\\\\");
+  EXPECT_EQ(keys["keys"][1]["columns"], Json({"c"}));
+  EXPECT_TRUE(refusedUsage(run(references({"--as", "dot", "--format", "json"})), "contradict each other"));
+  EXPECT_EQ(run(references({"--database", "mysql"})).output, "");
+}
+
+TEST_F(MetadataTest, GraphvizReadsTheGraphWhateverNamesHold) {
+  for (const bool all : {false, true}) {
+    const std::string graph = run(references(all ? std::vector<std::string>{"--all", "--as", "dot"}
+                                                 : std::vector<std::string>{"--as", "dot"}))
+                                  .output;
+    const ProgramResult drawn = runProgram({"dot", "-Tsvg"}, {.input = graph});
+    EXPECT_EQ(drawn.exitStatus, 0) << graph;
+    EXPECT_EQ(drawn.errors, "") << graph;
+    EXPECT_THAT(drawn.output, HasSubstr(">shop</text>"));
+    // As tables for people show it: control characters and backslashes escaped.
+    EXPECT_THAT(drawn.output, HasSubstr("&quot;`\\\\;\xc3\xbc</text>"));
+    EXPECT_THAT(drawn.output, HasSubstr("`\\\\\\\\n; &#45;&#45;\\n&amp;amp;&lt;b&gt;\xe6\xbc\xa2</text>"));
+    EXPECT_EQ(drawn.output.find("second: (d) &#45;&gt; (code)") != std::string::npos, all);
+  }
+}
+
+class RecordedMetadataTest : public ReplicaPairTest {
+ protected:
+  void SetUp() override {
+    ReplicaPairTest::SetUp();
+    primary().execute("create or replace database shop; create table shop.t (a int); create table shop.u (a int)");
+    ASSERT_TRUE(waitUntil([] { return replica().execute("show tables in shop") == "t\nu\n"; }));
+    ASSERT_EQ(run({"databases", "add", "db", "shop"}).exitStatus, 0);
+  }
+  void TearDown() override {
+    EXPECT_TRUE(waitUntil(runs));
+    EXPECT_EQ(counter(), "0");
+    primary().execute("drop database shop");
+  }
+  /// Runs a backup that meets `act` while the tables are recorded.
+  ProgramResult backupThrough(const std::function<StatementGate::Then(pid_t)>& act) {
+    std::atomic<pid_t> pid{0};
+    StatementGate gate(directory_ / "gate.sock", replica().socket(), "`shop`.`u`", [&] {
+      while (pid == 0) {
+      }
+      EXPECT_FALSE(runs()) << "the replica is held meanwhile";
+      return act(pid);
+    });
+    EXPECT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
+    RunningProgram program(commandLine(home(), {"--access", "library", "backup", "db"}));
+    pid = program.pid();
+    ProgramResult result = program.wait();
+    EXPECT_TRUE(gate.wasSeen()) << result.errors;
+    EXPECT_EQ(run({"instance", "set", "db", "--socket", replica().socket()}).exitStatus, 0);
+    return result;
+  }
+  Json onlyJob() const { return runJson({"job", "show", "1"}); }
+};
+
+TEST_F(RecordedMetadataTest, IsShownFromTheIndexWithoutTheServer) {
+  const Json printed = runJson({"--access", "library", "backup", "db"});
+  EXPECT_EQ(printed["metadata"],
+            Json({{"recorded", true}, {"databases", 1}, {"tables", 2}, {"failed", Json::array()}}));
+  Json live = runJson({"--access", "library", "metadata", "db", "--database", "shop"});
+  const std::string records =
+      run({"--access", "library", "metadata", "db", "--database", "shop", "--records", "-"}).output;
+  ASSERT_EQ(run({"instance", "set", "db", "--socket", directory_ / "none.sock"}).exitStatus, 0);
+  Json kept = runJson({"metadata", "db", "--job", "1"});
+  EXPECT_EQ(kept["job"], 1);
+  kept["job"] = nullptr;
+  EXPECT_EQ(kept, live);
+  EXPECT_EQ(run({"metadata", "db", "--job", "1", "--records", "-"}).output, records);
+  EXPECT_THAT(run({"metadata", "db", "--job", "1"}).output, HasSubstr("shop      InnoDB          2       InnoDB 2"));
+  EXPECT_TRUE(
+      failedWith(run({"metadata", "db", "--job", "1", "--database", "mysql"}), "no metadata of the database mysql"));
+  EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "the job 1 is not one of primary"));
+}
+
+TEST_F(RecordedMetadataTest, ThatFailsIsACauseAndTheBackupGoesOn) {
+  const ProgramResult result = backupThrough([](pid_t) {
+    replica().execute("set sql_log_bin = 0; drop table shop.u");
+    return StatementGate::Then::handOn;
+  });
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_THAT(result.errors, HasSubstr("not recorded in the index: shop"));
+  const Json job = onlyJob();
+  EXPECT_EQ(job["state"], "completed with errors");
+  EXPECT_EQ(job["causes"][0]["code"], "0x570000f5");
+  EXPECT_THAT(job["causes"][0]["text"].get<std::string>(), HasSubstr("1146"));
+  EXPECT_TRUE(failedWith(run({"metadata", "db", "--job", "1"}), "its backup recorded none")) << "no half of a database";
+  replica().execute("set sql_log_bin = 0; create table shop.u (a int)");
+}
+
+TEST_F(RecordedMetadataTest, ABrokenConnectionIsACauseToo) {
+  const ProgramResult result = backupThrough([](pid_t) { return StatementGate::Then::breakConnection; });
+  EXPECT_EQ(result.exitStatus, 0) << result.errors;
+  EXPECT_EQ(onlyJob()["state"], "completed with errors");
+}
+
+TEST_F(RecordedMetadataTest, EndsBetweenTwoTablesWhenAsked) {
+  const ProgramResult result = backupThrough([](pid_t pid) {
+    ::kill(pid, SIGTERM);
+    return StatementGate::Then::handOn;
+  });
+  EXPECT_EQ(result.signal, SIGTERM);
+  EXPECT_EQ(onlyJob()["state"], "failed");
+  EXPECT_THAT(onlyJob()["causes"][0]["text"].get<std::string>(), HasSubstr("'record the metadata'"));
+}
+
+TEST_F(RecordedMetadataTest, IsLeftOutAndToldInCommandMode) {
+  const ProgramResult result = run({"--access", "command", "backup", "primary"});
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_THAT(result.errors, HasSubstr("not recorded in the index: command mode"));
+  EXPECT_EQ(onlyJob()["state"], "succeeded");
+  EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "its backup recorded none"));
+}
+
+}  // namespace
+}  // namespace orrery::test
