@@ -43,14 +43,16 @@ class Hints {
     aboutWhereItLives();
     aboutAccount();
     aboutOptions();
+    aboutSockets();
     aboutOptionFile();
     aboutDataDirectory();
-    aboutSockets();
     aboutProgram();
   }
 
  private:
   void hint(std::string text, std::string option = {}, std::string value = {}) {
+    const auto isTold = [&](const DiscoveryHint& told) { return told.option == option && told.value == value; };
+    if (!value.empty() && std::any_of(server_.hints.begin(), server_.hints.end(), isTold)) return;
     server_.hints.push_back({std::move(text), std::move(option), std::move(value)});
   }
 

@@ -60,7 +60,7 @@ std::vector<RegistrationDecision> planRegistration(const std::list<MysqlInstance
     if (const std::string* name = all.find(server); name != nullptr) {
       decisions.push_back({Kind::known, *name});
     } else if (!canBeToldAgain(server)) {
-      decisions.push_back({Kind::doubtful, record.strInstanceName});
+      decisions.push_back({Kind::doubtful, all.freeName(record.strInstanceName)});
     } else {
       server.name = all.freeName(record.strInstanceName);
       all.add(server);  // a script and the server that it started make two records of one server

@@ -25,7 +25,7 @@ struct RegistrationDecision {
     doubtful,  ///< nothing would tell it again the next time: it is not added
   };
   Kind kind = Kind::add;
-  std::string name;  ///< of the new instance, or of the one that it is
+  std::string name;  ///< of the new instance, or of the one that it is; of a doubtful one a name that is free
 };
 
 /// One decision for each record, in their order. A server is known by its socket, or by its port together with its data
