@@ -71,6 +71,7 @@ using Action = std::function<void(Context&)>;
 
 // The groups of commands: each adds its own to the program and puts the chosen action into `chosen`.
 void addInitCommand(CLI::App& program, Action& chosen);
+void addDiscoverCommand(CLI::App& program, Action& chosen);
 void addInstanceCommands(CLI::App& program, Action& chosen);
 void addSettingCommands(CLI::App& program, Action& chosen);
 void addServerCommands(CLI::App& program, Action& chosen);

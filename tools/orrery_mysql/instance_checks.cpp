@@ -35,6 +35,15 @@ void checkCarriable(const std::string& what, const std::string& value) {
                 "use a path or name without them");
 }
 
+void checkPort(const std::string& what, std::string_view value) {
+  unsigned port = 0;
+  const char* const end = value.data() + value.size();
+  const auto [position, error] = std::from_chars(value.data(), end, port);
+  if (error != std::errc() || position != end || port < 1 || port > 65535) {
+    throw Failure(what, "its port is no number from 1 to 65535");
+  }
+}
+
 void checkAddress(const std::string& what, const std::string& value) {
   const std::size_t colon = value.find(':');
   const bool oneColon = colon != std::string::npos && value.find(':', colon + 1) == std::string::npos;
@@ -42,12 +51,7 @@ void checkAddress(const std::string& what, const std::string& value) {
     throw Failure(what, "it is neither an absolute path nor HOST:PORT",
                   "give /path/of.sock or a host, a colon and a port");
   }
-  unsigned port = 0;
-  const char* const end = value.data() + value.size();
-  const auto [position, error] = std::from_chars(value.data() + colon + 1, end, port);
-  if (error != std::errc() || position != end || port < 1 || port > 65535) {
-    throw Failure(what, "its port is no number from 1 to 65535");
-  }
+  checkPort(what, std::string_view(value).substr(colon + 1));
 }
 
 void checkSocket(const Context& context, const std::string& what, const std::string& value) {
@@ -144,6 +148,9 @@ std::string checkedValue(const Context& context, const InstanceField& field, con
       break;
     case FieldKind::path:
       checkPath(what, value);
+      break;
+    case FieldKind::port:
+      if (!value.empty()) checkPort(what, value);
       break;
     default:
       if (hasControl(value)) throw Failure(what, "it holds a control character");

@@ -22,6 +22,8 @@ constexpr std::array kFields{
                   "The server's data folder"},
     InstanceField{"--config", "FILE", property::configFile, "config_file", "option file", FieldKind::path,
                   "The server's option file"},
+    InstanceField{"--port", "PORT", property::port, "port", "port", FieldKind::port,
+                  "Port by which discovery knows the server again; sessions go by --socket"},
     InstanceField{"--binlog-index", "FILE", property::archiveLogIndex, "binlog_index", "binary-log index",
                   FieldKind::path, "Index file of the binary logs"},
     InstanceField{"--ssl-ca", "FILE", property::sslCa, "ssl_ca", "TLS authority", FieldKind::tlsFile,

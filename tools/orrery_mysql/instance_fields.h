@@ -19,6 +19,7 @@ enum class FieldKind {
   path,      ///< any path
   tlsFile,   ///< a file that must be there
   onOff,     ///< stored as 1 or 0
+  port,      ///< a TCP port
   text,      ///< anything on one line
 };
 

@@ -138,6 +138,7 @@ int run(int argc, char** argv) {
   program.require_subcommand(1);
   addGlobalOptions(program, options);
   addInitCommand(program, chosen);
+  addDiscoverCommand(program, chosen);
   addInstanceCommands(program, chosen);
   addSettingCommands(program, chosen);
   addServerCommands(program, chosen);

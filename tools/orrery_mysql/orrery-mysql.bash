@@ -25,7 +25,7 @@ _orrery_mysql_offer() {
 _orrery_mysql() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   local global='--home --format --access -v --version --help'
-  local fields='--socket --user --unix-user --bin --data --config --binlog-index --ssl-ca --ssl-key --ssl-cert
+  local fields='--socket --user --unix-user --bin --data --config --port --binlog-index --ssl-ca --ssl-key --ssl-cert
     --auto-discovery --meb --meb-bin --meb-no-locking --version-hint --password-file --password-stdin --ask-password
     --no-password'
 
@@ -47,7 +47,7 @@ _orrery_mysql() {
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
-    --user | --version-hint | --client | --before | --wait | --subclient | --most | --database | --job) return ;;
+    --user | --port | --version-hint | --client | --before | --wait | --subclient | --most | --database | --job) return ;;
     --command) mapfile -t COMPREPLY < <(compgen -c -- "$current"); return ;;
   esac
 
@@ -65,7 +65,7 @@ _orrery_mysql() {
   local words=()
   for ((index = 1; index < COMP_CWORD; index++)); do
     case ${COMP_WORDS[index]} in
-      -v | --version | --help | -h | --yes | --stale | --password-stdin | --ask-password | --no-password | --configuration | --all | --hex | --no-hex) ;;
+      -v | --version | --help | -h | --yes | --stale | --register | --explain | --password-stdin | --ask-password | --no-password | --configuration | --all | --hex | --no-hex) ;;
       --*=*) ;;
       --*) index=$((index + 1)) ;;
       *) words+=("${COMP_WORDS[index]}") ;;
@@ -88,6 +88,7 @@ _orrery_mysql() {
     'job list'*) options="$global --most" ;;
     'instance subclient'*) options="$global --yes" ;;
     'replica release'*) options="$global --stale --yes" ;;
+    discover*) options="$global --register --explain" ;;
     init*) options="$global --client --client-library" ;;
   esac
   if [[ $current == -* ]]; then
@@ -96,7 +97,7 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init instance setting mode ping version variable binlog replica server databases paths encode-name metadata references accounts backup job' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init discover instance setting mode ping version variable binlog replica server databases paths encode-name metadata references accounts backup job' -- "$current") ;;
     '1 databases') mapfile -t COMPREPLY < <(compgen -W 'list show plan content add remove' -- "$current") ;;
     '1 job') mapfile -t COMPREPLY < <(compgen -W 'list show watch stop' -- "$current") ;;
     '2 instance subclient') mapfile -t COMPREPLY < <(compgen -W 'list add remove' -- "$current") ;;

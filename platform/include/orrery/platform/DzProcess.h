@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,20 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
     /// but their stack and what `param`
     /// reserves for them. Costs the same however much memory the parent holds. Builds with a sanitizer copy instead.
     borrowed,
+  };
+
+  /// How a program is run whose output is wanted.
+  struct RunOptions {
+    /// The program's environment, "NAME=VALUE"; without one it inherits the caller's.
+    const std::vector<std::string>* environment = nullptr;
+    /// Runs as this account of the machine, without supplementary groups and in a session of its own.
+    bool takesAccount = false;
+    uid_t user = 0;
+    gid_t group = 0;
+    /// Most bytes that are kept of each stream. A program that writes more is ended, and has failed.
+    std::size_t mostOutput = std::size_t{16} * 1024 * 1024;
+    /// A program that takes longer is ended, and has failed.
+    int milliseconds = 60000;
   };
 
   DzProcess() = default;
@@ -52,6 +67,19 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
   /// process would kill or block it later, a terminal would keep hold of it, and a file would grow with it unseen. A
   /// shell command that wants its output kept says where.
   static int StartProcess(const std::vector<std::string>& arguments, std::string& errorText);
+
+  /// Runs a program to its end and keeps what it writes; standard input is /dev/null. `arguments[0]` is the program's
+  /// path; PATH is not searched. Returns 1 once the program has ended: its exit status in `exitStatus`, 128 and the
+  /// signal's number when a signal ended it. Returns 0, with the reason in `errorText`, when it was not started, or did
+  /// not keep within its limits and was ended; both outputs hold what it wrote until then. May be called from several
+  /// threads at the same time. What the program leaves behind with its streams open is waited for, within the limit.
+  static int RunProcess(const std::vector<std::string>& arguments, const RunOptions& options, std::string& output,
+                        std::string& errors, int& exitStatus, std::string& errorText);
+
+  /// The same for a shell's command. Returns the exit status as RunProcess gives it; -1, with the reason at the end of
+  /// `errors`, when the shell was not started or had to be ended.
+  static int system(const std::string& command, std::string& output, std::string& errors);
+  static int system(const std::string& command, std::string& output, std::string& errors, const RunOptions& options);
 
   /// -1 before the start. Stays readable after the child was reaped, when it may be another process's.
   pid_t GetChildPid() const noexcept { return startedPid_; }

@@ -16,6 +16,7 @@ inline constexpr const char* ntUser = "nt_user";
 inline constexpr const char* ntPassword = "nt_password";
 inline constexpr const char* version = "version";
 inline constexpr const char* socketFile = "socket_file";  ///< path, or host:port
+inline constexpr const char* port = "port";  ///< TCP port that the server is known by; not how it is reached
 inline constexpr const char* binaryPath = "binary_path";  ///< directory of mysql, mysqladmin
 inline constexpr const char* dataPath = "data_path";
 inline constexpr const char* configFile = "config_file";

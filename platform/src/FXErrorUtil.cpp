@@ -1,0 +1,19 @@
+#include "orrery/platform/FXErrorUtil.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+CKyError FXErrorUtil::ErrorErrNo(int code, const FXSourceLocation& where, const char* format, ...) {
+  va_list arguments;
+  va_list again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+  if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  return {code, std::move(text), where.function, where.file};
+}

@@ -1,0 +1,346 @@
+// A whole pass over hosts as they were recorded.
+
+#include <map>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orrery/mysql/MySqlAutoDiscoveryLinux.h"
+
+#include "discovery/commands.h"
+#include "discovery/host.h"
+#include "support/backend_test.h"
+
+namespace orrery::mysql::discovery {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+struct RecordedProcess {
+  std::string commandLine;  // "|" stands for the null behind an argument
+  ProcessPlaces places{"/usr/sbin/mariadbd", "/", "/", false, false};
+  ListeningSockets sockets;
+  ProcessAccount account{true, false, 999, 999, "mysql"};
+};
+
+struct Answer {
+  int code = 0;
+  std::string output;
+  std::string errors;
+};
+
+struct Recording {
+  std::map<std::string, Answer> answers;
+  std::map<std::string, RecordedProcess> processes;
+  std::map<std::string, std::string> files;
+  std::vector<std::string> folders;
+  std::string replaceable;
+  uid_t agent = 0;
+  std::vector<std::string> commands;                  // as they were run
+  std::vector<std::optional<OtherAccount>> accounts;  // of these commands
+};
+
+class RecordedHost : public Host {
+ public:
+  explicit RecordedHost(Recording& recording) : recording_(recording) {}
+
+  int shell(const std::string& command, const OtherAccount* account, std::string& output,
+            std::string& errors) override {
+    recording_.commands.push_back(command);
+    recording_.accounts.push_back(account == nullptr ? std::nullopt : std::optional(*account));
+    const auto found = recording_.answers.find(command);
+    const Answer answer = found == recording_.answers.end() ? Answer() : found->second;
+    output = answer.output;
+    errors = answer.errors;
+    return answer.code;
+  }
+  int start(const std::string&, std::string&, std::string&, int&, std::string& reason) override {
+    reason = "no process";
+    return 0;
+  }
+  std::unique_ptr<Process> open(const std::string& pid) override;
+  bool exists(const std::string& path, bool& isFile) override {
+    isFile = recording_.files.count(path) != 0;
+    return isFile || std::find(recording_.folders.begin(), recording_.folders.end(), path) != recording_.folders.end();
+  }
+  bool readOptionFile(const std::string& path, std::string& text, std::string& reason) override {
+    const auto found = recording_.files.find(path);
+    if (found == recording_.files.end()) {
+      reason = "No such file or directory";
+      return false;
+    }
+    text = found->second;
+    return true;
+  }
+  std::vector<std::string> optionFilesIn(const std::string& folder) override { return {folder + "/50-server.cnf"}; }
+  std::string whoCanReplace(const std::string&) override { return recording_.replaceable; }
+  uid_t agentUid() override { return recording_.agent; }
+
+ private:
+  Recording& recording_;
+};
+
+class OneProcess : public Process {
+ public:
+  explicit OneProcess(const RecordedProcess& recorded) : recorded_(recorded) {}
+  bool commandLine(std::string& bytes) override {
+    bytes = recorded_.commandLine;
+    std::replace(bytes.begin(), bytes.end(), '|', '\0');
+    return true;
+  }
+  ProcessAccount account() override { return recorded_.account; }
+  ProcessPlaces places() override { return recorded_.places; }
+  std::optional<ListeningSockets> sockets() override { return recorded_.sockets; }
+
+ private:
+  const RecordedProcess& recorded_;
+};
+
+std::unique_ptr<Process> RecordedHost::open(const std::string& pid) {
+  const auto found = recording_.processes.find(pid);
+  return found == recording_.processes.end() ? nullptr : std::make_unique<OneProcess>(found->second);
+}
+
+constexpr const char* versionOutput =
+    "mysqld  Ver 10.11.19-MariaDB-0+deb12u1 for debian-linux-gnu on x86_64 (Debian 12)\n";
+
+/// The host of a Debian package: one server without options, as its service starts it.
+class DiscoveryPass : public test::BackendTest {
+ protected:
+  DiscoveryPass() {
+    host_.answers[listServersCommand] = {0, "mysql 700 /usr/sbin/mariadbd\nroot 24701 sh\nroot 24702 grep\n", ""};
+    host_.answers["echo $(whoami)"] = {0, "root\n", ""};
+    host_.answers["which mysql"] = {0, "/usr/bin/mysql\n", ""};
+    host_.answers["readlink -f /proc/700/exe"] = {0, "/usr/sbin/mariadbd\n", ""};
+    host_.answers[findSocketCommand("700")] = {0, "/run/mysqld/mysqld.sock\n", ""};
+    host_.answers[versionCommand("/usr/sbin")] = {0, versionOutput, ""};
+    host_.processes["700"].commandLine = "/usr/sbin/mariadbd|";
+    host_.processes["700"].sockets.paths = {"/run/mysqld/mysqld.sock"};
+    host_.files["/usr/sbin/mysqld"] = "";
+    host_.folders = {"/usr/bin", "/usr/sbin"};
+  }
+
+  void run(const std::string& client = "db1.example") {
+    discovery_ = std::make_unique<MySqlAutoDiscoveryLinux>(client, std::make_unique<RecordedHost>(host_));
+    error_ = discovery_->identifyMySqlInstanceInfo();
+  }
+  std::string recordsAsText() const {
+    std::string text;
+    for (const MysqlInstanceInfo& info : discovery_->getInstances()) {
+      text += info.strUnixUser + "|" + info.strSocketFile + "|" + info.strLogDataDir + "|" + info.strBinaryDir + "|" +
+              info.strPort + "|" + info.strConfigFile + "|" + info.strInstanceName + "\n";
+    }
+    return text;
+  }
+  const ServerProcess& first() const { return discovery_->getExplanation().processes.front(); }
+  std::vector<std::string> hints() const {
+    std::vector<std::string> texts;
+    for (const DiscoveryHint& hint : first().hints) texts.push_back(hint.text + " " + hint.option + " " + hint.value);
+    return texts;
+  }
+
+  Recording host_;
+  std::unique_ptr<MySqlAutoDiscoveryLinux> discovery_;
+  CKyError error_;
+};
+
+TEST_F(DiscoveryPass, DebianPackage) {
+  host_.answers[findPortCommand("700")] = {0, "3306\n", ""};
+  host_.files["/etc/mysql/my.cnf"] = "[client-server]\nsocket=/run/mysqld/mysqld.sock\n!includedir /etc/mysql/conf.d\n";
+  host_.files["/etc/mysql/conf.d/50-server.cnf"] = "[mariadbd]\ndatadir=/var/lib/mysql\n";
+  host_.processes["700"].sockets.ports = {3306};
+  run();
+  EXPECT_FALSE(error_.isError());
+  EXPECT_EQ(recordsAsText(), "root|/run/mysqld/mysqld.sock||/usr/bin|3306|/etc/mysql/my.cnf|db1_3306\n");
+  EXPECT_THAT(host_.commands,
+              ElementsAre(listServersCommand, "echo $(whoami)", findSocketCommand("700"), "which mysql",
+                          findPortCommand("700"), "readlink -f /proc/700/exe", "\"/usr/sbin/mysqld\" --version"));
+  EXPECT_EQ(first().socket.source, FactSource::socketList);
+  EXPECT_EQ(first().configFile.source, FactSource::usualPlace);
+  EXPECT_EQ(first().binaryDirectory.source, FactSource::searchPath);
+  EXPECT_THAT(hints(),
+              ElementsAre("the server runs as mysql; the record has the account of the agent --unix-user mysql",
+                          "/etc/mysql/conf.d/50-server.cnf [mariadbd] sets the data directory; the record does "
+                          "not have it --data /var/lib/mysql"));
+  EXPECT_TRUE(logged("`mysqld` not found in the PATH.bindir[/usr/bin]"));
+}
+
+TEST_F(DiscoveryPass, OptionsOfTheCommandLineWin) {
+  host_.processes["700"].commandLine =
+      "/opt/db/bin/mysqld|--defaults-file=/opt/my.cnf|--basedir=/opt/db|--datadir=/opt/data|--socket=/opt/"
+      "s|--port=3307|";
+  host_.files["/opt/my.cnf"] = "[mysqld]\ndatadir=/other\nport=1\n";
+  host_.files["/opt/db/bin/mysqld"] = "";
+  host_.folders.push_back("/opt/db/bin");
+  host_.answers[versionCommand("/opt/db/bin")] = {0, "mysqld  Ver 8.0.26 for Linux", ""};
+  run("db2");
+  EXPECT_EQ(recordsAsText(), "root|/opt/s|/opt/data|/opt/db/bin|3307|/opt/my.cnf|db2_3307\n");
+  EXPECT_THAT(host_.commands, ElementsAre(listServersCommand, "echo $(whoami)", "\"/opt/db/bin/mysqld\" --version"));
+  EXPECT_EQ(first().logDataDirectory.source, FactSource::commandLine);
+}
+
+TEST_F(DiscoveryPass, OptionFileFillsWhatIsMissingAndTheLogFolderTakesThePlaceOfTheDataDirectory) {
+  host_.processes["700"].commandLine = "mysqld|--defaults-file=/my.cnf|";
+  host_.files["/my.cnf"] = "[mysqld]\ndatadir=/data\nlog-bin=/logs/bin\n";
+  run();
+  EXPECT_EQ(recordsAsText(), "root|/run/mysqld/mysqld.sock|/logs/|/usr/bin|3306|/my.cnf|db1_3306\n");
+  EXPECT_EQ(first().port.source, FactSource::defaultValue);
+  EXPECT_EQ(first().logDataDirectory.source, FactSource::optionFile);
+  EXPECT_THAT(hints(), Contains(HasSubstr("folder of the binary logs --data /data")));
+}
+
+TEST_F(DiscoveryPass, TheTildeOfTheLastUsualOptionFileIsTakenLiterally) {
+  host_.files["~/.my.cnf"] = "[mysqld]\nport=3309\n";
+  run();
+  EXPECT_THAT(recordsAsText(), HasSubstr("|3309|~/.my.cnf|db1_3309"));
+}
+
+TEST_F(DiscoveryPass, WithoutAnOptionFileNotEvenTheDefaultPortIsKnown) {
+  run();
+  EXPECT_EQ(recordsAsText(), "root|/run/mysqld/mysqld.sock||/usr/bin|||db1_\n");
+}
+
+TEST_F(DiscoveryPass, OfSeveralSocketsTheFirstIsTaken) {
+  host_.answers[findSocketCommand("700")].output = "/a/mysql.sock\n/b/mysql.sock\n";
+  run();
+  EXPECT_EQ(discovery_->getInstances().front().strSocketFile, "/a/mysql.sock");
+  EXPECT_THAT(hints(), Contains(HasSubstr("the socket /a/mysql.sock is another process's")));
+}
+
+TEST_F(DiscoveryPass, AProcessListThatCannotBeReadEndsThePass) {
+  host_.answers[listServersCommand] = {2, "out", "err"};
+  run();
+  EXPECT_EQ(error_.code(), 1168);
+  EXPECT_EQ(error_.text(), "Failed to find mysql server's PIDs. stdout=out stderr=err");
+  EXPECT_TRUE(logged(error_.text()));
+}
+
+TEST_F(DiscoveryPass, TheErrorOfTheUserNameIsBuiltAndDropped) {
+  host_.answers["echo $(whoami)"] = {1, "", "no"};
+  run();
+  EXPECT_FALSE(error_.isError());
+  EXPECT_TRUE(logged("Failed to find unix username. stdout= stderr=no"));
+  EXPECT_EQ(discovery_->getInstances().front().strUnixUser, "");
+}
+
+TEST_F(DiscoveryPass, OneServerThatCannotBeDescribedCostsNoOther) {
+  host_.answers[listServersCommand].output += "x 1 mysqld\nx 2 mysqld\nx 3 mysqld\nx 4 mysqld\n";
+  host_.processes["2"].commandLine = "mysqld|--basedir=/gone|";
+  host_.processes["3"].commandLine = "mysqld|--basedir=/file|";
+  host_.processes["4"].commandLine = "mysqld|--basedir=/old|";
+  host_.files["/file/bin"] = "";
+  host_.files["/old/bin/mysqld"] = "";
+  host_.folders.push_back("/old/bin");
+  host_.answers[versionCommand("/old/bin")].output = "mysqld  Ver 5.1.73 x";
+  run();
+  EXPECT_FALSE(error_.isError());
+  EXPECT_EQ(discovery_->getInstances().size(), 1U);
+  EXPECT_TRUE(logged("Failed to open cmdline file for MySQL process [1]. Continuing."));
+  EXPECT_TRUE(logged("Path [/gone/bin] does not exist. out= basedir=/gone"));
+  EXPECT_TRUE(logged("Path [/file/bin] is found to be a file. Please check configuration."));
+  EXPECT_TRUE(logged("Failed to get the binary directory."));
+  std::vector<std::string> reasons;
+  for (const ServerProcess& server : discovery_->getExplanation().processes) reasons.push_back(server.leftOut);
+  EXPECT_THAT(reasons,
+              ElementsAre("", "its command line cannot be read; it may have ended", "there is no folder /gone/bin",
+                          "there is no folder /file/bin", "version 5.1.73 is not supported"));
+}
+
+TEST_F(DiscoveryPass, WithoutAClientTheFolderIsThatOfTheRunningProgram) {
+  host_.answers["which mysql"] = {1, "", ""};
+  run();
+  EXPECT_EQ(discovery_->getInstances().front().strBinaryDir, "/usr/sbin");
+  EXPECT_EQ(first().binaryDirectory.source, FactSource::program);
+  host_.answers["readlink -f /proc/700/exe"] = {1, "", "denied"};
+  run();
+  EXPECT_TRUE(discovery_->getInstances().empty());
+  EXPECT_TRUE(logged("Failed to find binary directory. stdout= stderr=denied retCode=1 cmd=readlink -f /proc/700/exe"));
+}
+
+TEST_F(DiscoveryPass, WhatAStrangerCouldHavePutThereRunsWithTheStrangersRightsOrNotAtAll) {
+  host_.replaceable = "/home/x belongs to the account 1000";
+  run();
+  EXPECT_EQ(discovery_->getInstances().size(), 1U);
+  ASSERT_TRUE(host_.accounts.back());
+  EXPECT_EQ(host_.accounts.back()->uid, 999U);
+  EXPECT_THAT(hints(), Contains(HasSubstr("with the rights of mysql")));
+  const struct {
+    uid_t agent;
+    ProcessAccount account;
+    const char* reason;
+  } table[] = {{0, {true, true, 999, 999, "x"}, "was started by another account"},
+               {0, {true, false, 0, 0, "root"}, "runs as root"},
+               {0, {}, "is not known"},
+               {1000, {true, false, 999, 999, "x"}, "only a superuser"}};
+  for (const auto& row : table) {
+    host_.commands.clear();
+    host_.agent = row.agent;
+    host_.processes["700"].account = row.account;
+    run();
+    EXPECT_TRUE(discovery_->getInstances().empty()) << row.reason;
+    EXPECT_THAT(first().leftOut, HasSubstr(row.reason));
+    EXPECT_THAT(host_.commands, Not(Contains(HasSubstr("--version"))));
+  }
+}
+
+TEST_F(DiscoveryPass, HintsOnWhatTheRulesMiss) {
+  RecordedProcess& server = host_.processes["700"];
+  server.commandLine = "/usr/sbin/mariadbd|--port|3307|--datadir=/a=b|";
+  server.places = {"/opt/x/mariadbd (deleted)", "/data", "/srv/jail", true, true};
+  server.sockets = {};
+  server.account.name = "db";
+  host_.answers[findPortCommand("700")] = {0, "7001\n", ""};
+  host_.answers[findSocketCommand("700")] = {1, "", "/bin/sh: 1: ss: not found"};
+  host_.answers[versionCommand("/usr/sbin")] = {127, "", "not found"};
+  run();
+  const std::vector<std::string> found = hints();
+  for (const char* part : {"the server runs as db", "mount namespace", "a network of its own", "--port 3307",
+                           "data directory; the record does not have it --data /a=b", "no Unix socket",
+                           "the port 7001 is another process's", "its program has been replaced"}) {
+    EXPECT_THAT(found, Contains(HasSubstr(part)));
+  }
+  EXPECT_EQ(discovery_->getExplanation().hints.front().value, "iproute2");
+}
+
+TEST_F(DiscoveryPass, MariadbdAloneIsExplained) {
+  host_.files.erase("/usr/sbin/mysqld");
+  host_.answers[versionCommand("/usr/sbin")] = {127, "", "sh: 1: /usr/sbin/mysqld: not found"};
+  run();
+  EXPECT_TRUE(discovery_->getInstances().empty());
+  EXPECT_THAT(hints(), Contains(HasSubstr("a link /usr/sbin/mysqld")));
+  EXPECT_TRUE(
+      logged("Failed to find mysql version. errCode[0], nprocessRetCode[127], output[], err[sh: 1: "
+             "/usr/sbin/mysqld: not found]"));
+}
+
+TEST_F(DiscoveryPass, AnotherTitleIsExplained) {
+  host_.answers[listServersCommand].output = "x 5 valgrind\n";
+  host_.processes["5"] = {};
+  run();
+  EXPECT_THAT(first().leftOut, HasSubstr("title does not begin"));
+}
+
+TEST_F(DiscoveryPass, RunCommandTellsAStartThatFailedFromACommandThatFailed) {
+  run();
+  std::string output;
+  std::string errors;
+  int code = 0;
+  EXPECT_EQ(discovery_->RunCommand("x", output, errors, code, false), -1);
+  EXPECT_EQ(code, 1);
+  EXPECT_TRUE(logged("StartProcess ERROR: no process"));
+  host_.answers["x"] = {7, "said", ""};
+  EXPECT_EQ(discovery_->RunCommand("x", output, errors, code, true), 0);
+  EXPECT_EQ(code, 7);
+  EXPECT_TRUE(logged("Output read: [said]"));
+  EXPECT_EQ(discovery_->findParamInCmdLine("a --b=c d", "--b"), "c");
+  EXPECT_EQ(discovery_->findParamInCmdLine("a", "--b"), "");
+  EXPECT_TRUE(logged("Param [--b] not found in [a]"));
+  EXPECT_FALSE(discovery_->isMysqlVersionSupported(""));
+  EXPECT_TRUE(logged("Empty binary directory found."));
+}
+
+}  // namespace
+}  // namespace orrery::mysql::discovery
