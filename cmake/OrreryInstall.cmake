@@ -1,10 +1,12 @@
-# What `cmake --install` lays down: two libraries, their headers, a CMake package, pkg-config files, the command with its
+# What `cmake --install` lays down: two libraries, the media library, their headers, a CMake package, pkg-config files, the command with its
 # man page and completion.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orrery-platform orrery-mysql
   EXPORT orrery-mysql-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+# In a folder of its own: backup programs load it by path, and other products have one of this name.
+install(TARGETS orrery-libobk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/orrery-mysql COMPONENT runtime)
 install(DIRECTORY platform/include/orrery include/orrery DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
   FILES_MATCHING PATTERN "*.h")
 install(EXPORT orrery-mysql-targets NAMESPACE Orrery:: COMPONENT dev

@@ -4,7 +4,7 @@
 # Where packages cannot be installed it says which are missing and stops with exit status 1.
 set -euo pipefail
 
-build_packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev libinih-dev libcli11-dev
+build_packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev libinih-dev libxxhash-dev libcli11-dev
   nlohmann-json3-dev libprotozero-dev)
 # The server's core and the clients only: the full server package would start a service of its own.
 servers_packages=(mariadb-server-core mariadb-client openssl passwd procps iproute2)

@@ -91,22 +91,33 @@ Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {
   return status;
 }
 
-Status ArchiveStore::listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
-                               std::vector<ArchiveFile>& files) {
+template <class... Values>
+Status ArchiveStore::filesWhere(const char* condition, std::vector<ArchiveFile>& files, const Values&... values) {
   std::vector<ArchiveFile> found;
   Status status = database_->read("list the archive files", [&] {
     Statement statement(*database_,
-                        "SELECT id, subclient_id, job_id, level, name, created, size FROM archive_files "
-                        "WHERE backup_set_id = ? AND application_type = ? AND created BETWEEN ? AND ? "
-                        "ORDER BY created, id");
-    statement.with(backupSetId, applicationType, from, to);
+                        std::string("SELECT id, backup_set_id, subclient_id, job_id, application_type, level, name, "
+                                    "created, size FROM archive_files WHERE ") +
+                            condition);
+    statement.with(values...);
     while (statement.next())
-      found.push_back({static_cast<Id>(statement.integer(0)), backupSetId, static_cast<Id>(statement.integer(1)),
-                       statement.integer(2), applicationType, static_cast<int>(statement.integer(3)), statement.text(4),
-                       statement.integer(5), statement.integer(6)});
+      found.push_back({static_cast<Id>(statement.integer(0)), static_cast<Id>(statement.integer(1)),
+                       static_cast<Id>(statement.integer(2)), statement.integer(3),
+                       static_cast<int>(statement.integer(4)), static_cast<int>(statement.integer(5)),
+                       statement.text(6), statement.integer(7), statement.integer(8)});
   });
   if (status.ok()) files = std::move(found);
   return status;
+}
+
+Status ArchiveStore::listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
+                               std::vector<ArchiveFile>& files) {
+  return filesWhere("backup_set_id = ? AND application_type = ? AND created BETWEEN ? AND ? ORDER BY created, id",
+                    files, backupSetId, applicationType, from, to);
+}
+
+Status ArchiveStore::findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) {
+  return filesWhere("application_type = ? AND name = ? ORDER BY id", files, applicationType, name);
 }
 
 Status ArchiveStore::removeFile(Id id) {

@@ -33,9 +33,13 @@ class ArchiveStore final : public ArchiveManager {
   Status addFile(const ArchiveFile& file, Id& id) override;
   Status listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
                    std::vector<ArchiveFile>& files) override;
+  Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) override;
   Status removeFile(Id id) override;
 
  private:
+  template <class... Values>
+  Status filesWhere(const char* condition, std::vector<ArchiveFile>& files, const Values&... values);
+
   const std::shared_ptr<Database> database_;
 };
 

@@ -136,6 +136,7 @@ class NoArchive final : public ArchiveManager, private Unavailable {
   ORRERY_UNAVAILABLE(NoArchive)
   Status addFile(const ArchiveFile&, Id&) override { return no(); }
   Status listFiles(Id, int, std::int64_t, std::int64_t, std::vector<ArchiveFile>&) override { return no(); }
+  Status findFiles(int, const std::string&, std::vector<ArchiveFile>&) override { return no(); }
   Status removeFile(Id) override { return no(); }
 };
 

@@ -90,6 +90,15 @@ class MemoryArchive final : public ArchiveManager {
     });
   }
 
+  Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) override {
+    return attempt(*memory_, "ArchiveManager::findFiles", {name}, [&] {
+      files.clear();
+      for (const auto& [id, file] : memory_->archive)
+        if (file.applicationType == applicationType && file.name == name) files.push_back(file);
+      return Status::success();
+    });
+  }
+
   Status removeFile(Id id) override {
     return attempt(*memory_, "ArchiveManager::removeFile", {std::to_string(id)}, [&] {
       if (memory_->archive.erase(id) == 0) return Status::notFound("there is no archive file " + std::to_string(id));

@@ -33,6 +33,17 @@ TEST_F(HomeTest, InitLinksTheClientLibrary) {
   EXPECT_EQ(runJson({"init"})["client_library_link_state"], "kept");
 }
 
+TEST_F(HomeTest, InitLinksTheMediaLibrary) {
+  const std::string link = home() + "/libobk.so";
+  ASSERT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(fs::read_symlink(link).filename(), "libobk.so");
+  EXPECT_TRUE(fs::exists(link));
+  const Json again = runJson({"init"});
+  EXPECT_EQ(again["media_library"], fs::read_symlink(link).string());
+  EXPECT_EQ(again["media_library_link"], link);
+  EXPECT_EQ(again["media_library_link_state"], "kept");
+}
+
 TEST_F(HomeTest, InitNeverReplacesAFile) {
   const std::string link = home() + "/libmysqlclient.so";
   fs::remove(link);

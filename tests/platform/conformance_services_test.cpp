@@ -219,6 +219,14 @@ TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
   EXPECT_EQ(found[2].name, "file0");
   EXPECT_EQ(found[2].size, 1LL << 40);
   EXPECT_EQ(found[2].jobId, 3);
+  std::vector<ArchiveFile> named;
+  ASSERT_TRUE(succeeded(archive.findFiles(104, "file2", named)));
+  ASSERT_EQ(named.size(), 1U);
+  EXPECT_EQ(named[0].id, ids[2]);
+  EXPECT_EQ(named[0].backupSetId, 1U);
+  EXPECT_EQ(named[0].created, 200);
+  ASSERT_TRUE(succeeded(archive.findFiles(1, "file2", named)));
+  EXPECT_TRUE(named.empty());
   ASSERT_TRUE(succeeded(archive.removeFile(ids[2])));
   EXPECT_TRUE(failed(archive.removeFile(ids[2]), statusNotFound));
   EXPECT_EQ(files(104, 0, 1000).size(), 3U);

@@ -1,4 +1,4 @@
-// orrery-mysql init: makes the home and links the client library into it.
+// orrery-mysql init: makes the home and links the client library and the media library into it.
 
 #include <unistd.h>
 
@@ -37,7 +37,7 @@ struct LibraryLink {
 /// Puts a link in place of an earlier one in a single step, so that no reader ever finds none.
 void replaceLink(const std::string& link, const std::string& target) {
   const std::string temporary = link + "." + std::to_string(::getpid()) + ".new";
-  const std::string what = "the client library cannot be linked as " + link;
+  const std::string what = target + " cannot be linked as " + link;
   std::error_code error;
   fs::remove(temporary, error);
   fs::create_symlink(target, temporary, error);
@@ -49,14 +49,16 @@ void replaceLink(const std::string& link, const std::string& target) {
   }
 }
 
-LibraryLink linkClientLibrary(const std::string& home, const std::string& wanted) {
-  LibraryLink result{home + "/libmysqlclient.so", {}, "missing"};
+/// Links what `find` finds, where no link leads to a library yet, or `wanted` in any case.
+template <class Find>
+LibraryLink linkLibrary(const std::string& link, const std::string& wanted, Find find) {
+  LibraryLink result{link, {}, "missing"};
   std::error_code error;
   const fs::file_status earlier = fs::symlink_status(result.path, error);
   const bool isLink = fs::is_symlink(earlier);
   if (fs::exists(earlier) && !isLink) {
     if (!wanted.empty()) {
-      throw Failure("the client library cannot be linked", result.path + " is a file of its own",
+      throw Failure(wanted + " cannot be linked", result.path + " is a file of its own",
                     "move it away and run init again");
     }
     return {result.path, result.path, "file"};
@@ -64,13 +66,30 @@ LibraryLink linkClientLibrary(const std::string& home, const std::string& wanted
   if (isLink && wanted.empty() && fs::exists(result.path, error)) {
     return {result.path, fs::read_symlink(result.path, error).string(), "kept"};
   }
-  const std::optional<std::string> library =
-      wanted.empty() ? findClientLibrary(clientLibraryFolders()) : std::optional<std::string>(wanted);
+  const std::optional<std::string> library = wanted.empty() ? find() : std::optional<std::string>(wanted);
   if (!library) return result;
   replaceLink(result.path, *library);
   result.library = *library;
   result.state = isLink ? "replaced" : "made";
   return result;
+}
+
+/// What lies beside this program: in its folder, in the build tree, where both are installed.
+std::optional<std::string> findMediaLibrary() {
+  std::error_code error;
+  const fs::path program = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (const char* const place : {"libobk.so", "../libobk/libobk.so", ORRERY_INSTALLED_LIBOBK}) {
+    const fs::path path = fs::canonical(program / place, error);
+    if (!error && isLoadable(path)) return path;
+  }
+  return {};
+}
+
+void put(Json& document, Table& table, const std::string& key, const std::string& name, const LibraryLink& link) {
+  document[key] = link.library.empty() ? Json(nullptr) : Json(link.library);
+  document[key + "_link"] = link.path;
+  document[key + "_link_state"] = link.state;
+  table.add({name, link.library.empty() ? "none found" : link.library + " (" + link.state + ")"});
 }
 
 void checkWantedLibrary(const std::string& path) {
@@ -85,12 +104,16 @@ void init(Context& context, InitArguments arguments) {
   const std::string home = context.homePath();
   const bool existed = platform::isHome(home);
   require(platform::createHome(home, arguments.client), "the home cannot be made");
-  const LibraryLink link = linkClientLibrary(home, arguments.library);
-  if (link.library.empty()) {
+  const LibraryLink client = linkLibrary(home + "/libmysqlclient.so", arguments.library,
+                                         [] { return findClientLibrary(clientLibraryFolders()); });
+  const LibraryLink media = linkLibrary(home + "/libobk.so", {}, findMediaLibrary);
+  if (client.library.empty()) {
     context.note(
         "no client library was found; install libmariadb3 or libmysqlclient and run init again, or name one "
         "with --client-library");
   }
+  if (media.library.empty())
+    context.note("no media library lies beside this program; enterprise backups to images need libobk.so");
   platform::Client own;
   require(context.services().inventory->ownClient(own), "this machine's client is not known");
 
@@ -98,20 +121,19 @@ void init(Context& context, InitArguments arguments) {
   document["home"] = home;
   document["created"] = !existed;
   document["client"] = own.name;
-  document["client_library"] = link.library.empty() ? Json(nullptr) : Json(link.library);
-  document["client_library_link"] = link.path;
-  document["client_library_link_state"] = link.state;
   Table table;
   table.add({"home", home + (existed ? " (was there already)" : " (made)")});
   table.add({"client", own.name});
-  table.add({"client library", link.library.empty() ? "none found" : link.library + " (" + link.state + ")"});
+  put(document, table, "client_library", "client library", client);
+  put(document, table, "media_library", "media library", media);
   context.print(document, table);
 }
 
 }  // namespace
 
 void addInitCommand(CLI::App& program, Action& chosen) {
-  CLI::App* command = program.add_subcommand("init", "Make the home, find a client library and link it");
+  CLI::App* command =
+      program.add_subcommand("init", "Make the home, find a client library and the media library and link them");
   auto arguments = std::make_shared<InitArguments>();
   command->add_option("--client", arguments->client, "Name of this machine's client; the host's name unless given");
   command->add_option("--client-library", arguments->library,

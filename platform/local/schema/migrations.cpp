@@ -157,6 +157,9 @@ CREATE TABLE replica_holders (
   since INTEGER NOT NULL
 ) STRICT;
 CREATE INDEX replica_holders_instance ON replica_holders (instance_id);
+)sql",
+                                 R"sql(
+CREATE INDEX archive_files_name ON archive_files (name);
 )sql"};
 
 std::int64_t pragma(Database& database, const char* question) {

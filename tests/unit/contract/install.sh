@@ -27,3 +27,5 @@ for program in "$place/by-cmake/orrery-tour" "$place/by-pkg-config"; do
 done
 test -x "$place/usr/bin/orrery-mysql"
 LD_LIBRARY_PATH="$libraries" "$place/usr/bin/orrery-mysql" --version
+LD_LIBRARY_PATH="$libraries" "$place/usr/bin/orrery-mysql" --home "$place/home" init >"$place/init.log"
+test "$(readlink "$place/home/libobk.so")" = "$libraries/orrery-mysql/libobk.so"

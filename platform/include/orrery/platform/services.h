@@ -336,6 +336,8 @@ class ArchiveManager {
   /// Files of a backup set with `from <= created <= to`, oldest first.
   virtual Status listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
                            std::vector<ArchiveFile>& files) = 0;
+  /// Files of this name in every backup set, in the order they were added.
+  virtual Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) = 0;
   virtual Status removeFile(Id id) = 0;
 };
 

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "environment.h"
+#include "failure.h"
+#include "image_format.h"
+
+namespace orrery::libobk {
+
+/// Where an image belongs in the inventory. All 0 for a run by hand that names no instance.
+struct Place {
+  platform::Id instance = 0;
+  platform::Id backupSet = 0;
+  platform::Id subclient = 0;
+};
+
+/// Throws MediaFailure for an instance or a subclient that is told but not there.
+Place findPlace(const platform::Services& services, const Environment& environment);
+
+/// Enters an image with the archive manager. Throws MediaFailure.
+void enterImage(platform::ArchiveManager& archive, const Place& place, const ImageHeader& header, std::uint64_t bytes);
+
+/// What the archive manager knows of an image by this name, taken out of it. Throws MediaFailure.
+std::vector<platform::ArchiveFile> takeOut(platform::ArchiveManager& archive, const std::string& name);
+
+/// Puts back what was taken out, for an image that could not be removed after all.
+void putBack(platform::ArchiveManager& archive, const std::vector<platform::ArchiveFile>& files) noexcept;
+
+}  // namespace orrery::libobk
