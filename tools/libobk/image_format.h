@@ -11,7 +11,7 @@ namespace orrery::libobk {
 inline constexpr std::size_t headerSize = 4096;
 inline constexpr std::size_t trailerSize = 64;
 inline constexpr std::uint64_t largestBlock = 1ULL << 28;
-inline constexpr std::uint64_t usualChunk = 1ULL << 20;
+inline constexpr std::uint64_t usualChunk = 1ULL << 18;
 
 struct ImageHeader {
   std::string name;             ///< as the backup program gave it
