@@ -1,5 +1,8 @@
 #include "orrery/platform/FXString.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 namespace {
@@ -30,4 +33,17 @@ std::string FXPath::SplitParentPath(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return {};
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string FXPath::Append(const std::string& path, const std::string& name) {
+  return path + "/" + name;
+}
+
+bool FXPath::DoesPathExist(const std::string& path, bool& isFile) noexcept {
+  isFile = false;
+  // A text with a null would name another path than it shows.
+  if (path.find('\0') != std::string::npos || access(path.c_str(), F_OK) != 0) return false;
+  struct stat status {};
+  isFile = stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+  return true;
 }

@@ -14,9 +14,14 @@ class ORRERY_PLATFORM_EXPORT FXString {
   static bool Contains(const std::string& text, const std::string& part, bool ignoreCase);
 };
 
-/// Paths as texts; the file system is not asked.
+/// Paths.
 class ORRERY_PLATFORM_EXPORT FXPath {
  public:
   /// The folder part: what stands before the last "/", "/" for a name directly below the root, empty without a "/".
   static std::string SplitParentPath(const std::string& path);
+  /// `path` + "/" + `name`, as they stand.
+  static std::string Append(const std::string& path, const std::string& name);
+  /// Whether something is there, links followed; `isFile` tells whether it is anything else than a folder, and is
+  /// false when nothing is there. The path is taken as it stands: nothing stands for a home folder.
+  static bool DoesPathExist(const std::string& path, bool& isFile) noexcept;
 };
