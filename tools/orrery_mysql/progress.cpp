@@ -35,6 +35,11 @@ Progress::~Progress() {
   thread_.join();
 }
 
+void Progress::tell(std::string text) {
+  const std::lock_guard lock(mutex_);
+  text_ = std::move(text);
+}
+
 void Progress::draw() {
   std::unique_lock lock(mutex_);
   if (changed_.wait_for(lock, 1s, [this] { return done_; })) return;

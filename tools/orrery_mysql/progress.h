@@ -16,11 +16,14 @@ class [[nodiscard]] Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// Draws this text from now on.
+  void tell(std::string text);
+
  private:
   void draw();
 
-  std::string text_;
   std::mutex mutex_;
+  std::string text_;
   std::condition_variable changed_;
   bool done_ = false;
   std::thread thread_;
