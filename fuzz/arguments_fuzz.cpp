@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "process/arguments.h"
+#include "orrery/platform/arguments.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view line(reinterpret_cast<const char*>(data), size);
   std::size_t total = 0;
-  for (const auto& argument : orrery::mysql::splitArguments(line)) total += argument.size() + 1;
+  for (const auto& argument : orrery::platform::splitArguments(line)) total += argument.size() + 1;
   if (total > size + 1) std::abort();
   return 0;
 }

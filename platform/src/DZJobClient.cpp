@@ -23,6 +23,7 @@ bool isKnown(const EvDebug& log, const char* tag, long long jobId) {
 
 DZJobClient::~DZJobClient() = default;
 DZBkpJobClient::~DZBkpJobClient() = default;
+DZRstJobClient::~DZRstJobClient() = default;
 
 bool DZJobClient::attach(const char* tag, long long jobId) {
   if (!isKnown(event_, tag, jobId)) return false;
@@ -39,11 +40,29 @@ bool DZJobClient::setPendingCause(std::uint32_t code, int messageType, int sever
   return taken(event_, "DZJobClient::setPendingCause", jobId_, services().jobs->addCause(jobId_, cause));
 }
 
-bool DZJobClient::addCounters(const char* tag, std::int64_t bytes, std::int64_t files, std::int64_t failedFiles) {
-  return taken(event_, tag, jobId_, services().jobs->addCounters(jobId_, {bytes, files, failedFiles}));
+bool DZJobClient::setBytesToAdd(std::int64_t bytes) {
+  const std::lock_guard held(mutex_);
+  bytesToAdd_ = bytes;
+  return jobId_ != 0;
+}
+
+bool DZJobClient::setFilesToAdd(std::int64_t files) {
+  const std::lock_guard held(mutex_);
+  filesToAdd_ = files;
+  return jobId_ != 0;
+}
+
+bool DZJobClient::addWhatWasSet(const char* tag) {
+  const std::lock_guard held(mutex_);
+  if (bytesToAdd_ == 0 && filesToAdd_ == 0 && jobId_ != 0) return true;
+  if (!taken(event_, tag, jobId_, services().jobs->addCounters(jobId_, {bytesToAdd_, filesToAdd_, 0}))) return false;
+  bytesToAdd_ = filesToAdd_ = 0;
+  return true;
 }
 
 bool DZJobClient::finish(const char* tag, DZJobStatus status, DZJobStatusFor what, int code) {
+  // What a failed update left. The end of a job is told whether it can be added or not.
+  if (what == DZJobStatusFor::job && jobId_ != 0) addWhatWasSet(tag);
   return taken(event_, tag, jobId_,
                services().jobs->complete(jobId_, static_cast<JobState>(status), what == DZJobStatusFor::job, code));
 }
@@ -53,19 +72,49 @@ bool DZBkpJobClient::init(const std::string&, long long jobId, int, int, int, co
 }
 
 bool DZBkpJobClient::addBackupFileFailures(std::int64_t count) {
-  return addCounters("DZBkpJobClient::addBackupFileFailures", 0, 0, count);
+  return taken(event(), "DZBkpJobClient::addBackupFileFailures", getJobId(),
+               services().jobs->addCounters(getJobId(), {0, 0, count}));
 }
 
 bool DZBkpJobClient::addFilesXferred(std::int64_t count) {
-  return addCounters("DZBkpJobClient::addFilesXferred", 0, count, 0);
+  return setFilesToAdd(count);
 }
 
 bool DZBkpJobClient::setUnCompBytesToAdd(std::int64_t bytes) {
-  return addCounters("DZBkpJobClient::setUnCompBytesToAdd", bytes, 0, 0);
+  return setBytesToAdd(bytes);
+}
+
+bool DZBkpJobClient::updateInfo(bool, const char*) {
+  return addWhatWasSet("DZBkpJobClient::updateInfo");
 }
 
 bool DZBkpJobClient::complete(DZJobStatus status, DZJobStatusFor what, int code, int) {
   return finish("DZBkpJobClient::complete", status, what, code);
+}
+
+bool DZRstJobClient::init(const std::string&, long long jobId, int, int, const char*) {
+  return attach("DZRstJobClient::init", jobId);
+}
+
+bool DZRstJobClient::setNumSuccessful2Add(std::int64_t count) {
+  return setFilesToAdd(count);
+}
+
+bool DZRstJobClient::setUncompBytes2Add(std::int64_t bytes) {
+  return setBytesToAdd(bytes);
+}
+
+bool DZRstJobClient::updateInfo(bool, const char*) {
+  return addWhatWasSet("DZRstJobClient::updateInfo");
+}
+
+bool DZRstJobClient::updateJobProgress(int percent) {
+  return taken(event(), "DZRstJobClient::updateJobProgress", getJobId(),
+               services().jobs->setProgress(getJobId(), percent));
+}
+
+bool DZRstJobClient::complete(DZJobStatus status, int, int, DZJobStatusFor what, int, int code) {
+  return finish("DZRstJobClient::complete", status, what, code);
 }
 
 DZJobCtrlClient::DZJobCtrlClient(int) noexcept {}
@@ -82,4 +131,8 @@ bool DZJobCtrlClient::checkQuitFlag() const {
   bool requested = false;
   return taken(event_, "DZJobCtrlClient::checkQuitFlag", jobId_, services().jobs->quitRequested(jobId_, requested)) &&
          requested;
+}
+
+bool DZJobCtrlClient::finishedWorkWithoutExit(int) {
+  return jobId_ != 0;
 }

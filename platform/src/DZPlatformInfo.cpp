@@ -84,6 +84,14 @@ int DZPI_CommClient::getJobResultsDirectory(const std::string& focusClientName, 
   return services().directories->jobResults(focusClientName, path).code;
 }
 
+int DZPI_CommClient::getBaseHomeDirectory(std::string& path) const {
+  return services().directories->baseHome(path).code;
+}
+
+std::string DZPI_CommClient::getArbiterClientName() const {
+  return EvDebug::getClientName();
+}
+
 int DZPassword::decrypt(const std::string& sealed, char* plain, std::size_t size) const {
   if (size == 0) return 0;
   plain[0] = '\0';

@@ -22,6 +22,14 @@ int Instance::getInstanceName(std::string& name) const {
   return status.code;
 }
 
+int InstanceByName::getInstanceId(unsigned long clientId, int applicationType, const std::string& name,
+                                  unsigned long& instanceId) {
+  orrery::platform::InstanceRecord record;
+  const Status status = services().inventory->findInstance(clientId, applicationType, name, record);
+  if (status.ok()) instanceId = record.id;
+  return status.ok() ? 1 : -status.code;
+}
+
 std::unique_ptr<MySqlInstance> MySqlInstance::create(long id) noexcept {
   try {
     orrery::platform::InstanceRecord record;
@@ -149,4 +157,14 @@ int ClientProperties::getClientAppType(int& type) const {
   const Status status = services().inventory->findClient(clientId_, client);
   if (status.ok()) type = client.applicationType;
   return status.code;
+}
+
+int DZClient::lookup() {
+  orrery::platform::Client client;
+  const Status status =
+      id_ != 0 ? services().inventory->findClient(id_, client) : services().inventory->findClient(name_, client);
+  if (!status.ok()) return status.code;
+  id_ = client.id;
+  name_ = std::move(client.name);
+  return 0;
 }

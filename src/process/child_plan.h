@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "process/account.h"
+#include "orrery/platform/account.h"
 
 namespace orrery::mysql {
 
@@ -12,7 +12,7 @@ struct ChildPlan {
   std::vector<std::string> arguments;
   std::vector<char*> argv;  ///< into `arguments`, ended by a null
   bool takesAccount = false;
-  Account account;
+  platform::Account account;
   std::string errFile;  ///< room for the path, to be filled in the child
 };
 

@@ -17,10 +17,10 @@
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/CKyDirectory.h"
 #include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/arguments.h"
 #include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
-#include "process/arguments.h"
 #include "process/child_plan.h"
 #include "process/job_folder.h"
 #include "session/guarded.h"
@@ -81,7 +81,7 @@ int MySqlChildProcess::checkCommand() {
   if (m_cmd.find('\0') != std::string::npos) {
     return refuse(initializeTag, EINVAL, "the command line holds a null character");
   }
-  const std::size_t arguments = orrery::mysql::splitArguments(m_cmd).size();
+  const std::size_t arguments = orrery::platform::splitArguments(m_cmd).size();
   if (arguments == 0) return refuse(initializeTag, EINVAL, "the command line is empty");
   if (arguments > kMaxArguments) {
     return refuse(initializeTag, E2BIG,
@@ -214,17 +214,17 @@ void MySqlChildProcess::SetPostForkParam(MySqlChildParam* param, char* cmd, char
   param->bCleanEnv = bCleanEnv;
 
   auto plan = std::make_shared<orrery::mysql::ChildPlan>();
-  plan->arguments = orrery::mysql::splitArguments(param->cmd);
+  plan->arguments = orrery::platform::splitArguments(param->cmd);
   for (std::string& argument : plan->arguments) plan->argv.push_back(argument.data());
   plan->argv.push_back(nullptr);
   plan->errFile.reserve(errFile.size());
   if (param->user[0] != '\0') {
-    const auto lookup = orrery::mysql::findAccount(param->user, plan->account);
-    if (lookup == orrery::mysql::AccountLookup::failed) {
+    const auto lookup = orrery::platform::findAccount(param->user, plan->account);
+    if (lookup == orrery::platform::AccountLookup::failed) {
       refuse(tag, errno, std::string("the account [") + param->user + "] could not be looked up");
       return;
     }
-    if (lookup == orrery::mysql::AccountLookup::unknown) {
+    if (lookup == orrery::platform::AccountLookup::unknown) {
       m_pEvent->Error(tag, "the account [%s] does not exist: the command runs as the agent's own account", param->user);
     } else {
       // An agent that is no superuser cannot change accounts, and need not when it is the account already.

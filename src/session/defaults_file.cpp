@@ -13,10 +13,10 @@
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 #include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/account.h"
 #include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
-#include "process/account.h"
 #include "session/guarded.h"
 #include "session/option_file.h"
 
@@ -74,8 +74,8 @@ class [[nodiscard]] SecretContent {
 };
 
 bool giveTo(const std::string& account, int file) {
-  orrery::mysql::Account owner;
-  return orrery::mysql::findAccount(account, owner) == orrery::mysql::AccountLookup::found &&
+  orrery::platform::Account owner;
+  return orrery::platform::findAccount(account, owner) == orrery::platform::AccountLookup::found &&
          fchown(file, owner.uid, owner.gid) == 0;
 }
 

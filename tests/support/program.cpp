@@ -101,7 +101,7 @@ RunningProgram::RunningProgram(const std::vector<std::string>& arguments, Progra
   SpawnPlan plan;
   plan.redirect(options.standardInput >= 0 ? options.standardInput : input_.get(), 0);
   plan.redirect(output_.get(), 1);
-  plan.redirect(errors_.get(), 2);
+  plan.redirect(options.standardError >= 0 ? options.standardError : errors_.get(), 2);
   check(::posix_spawnp(&pid_, arguments.at(0).c_str(), &plan.actions, &plan.attributes,
                        pointersOf(argumentTexts).data(), pointersOf(environmentTexts).data()),
         arguments[0].c_str());

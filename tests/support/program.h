@@ -25,6 +25,8 @@ struct ProgramOptions {
   std::string input = {};  ///< what the program reads on standard input
   /// A descriptor for standard input in place of `input`, a terminal say; it stays the caller's.
   int standardInput = -1;
+  /// A descriptor for standard error; it stays the caller's, and `errors` stays empty.
+  int standardError = -1;
   std::chrono::milliseconds limit = std::chrono::seconds(60);
 };
 

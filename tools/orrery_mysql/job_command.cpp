@@ -1,7 +1,10 @@
 // orrery-mysql job list|show|watch|stop: what backups and restores did, and why.
 
+#include <deque>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -52,11 +55,32 @@ void show(Context& context, long long id) {
   context.print(jobDocument(context, job), jobTable(context, job));
 }
 
+/// How fast a job moves bytes, over the last looks at it.
+class Rate {
+ public:
+  /// `now` in microseconds. Nothing before the second look.
+  std::optional<double> perSecond(std::int64_t now, std::int64_t bytes) {
+    looks_.emplace_back(now, bytes);
+    if (looks_.size() > mostLooks) looks_.pop_front();
+    const auto [firstTime, firstBytes] = looks_.front();
+    if (now <= firstTime) return std::nullopt;
+    return static_cast<double>(bytes - firstBytes) * 1e6 / static_cast<double>(now - firstTime);
+  }
+
+ private:
+  static constexpr std::size_t mostLooks = 11;
+  std::deque<std::pair<std::int64_t, std::int64_t>> looks_;
+};
+
 void watch(Context& context, long long id) {
   {
-    const Progress progress("waiting for job " + std::to_string(id), context.wantsProgress());
-    while (stateOf(context, findJob(context, id)) == "running") {
-      context.services().clock->sleep(betweenLooks);
+    Progress progress("waiting for job " + std::to_string(id), context.wantsProgress());
+    Rate rate;
+    platform::Clock& clock = *context.services().clock;
+    for (platform::JobRecord job = findJob(context, id); stateOf(context, job) == "running";
+         job = findJob(context, id)) {
+      progress.change(progressText(job, rate.perSecond(clock.now(), job.bytes)));
+      clock.sleep(betweenLooks);
       if (interruptSignal() != 0) throw Interrupted();
     }
   }
@@ -95,7 +119,7 @@ void addJobCommands(CLI::App& program, Action& chosen) {
   listing->add_option("--most", *most, "How many at most")->type_name("N")->capture_default_str();
   listing->callback([=, &chosen] { chosen = [=](Context& context) { list(context, *most); }; });
   addOne(*group, "show", "One job with its causes and events in words", show, chosen);
-  addOne(*group, "watch", "Wait until a job has ended, then show it", watch, chosen);
+  addOne(*group, "watch", "Show what a job moves until it has ended, then the job", watch, chosen);
   addOne(*group, "stop", "Ask a job to stop; it ends at its next step", stop, chosen);
 }
 

@@ -52,6 +52,33 @@ std::string instanceOf(Context& context, const platform::JobRecord& job) {
   return status.ok() ? record.name : std::to_string(job.instanceId);
 }
 
+const char* nameOf(platform::JobState state) {
+  switch (state) {
+    case platform::JobState::running:
+      return "running";
+    case platform::JobState::succeeded:
+      return "succeeded";
+    case platform::JobState::failed:
+      return "failed";
+    case platform::JobState::completedWithErrors:
+      return "completed with errors";
+  }
+  return "unknown";
+}
+
+std::string amountOf(double bytes) {
+  static constexpr std::array<const char*, 6> units{"bytes", "KiB", "MiB", "GiB", "TiB", "PiB"};
+  std::size_t unit = 0;
+  for (; (bytes >= 1024 || bytes <= -1024) && unit + 1 < units.size(); ++unit) bytes /= 1024;
+  std::array<char, 48> text{};
+  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+  return text.data();
+}
+
+std::string filesOf(const platform::JobRecord& job) {
+  return std::to_string(job.files) + (job.files == 1 ? " file" : " files");
+}
+
 /// Whether the process that made the job is still at it.
 bool isWorkedOn(Context& context, const platform::JobRecord& job) {
   std::optional<std::string> start;
@@ -64,17 +91,17 @@ bool isWorkedOn(Context& context, const platform::JobRecord& job) {
 }  // namespace
 
 std::string stateOf(Context& context, const platform::JobRecord& job) {
-  switch (job.state) {
-    case platform::JobState::running:
-      return isWorkedOn(context, job) ? "running" : "died";
-    case platform::JobState::succeeded:
-      return "succeeded";
-    case platform::JobState::failed:
-      return "failed";
-    case platform::JobState::completedWithErrors:
-      return "completed with errors";
-  }
-  return "unknown";
+  if (job.state == platform::JobState::running && !isWorkedOn(context, job)) return "died";
+  return nameOf(job.state);
+}
+
+std::string progressText(const platform::JobRecord& job, std::optional<double> bytesPerSecond) {
+  std::string text =
+      "job " + std::to_string(job.id) + ": " + amountOf(static_cast<double>(job.bytes)) + ", " + filesOf(job);
+  if (job.progress != 0) text += ", " + std::to_string(job.progress) + " %";
+  if (job.phaseState != 0) text += std::string(", phase ") + nameOf(static_cast<platform::JobState>(job.phaseState));
+  if (bytesPerSecond) text += ", " + amountOf(*bytesPerSecond) + "/s";
+  return text + (job.quitRequested ? ", asked to stop" : "");
 }
 
 Json jobDocument(Context& context, const platform::JobRecord& job) {
@@ -88,6 +115,9 @@ Json jobDocument(Context& context, const platform::JobRecord& job) {
   document["started"] = timeText(job.started);
   document["finished"] = job.finished == 0 ? Json(nullptr) : Json(timeText(job.finished));
   document["progress"] = job.progress;
+  document["phase"] = nameOf(static_cast<platform::JobState>(job.phaseState));
+  document["bytes"] = job.bytes;
+  document["files"] = job.files;
   document["failed_files"] = job.failedFiles;
   document["quit_requested"] = job.quitRequested;
   document["causes"] = Json::array();
@@ -111,6 +141,8 @@ Table jobTable(Context& context, const platform::JobRecord& job) {
   table.add({"started", timeText(job.started)});
   table.add({"finished", job.finished == 0 ? "-" : timeText(job.finished)});
   table.add({"progress", std::to_string(job.progress) + " %"});
+  if (job.bytes != 0 || job.files != 0)
+    table.add({"moved", amountOf(static_cast<double>(job.bytes)) + " in " + filesOf(job)});
   if (job.failedFiles != 0) table.add({"failures", std::to_string(job.failedFiles)});
   for (const Note& note : causesOf(context, job.id)) table.add({"cause", note.code + " " + note.text});
   for (const Note& note : eventsOf(context, job.id)) table.add({"event", note.code + " " + note.text});

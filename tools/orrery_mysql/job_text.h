@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "orrery/platform/services.h"
@@ -18,6 +19,10 @@ std::string stateOf(Context& context, const platform::JobRecord& job);
 /// A job with its causes and events in words.
 Json jobDocument(Context& context, const platform::JobRecord& job);
 Table jobTable(Context& context, const platform::JobRecord& job);
+
+/// What a running job has done so far, for one line: bytes, files, per cent where the job tells them, its phase once it
+/// has ended, and `bytesPerSecond` where it is known.
+std::string progressText(const platform::JobRecord& job, std::optional<double> bytesPerSecond);
 
 platform::JobRecord findJob(Context& context, long long id);
 

@@ -22,8 +22,8 @@ class [[nodiscard]] Progress {
  private:
   void draw();
 
-  std::string text_;
   std::mutex mutex_;
+  std::string text_;
   std::condition_variable changed_;
   bool done_ = false;
   std::thread thread_;

@@ -1,4 +1,4 @@
-#include "process/arguments.h"
+#include "orrery/platform/arguments.h"
 
 #include <string>
 #include <vector>
@@ -33,7 +33,7 @@ const Case cases[] = {
 };
 
 TEST(Arguments, AreSplitLikeThis) {
-  for (const Case& row : cases) EXPECT_EQ(orrery::mysql::splitArguments(row.line), row.arguments) << row.name;
+  for (const Case& row : cases) EXPECT_EQ(orrery::platform::splitArguments(row.line), row.arguments) << row.name;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 /// Look-ups of clients. Results: 0 and the output filled, or another code (a StatusCode of services.h).
 
+#include <string>
+
 #include "orrery/platform/export.h"
 
 class ORRERY_PLATFORM_EXPORT ClientFromInstanceId {
@@ -18,4 +20,20 @@ class ORRERY_PLATFORM_EXPORT ClientProperties {
 
  private:
   unsigned long clientId_;
+};
+
+/// A client of the suite, known by its name or its id. One object is used by one thread at a time.
+class ORRERY_PLATFORM_EXPORT DZClient {
+ public:
+  explicit DZClient(std::string name) : name_(static_cast<std::string&&>(name)) {}
+  explicit DZClient(unsigned long id) noexcept : id_(id) {}
+
+  /// Asks the inventory for what is not known. The getters answer after a success.
+  int lookup();
+  unsigned long getClientId() const noexcept { return id_; }
+  const std::string& getName() const noexcept { return name_; }
+
+ private:
+  unsigned long id_ = 0;  // 0: known by its name
+  std::string name_;
 };

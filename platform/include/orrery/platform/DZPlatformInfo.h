@@ -3,6 +3,7 @@
 /// The agent's settings and directories.
 
 #include <string>
+#include <utility>
 
 #include "orrery/platform/export.h"
 
@@ -34,10 +35,16 @@ class ORRERY_PLATFORM_EXPORT DZPI_CommClient {
   /// A client of this name; empty: this machine's own.
   explicit DZPI_CommClient(std::string name = {});
 
+  /// From now on requests are about the client of this name; empty: this machine's own.
+  void setFocusClientName(std::string name) { name_ = std::move(name); }
   int getClientId(unsigned long& clientId) const;
   /// Name of the client that requests are about; `own` asks for this machine's when no focus was set.
   std::string getFocusClientName(bool own) const;
   int getJobResultsDirectory(const std::string& focusClientName, std::string& path) const;
+  /// Where the agent's own libraries lie, the media library among them.
+  int getBaseHomeDirectory(std::string& path) const;
+  /// Name of the management server's client. The embedded default manages itself: this machine's own client.
+  std::string getArbiterClientName() const;
 
  private:
   std::string name_;

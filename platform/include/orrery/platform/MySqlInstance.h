@@ -28,6 +28,14 @@ class ORRERY_PLATFORM_EXPORT Instance {
   unsigned long id_;
 };
 
+class ORRERY_PLATFORM_EXPORT InstanceByName {
+ public:
+  /// The instance of a client with this application type and name. 1 when there is one; otherwise 0, or the code of
+  /// services.h with a minus, and `instanceId` is left alone.
+  static int getInstanceId(unsigned long clientId, int applicationType, const std::string& name,
+                           unsigned long& instanceId);
+};
+
 class ORRERY_PLATFORM_EXPORT MySqlInstance : public Instance {
  public:
   explicit MySqlInstance(unsigned long id) noexcept : Instance(id) {}

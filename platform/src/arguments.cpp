@@ -1,9 +1,9 @@
-#include "process/arguments.h"
+#include "orrery/platform/arguments.h"
 
 #include <algorithm>
 #include <optional>
 
-namespace orrery::mysql {
+namespace orrery::platform {
 namespace {
 
 /// Pieces of a line between single blanks, one after the other. Two blanks in a row have an empty piece between them,
@@ -61,4 +61,4 @@ std::vector<std::string> splitArguments(std::string_view command) {
   return arguments;
 }
 
-}  // namespace orrery::mysql
+}  // namespace orrery::platform

@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace orrery::mysql {
+#include "orrery/platform/export.h"
+
+namespace orrery::platform {
 
 /// A Unix account, looked up before a fork: the name service takes locks that a child could wait for without end.
 struct Account {
@@ -21,6 +23,6 @@ enum class AccountLookup {
 };
 
 /// An answer of "found" may be up to ten seconds old. May be called from several threads.
-AccountLookup findAccount(const std::string& name, Account& account);
+ORRERY_PLATFORM_EXPORT AccountLookup findAccount(const std::string& name, Account& account);
 
-}  // namespace orrery::mysql
+}  // namespace orrery::platform

@@ -4,7 +4,9 @@
 #include <string_view>
 #include <vector>
 
-namespace orrery::mysql {
+#include "orrery/platform/export.h"
+
+namespace orrery::platform {
 
 /// Splits a command line into arguments without a shell.
 ///
@@ -12,6 +14,6 @@ namespace orrery::mysql {
 /// token with a double quote into one argument, its blanks kept, and the double quotes vanish; single quotes do the
 /// same in an argument without double quotes. "--stop-datetime" takes the next token with a blank between, because its
 /// value is a date and a time.
-std::vector<std::string> splitArguments(std::string_view command);
+ORRERY_PLATFORM_EXPORT std::vector<std::string> splitArguments(std::string_view command);
 
-}  // namespace orrery::mysql
+}  // namespace orrery::platform

@@ -1,4 +1,4 @@
-#include "process/account.h"
+#include "orrery/platform/account.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -10,7 +10,7 @@
 
 #include "orrery/platform/services.h"
 
-namespace orrery::mysql {
+namespace orrery::platform {
 namespace {
 
 constexpr std::size_t largestEntry = std::size_t{1024} * 1024;
@@ -56,7 +56,7 @@ class LastFound {
  public:
   bool get(const std::string& name, Account& account) {
     const std::lock_guard lock(mutex_);
-    const std::int64_t age = platform::services().clock->now() - foundAt_;
+    const std::int64_t age = services().clock->now() - foundAt_;
     if (name_ != name || age < 0 || age > lifetimeMicroseconds) return false;
     account = account_;
     return true;
@@ -65,7 +65,7 @@ class LastFound {
     const std::lock_guard lock(mutex_);
     name_ = name;
     account_ = account;
-    foundAt_ = platform::services().clock->now();
+    foundAt_ = services().clock->now();
   }
 
  private:
@@ -94,4 +94,4 @@ AccountLookup findAccount(const std::string& name, Account& account) {
   return result;
 }
 
-}  // namespace orrery::mysql
+}  // namespace orrery::platform

@@ -1,0 +1,72 @@
+// The two ways of running a command: through the shell, or as a supervised child.
+
+#include <cstdlib>
+#include <string>
+
+#include "orrery/mysql/MySqlSBTCommon.h"
+#include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/LibMySqlProcess.h"
+
+#include "sbt/texts.h"
+#include "session/guarded.h"
+
+namespace {
+
+constexpr const char* tag = "MySqlSBTUtils::runCommand";
+
+/// As a shell reads it: as it stands, or in quotes when it holds anything that a shell would not take so.
+std::string shellWord(const std::string& text) {
+  constexpr const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./,:=@%+-";
+  if (text.find_first_not_of(plain) == std::string::npos) return text;
+  std::string word = "'";
+  for (const char character : text) word += character == '\'' ? std::string("'\\''") : std::string(1, character);
+  return word + "'";
+}
+
+}  // namespace
+
+/// Kept: neither way fills the two outputs. Callers that want an output run their command by other means.
+int MySqlSBTUtils::runCommand(const std::string& command, std::string&, std::string&, int& rc, bool throughShell) {
+  return orrery::mysql::guarded(event_, tag, [&] {
+    event_.DebugLvl(tag, orrery::mysql::sbt::verbose, "Running command [%s]", command.c_str());
+    const int result = throughShell ? runThroughShell(command, rc) : runSupervised(command);
+    if (result == 0) event_.Debug(tag, "Successfully executed command [%s]", command.c_str());
+    return result;
+  });
+}
+
+int MySqlSBTUtils::runThroughShell(const std::string& command, int& rc) {
+  DZPI_CommClient platform;
+  platform.setFocusClientName(platform.getFocusClientName(true));
+  std::string home;
+  if (platform.getBaseHomeDirectory(home) != 0) {
+    event_.Error(tag, "the agent has no home");
+    return -1;
+  }
+  const std::string line =
+      orrery::mysql::sbt::formatted("export LD_LIBRARY_PATH=%s; %s", shellWord(home).c_str(), command.c_str());
+  event_.Debug(tag, "Executing command [%s]", line.c_str());
+  rc = std::system(line.c_str());
+  // Kept: a negative result, of a shell that could not be started, is no failure; callers look at `rc`.
+  if (rc <= 0) return 0;
+  event_.Error(tag, "Failed to run the command [%s]", command.c_str());
+  return -1;
+}
+
+int MySqlSBTUtils::runSupervised(const std::string& command) {
+  LibMySqlProcess::MySqlChildProcess child;
+  if (child.Initialize(command, "", "") != 0) {
+    event_.Debug(tag, "Failed to Intialize MySqlChildProcess with the command [%s]", command.c_str());
+    return -1;
+  }
+  if (child.DZ_CreateProcess(false, false, false, true) != 0) {
+    event_.Debug(tag, "Failed to start the command [%s]", command.c_str());
+    child.setPreserveError(true);
+    return -1;
+  }
+  if (WaitForMEB(child) != 0) {
+    child.setPreserveError(true);
+    return -1;
+  }
+  return 0;
+}

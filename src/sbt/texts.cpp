@@ -1,0 +1,21 @@
+#include "sbt/texts.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace orrery::mysql::sbt {
+
+std::string formatted(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  std::string text(length < 0 ? 0 : static_cast<std::size_t>(length), '\0');
+  if (!text.empty()) std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  va_end(arguments);
+  return text;
+}
+
+}  // namespace orrery::mysql::sbt

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "orrery/mysql/MySqlSBTCommon.h"
+#include "orrery/platform/testing/test_backend.h"
+
+#include "support/children.h"
+#include "support/compressed_clock.h"
+#include "support/program.h"
+#include "support/temporary_directory.h"
+
+namespace orrery::test {
+
+/// What a driver sees of its base.
+class Driver : public MySqlSBTUtils {
+ public:
+  using MySqlSBTUtils::cachedBytes_;
+  using MySqlSBTUtils::cachedFiles_;
+  using MySqlSBTUtils::handler_;
+  using MySqlSBTUtils::isInitialized_;
+  using MySqlSBTUtils::isSessionServerReady_;
+  using MySqlSBTUtils::jobControl_;
+  using MySqlSBTUtils::jobResultsDir_;
+  using MySqlSBTUtils::jobType_;
+  using MySqlSBTUtils::params_;
+  using MySqlSBTUtils::sbtLibraryPath_;
+  using MySqlSBTUtils::sessionServer_;
+};
+
+/// A job on the testing backend and a driver that works on it.
+class SbtTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    platform::JobRecord record;
+    ASSERT_TRUE(backend_.services()->jobs->start(record, jobId_).ok());
+    writeFile(backend_.directory() + "/libobk.so", "");
+  }
+
+  /// As a driver begins.
+  void initialize(Driver& driver, DZJobType type = DZJobType::backup) const {
+    ASSERT_EQ(driver.initializeJobControl(jobId_, type, "manager", nullptr), 0);
+    driver.handler_->setSBTAgent(&driver);
+    driver.handler_->setJobId(jobId_);
+    ASSERT_EQ(driver.initializeCommonParams(7), 0);
+    driver.isInitialized_ = true;
+  }
+  platform::JobRecord job() const {
+    platform::JobRecord record;
+    EXPECT_TRUE(backend_.services()->jobs->find(jobId_, record).ok());
+    return record;
+  }
+  /// "code severity type argument|argument" of every cause.
+  std::vector<std::string> causes() const {
+    std::vector<platform::PendingCause> causes;
+    EXPECT_TRUE(backend_.services()->jobs->listCauses(jobId_, causes).ok());
+    std::vector<std::string> texts;
+    for (const auto& cause : causes) {
+      char head[64];
+      std::snprintf(head, sizeof(head), "%08x %d %d ", static_cast<unsigned>(cause.code), cause.severity,
+                    cause.messageType);
+      texts.emplace_back(head);
+      for (const std::string& argument : cause.arguments) texts.back() += argument + "|";
+    }
+    return texts;
+  }
+  /// "level: text" of what one operation logged, "error: text" for errors.
+  std::vector<std::string> said(const std::string& tag) {
+    std::vector<std::string> lines;
+    for (const auto& line : backend_.log().entries())
+      if (line.tag == tag)
+        lines.push_back((line.kind == platform::LogKind::error ? "error" : std::to_string(line.level)) + ": " +
+                        line.text);
+    return lines;
+  }
+
+  mutable platform::testing::TestBackend backend_;
+  const platform::ScopedServices installed_{withCompressedClock(backend_.services())};
+  long long jobId_ = 0;
+};
+
+}  // namespace orrery::test

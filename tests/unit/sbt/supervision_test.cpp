@@ -1,0 +1,224 @@
+// Runs of real children under supervision. A second of a pass takes a tenth here.
+
+#include <sys/types.h>
+
+#include <thread>
+
+#include "orrery/platform/LibMySqlProcess.h"
+#include "orrery/platform/SessionClient.h"
+
+#include "sbt/sbt_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+using platform::SessionClient;
+using platform::sessionServiceName;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+std::size_t threads() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+class SupervisionTest : public SbtTest {
+ protected:
+  void SetUp() override {
+    SbtTest::SetUp();
+    jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);
+    threadsBefore_ = threads();
+  }
+  void TearDown() override {
+    EXPECT_TRUE(hasNoChildren());
+    // The kernel takes a joined thread off its list a moment later.
+    EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore_; }));
+    EXPECT_THAT(backend_.leftovers(), IsEmpty());
+  }
+
+  /// The script holds no double quotes.
+  int run(Driver& driver, const std::string& script) {
+    int rc = 77;
+    const int result = driver.runCommand("/bin/sh -c \"" + script + "\"", ignored_, ignored_, rc, false);
+    EXPECT_EQ(rc, 77) << "kept: this way has no result of its own";
+    EXPECT_EQ(ignored_, "");
+    return result;
+  }
+  bool connects(SessionClient& library) const {
+    return waitUntil([&] { return library.connect(backend_.temporary(), sessionServiceName(jobId_), jobId_).ok(); });
+  }
+
+  std::unique_ptr<platform::ScopedJob> jobOfProcess_;
+  std::size_t threadsBefore_ = 0;
+  std::string ignored_;
+  const std::string begun_ = backend_.directory() + "/begun";
+};
+
+TEST_F(SupervisionTest, RunsEndAsTheirProgramDoes) {
+  const struct {
+    const char* script;
+    int result;
+    std::vector<std::string> causes;
+  } cases[] = {
+      {"true", 0, {}},
+      {"sleep 0.3", 0, {}},
+      {"echo ERROR: written on the way >&2; exit 0", 0, {}},
+      {"exit 1", -1, {"5700006b 0 300 mysqlbackup failed.|"}},
+      {"echo some words >&2; kill -KILL $$", -1, {"5700006b 0 300 mysqlbackup failed.|"}},
+      {"echo ERROR: first >&2; echo ERROR: disk is full >&2; echo bye >&2; exit 2",
+       -1,
+       {"5700006b 0 300 ERROR: disk is full|"}},
+  };
+  for (const auto& row : cases) {
+    SbtTest::SetUp();
+    jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);
+    Driver driver;
+    initialize(driver);
+    EXPECT_EQ(run(driver, row.script), row.result) << row.script;
+    EXPECT_EQ(causes(), row.causes) << row.script;
+    EXPECT_FALSE(backend_.sleeps().empty()) << "the first look comes after the first second";
+    driver.cleanUp();
+    EXPECT_THAT(backend_.leftovers(), IsEmpty());
+  }
+}
+
+TEST_F(SupervisionTest, SuccessfulRunIsLoggedStepByStep) {
+  Driver driver;
+  initialize(driver);
+  ASSERT_EQ(run(driver, "echo moved"), 0);
+  EXPECT_THAT(said("MySqlSBTUtils::runCommand"),
+              ElementsAre("5: Running command [/bin/sh -c \"echo moved\"]",
+                          "0: Successfully executed command [/bin/sh -c \"echo moved\"]"));
+  EXPECT_THAT(said("MySqlSBTUtils::WaitForMEB"),
+              ElementsAre("0: Creating thread to moniter SBT thread", "0: Successfully start BeginWait thread."));
+  EXPECT_THAT(said("MySqlSBTUtils::shouldContinue"), ElementsAre("8: Output of mysqlbackup command"));
+  EXPECT_TRUE(backend_.log().contains("stdout: moved"));
+}
+
+TEST_F(SupervisionTest, FailureIsLoggedStepByStep) {
+  Driver driver;
+  initialize(driver);
+  ASSERT_EQ(run(driver, "exit 3"), -1);
+  EXPECT_THAT(said("MySqlSBTUtils::shouldContinue"),
+              ElementsAre("0: Wait For Child Process failed", "0: Reading last error from STDERR of commmand failed",
+                          "0: Error while executing mysqlbackup"));
+  EXPECT_THAT(said("MySqlSBTUtils::runCommand"), SizeIs(1));
+}
+
+TEST_F(SupervisionTest, QuitFlagEndsTheProgramAndTheProgramsEndIsTheResultKept) {
+  for (const int exitCode : {0, 9}) {
+    std::filesystem::remove(begun_);
+    backend_.log().clear();
+    Driver driver;
+    initialize(driver);
+    std::thread other([&] {
+      EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(begun_); }));
+      EXPECT_TRUE(backend_.services()->jobs->requestQuit(jobId_).ok());
+    });
+    EXPECT_EQ(run(driver,
+                  "trap 'exit " + std::to_string(exitCode) + "' TERM; : >" + begun_ + "; while :; do sleep 0.02; done"),
+              exitCode == 0 ? 0 : -1);
+    other.join();
+    EXPECT_EQ(said("MySqlSBTUtils::shouldContinue").back(), "0:  Quit flag set in the JobManager.");
+    EXPECT_THAT(causes(), IsEmpty());
+  }
+}
+
+TEST_F(SupervisionTest, SilentLibraryFailsTheRunAfterFiveIntervals) {
+  Driver driver;
+  initialize(driver);
+  driver.sessionServer_->setIdleInterval(60);
+  SessionClient library;
+  std::thread other([&] { EXPECT_TRUE(connects(library)); });
+  EXPECT_EQ(run(driver, "trap '' TERM; while :; do sleep 0.05; done"), -1);
+  other.join();
+  EXPECT_THAT(said("MySqlSBTUtils::shouldContinue"), Contains("0: MySqlSBT Server thread failed."));
+  EXPECT_THAT(causes(), ElementsAre("5700006b 0 300 mysqlbackup failed.|"));
+  EXPECT_GE(driver.sessionServer_->idleTimeoutCount, 5U);
+  // Never taken back: a later run fails with its first look.
+  EXPECT_EQ(run(driver, "sleep 600"), -1);
+}
+
+TEST_F(SupervisionTest, LibraryReportsToTheJobInEveryRunOfOneObject) {
+  Driver driver;
+  initialize(driver, DZJobType::restore);
+  for (int i = 1; i <= 2; ++i) {
+    std::filesystem::remove(begun_);
+    std::thread other([&] {
+      SessionClient library;
+      EXPECT_TRUE(connects(library));
+      EXPECT_TRUE(waitUntil([&] { return driver.isSessionServerReady_.load(); }));
+      EXPECT_TRUE(library.tell(sbtRunCode, platform::encodeMessage(SbtStatusMessage{jobId_, 1, 0, 0})).ok());
+      EXPECT_TRUE(
+          library.tell(sbtProgressCode, platform::encodeMessage(SbtProgressMessage{jobId_, 1, "i", 500, 1, 1})).ok());
+      EXPECT_TRUE(
+          library.tell(sbtProgressCode, platform::encodeMessage(SbtProgressMessage{jobId_, 1, "i", 900, 1, 1})).ok());
+      library.disconnect();
+      EXPECT_TRUE(waitUntil([&] { return !driver.isSessionServerReady_; }));
+      writeFile(begun_, "");
+    });
+    EXPECT_EQ(run(driver, "until [ -e " + begun_ + " ]; do sleep 0.02; done"), 0);
+    other.join();
+    EXPECT_EQ(job().bytes, i * 900);
+    EXPECT_EQ(job().files, i);
+    if (i == 1) driver.cleanUp();  // a run after a clean-up is served again
+  }
+}
+
+TEST_F(SupervisionTest, SilenceOfAnEarlierRunDoesNotCountInTheNext) {
+  Driver driver;
+  initialize(driver);
+  ASSERT_EQ(run(driver, "true"), 0);
+  driver.sessionServer_->idleTimeoutCount = 4;
+  ASSERT_EQ(run(driver, "true"), 0);
+  EXPECT_TRUE(waitUntil([&] { return driver.sessionServer_->idleTimeoutCount == 0; }));
+}
+
+TEST_F(SupervisionTest, RunThatCannotBeginLeavesNothing) {
+  Driver driver;
+  EXPECT_EQ(run(driver, "true"), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "error: MySQL SBT Restore Utils was not initialized.");
+  LibMySqlProcess::MySqlChildProcess none;
+  EXPECT_FALSE(driver.shouldContinue(none));
+  EXPECT_EQ(said("MySqlSBTUtils::shouldContinue").back(), "0: MySQL SBT Restore Utils was not initialized.");
+
+  initialize(driver);
+  EXPECT_EQ(driver.WaitForMEB(none), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "0: Failed to start BeginWait thread.");
+  EXPECT_EQ(driver.runCommand("", ignored_, ignored_, *std::make_unique<int>(), false), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::runCommand").back(), "0: Failed to Intialize MySqlChildProcess with the command []");
+  EXPECT_EQ(driver.runCommand("/nowhere/mysqlbackup", ignored_, ignored_, *std::make_unique<int>(), false), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::runCommand").back(), "0: Failed to start the command [/nowhere/mysqlbackup]");
+  driver.sessionServer_.reset();
+  EXPECT_EQ(run(driver, "true"), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "0: MySQL SBT session server was not initialized.");
+  driver.cleanUp();
+}
+
+TEST_F(SupervisionTest, ExceptionOfTheSuiteEndsTheRunWithItsNumber) {
+  class Throwing final : public DZJobCtrlClient {
+   public:
+    using DZJobCtrlClient::DZJobCtrlClient;
+    bool checkQuitFlag() const override { throw DzException(5, "the line is dead"); }
+  };
+  Driver driver;
+  initialize(driver);
+  driver.jobControl_ = std::make_unique<Throwing>(2);
+  EXPECT_EQ(run(driver, "sleep 600"), -1);
+  EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "error: Exception encountered 5:the line is dead");
+}
+
+TEST_F(SupervisionTest, DriverThatGoesInTheMiddleOfServingTakesItsThreadAlong) {
+  Driver driver;
+  initialize(driver);
+  SessionClient library;
+  std::thread other([&] { EXPECT_TRUE(connects(library)); });
+  ASSERT_EQ(run(driver, "sleep 0.2"), 0);
+  other.join();
+  EXPECT_TRUE(library.tell(sbtStatusCode, platform::encodeMessage(SbtStatusMessage{})).ok());
+}
+
+}  // namespace
+}  // namespace orrery::test
