@@ -3,7 +3,8 @@
 //   records     fillTableInfoForDataBase; raw: the same statements by the binding's RunQuery and FetchNextRow, rows
 //               dropped
 //   references  CollectChildTableData, of the server's own schemas as well; raw: its statements in the same way
-//   dump        forEachTableRecord with its own login; raw: mariadb-dump --no-data of the database, output to nowhere
+//   dump        forEachTableRecord with its own login; raw: mariadb-dump --no-data of the database, output to nowhere,
+//               without LOCK TABLES: under the lock of so many tables each of its statements takes tens of milliseconds
 //   memory      what this process has resident at the most while it fills a list with all records, less what it had
 //               before; over the size of the records
 // usage: orrery-bench-metadata [PAIRS [TABLES]]     prints a table; ratios are medians of the pairs' ratios

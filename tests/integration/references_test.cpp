@@ -147,17 +147,4 @@ TEST_F(References, AConnectionLostMeanwhileComesBackInTheSameDatabase) {
   EXPECT_EQ(children().size(), 6U);
 }
 
-TEST_F(References, TheWatcherEndsTheSearch) {
-  server_->execute(schema);
-  std::vector<std::size_t> counts;
-  session_->watchTables([&](const std::string&, std::size_t tables) {
-    counts.push_back(tables);
-    return tables < 3;
-  });
-  MySqlChildTables found;
-  EXPECT_EQ(session_->CollectChildTableData(found), 1);
-  EXPECT_EQ(counts, (std::vector<std::size_t>{0, 1, 2, 3}));
-  EXPECT_TRUE(logged("stopped by the caller in database [a], 3 tables done"));
-}
-
 }  // namespace

@@ -308,21 +308,6 @@ TEST_F(MetadataRequests, OfEachDatabaseSayWhatTheyPassOver) {
   EXPECT_EQ(failure(), "1044 no such database");
 }
 
-TEST_F(MetadataRequests, UnderAnsiQuotesUseTheSecondTextFromThenOn) {
-  library_.refuse(catalogue, 1054, "Unknown column 'BASE TABLE' in 'where clause'");
-  library_.give("SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE TABLE_TYPE='BASE TABLE'", 3,
-                {"d", "t", "InnoDB"});
-  scriptAll();
-  for (const char* sent : {"\"", "'"}) {
-    library_.calls();
-    EXPECT_EQ(session_.CollectMetadata(metadata_), 0) << session_.strErrorString;
-    EXPECT_NE(library_.calls().find(std::string("query SELECT  TABLE_SCHEMA ,TABLE_NAME ,ENGINE FROM TABLES WHERE "
-                                                "TABLE_TYPE=") +
-                                    sent),
-              std::string::npos);
-  }
-}
-
 TEST_F(MetadataRequests, OfATableWithoutAnEncodableStatementStillMakeARecord) {
   library_.give(createTable, 2, {"t", ""});
   scriptAll();
