@@ -17,7 +17,6 @@
 namespace discovery = orrery::mysql::discovery;
 using orrery::mysql::DiscoveredFact;
 using orrery::mysql::FactSource;
-using orrery::mysql::ServerProcess;
 
 namespace {
 

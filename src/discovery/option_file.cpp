@@ -61,7 +61,7 @@ class FurtherReader {
         const std::size_t equals = line.find('=');
         if (equals == std::string::npos) continue;
         take(normalised(FXString::Trim(line.substr(0, equals))), FXString::Trim(line.substr(equals + 1), " \t\"'"),
-             path + " [" + section + "]");
+             std::string(path).append(" [").append(section).append("]"));
       }
     }
   }

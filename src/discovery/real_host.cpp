@@ -184,7 +184,7 @@ class RealHost : public Host {
       if (entry == nullptr) break;
       const std::string name = entry->d_name;
       if (name.size() > 4 && name.compare(name.size() - 4, 4, ".cnf") == 0) {
-        files.push_back(folder + (folder.back() == '/' ? "" : "/") + name);
+        files.push_back(FXPath::Append(folder, name));
       }
     }
     std::sort(files.begin(), files.end());

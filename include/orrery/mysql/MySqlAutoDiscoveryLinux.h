@@ -16,6 +16,8 @@ class ORRERY_MYSQL_EXPORT MySqlAutoDiscoveryLinux : public MySqlAutoDiscoveryBas
   ORRERY_MYSQL_HIDDEN MySqlAutoDiscoveryLinux(std::string clientName,
                                               std::unique_ptr<orrery::mysql::discovery::Host> host);
   ~MySqlAutoDiscoveryLinux() override;
+  MySqlAutoDiscoveryLinux(const MySqlAutoDiscoveryLinux&) = delete;
+  MySqlAutoDiscoveryLinux& operator=(const MySqlAutoDiscoveryLinux&) = delete;
 
   /// The error 1168 when the process list cannot be read; every other obstacle costs one server its record at most, and
   /// stands in the log and in the explanation.
