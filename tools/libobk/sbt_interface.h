@@ -77,9 +77,11 @@ struct SbtFunctions {
 static_assert(sizeof(Ulong) == 8 && sizeof(Uint) == 4 && sizeof(std::size_t) == 8);
 static_assert(sizeof(SbtError) == 8 && offsetof(SbtError, own) == 4);
 static_assert(sizeof(SbtEntry) == 16 && offsetof(SbtEntry, value) == 8);
-static_assert(sizeof(SbtFunctions) == 21 * 8);
-static_assert(offsetof(SbtFunctions, sbterror) == 4 * 8 && offsetof(SbtFunctions, sbtinit2) == 6 * 8);
-static_assert(offsetof(SbtFunctions, sbtwrite2) == 10 * 8 && offsetof(SbtFunctions, proxyCopy) == 11 * 8);
+static_assert(sizeof(SbtFunctions) == std::size_t{21} * 8);
+static_assert(offsetof(SbtFunctions, sbterror) == std::size_t{4} * 8 &&
+              offsetof(SbtFunctions, sbtinit2) == std::size_t{6} * 8);
+static_assert(offsetof(SbtFunctions, sbtwrite2) == std::size_t{10} * 8 &&
+              offsetof(SbtFunctions, proxyCopy) == std::size_t{11} * 8);
 
 }  // namespace orrery::libobk
 
