@@ -155,8 +155,9 @@ platform::InstanceRecord toRecord(const Context& context, platform::Id client, c
                                   RegistrationOutcome& outcome) {
   const MysqlInstanceInfo found = corrected(server.record, *server.process);
   const std::string programs =
-      trusted("the folder of its programs", found.strBinaryDir, server.process->binaryDirectory, outcome);
-  const std::string optionFile = trusted("the option file", found.strConfigFile, server.process->configFile, outcome);
+      trusted("the folder of its programs (--bin)", found.strBinaryDir, server.process->binaryDirectory, outcome);
+  const std::string optionFile =
+      trusted("the option file (--config)", found.strConfigFile, server.process->configFile, outcome);
   platform::InstanceRecord record;
   record.name = outcome.instance;
   record.clientId = client;
