@@ -27,6 +27,8 @@ using orrery::platform::OwnFd;
 
 constexpr std::size_t bufferSize = std::size_t{16} * 1024;
 constexpr int signalBase = 128;  // as shells count
+constexpr int lookEvery = 100;   // milliseconds
+constexpr int looksOfGrace = 10;
 
 /// Why the program was not started; travels over a pipe that exec closes. The text is a literal.
 struct Obstacle {
@@ -83,7 +85,10 @@ struct Plan {
 
 /// The bare system calls: setuid() and its kin of the C library would change the parent's threads.
 void takeAccount(const Plan& plan) {
-  if (!plan.options.takesAccount) return;
+  if (!plan.options.takesAccount) {
+    if (setpgid(0, 0) != 0) giveUp(plan, "it gets no process group");
+    return;
+  }
   // A terminal of ours would take input for us from a stranger's program.
   if (setsid() < 0) giveUp(plan, "it gets no session of its own");
   if (syscall(SYS_setgroups, 0, nullptr) != 0 || syscall(SYS_setgid, plan.options.group) != 0 ||
@@ -118,8 +123,46 @@ OwnFd timerOf(int milliseconds) {
   return timer;
 }
 
+/// Keeps an output's lines up to a length, of which it never holds more than one piece.
+class Lines {
+ public:
+  Lines(std::string& kept, std::size_t longest) : kept_(kept), longest_(longest) {}
+
+  void add(const char* bytes, std::size_t size) {
+    if (longest_ == 0) {
+      kept_.append(bytes, size);
+      return;
+    }
+    for (const char* const end = bytes + size; bytes != end;) {
+      const char* const newline = std::find(bytes, end, '\n');
+      addPart(bytes, static_cast<std::size_t>(newline - bytes));
+      if (newline == end) return;
+      if (!isLong_) kept_ += '\n';
+      isLong_ = false;
+      start_ = kept_.size();
+      bytes = newline + 1;
+    }
+  }
+
+ private:
+  void addPart(const char* bytes, std::size_t size) {
+    if (isLong_) return;
+    isLong_ = kept_.size() - start_ + size > longest_;
+    if (isLong_) {
+      kept_.resize(start_);
+    } else {
+      kept_.append(bytes, size);
+    }
+  }
+
+  std::string& kept_;
+  const std::size_t longest_;
+  std::size_t start_ = 0;  // of the line that is not at its end
+  bool isLong_ = false;
+};
+
 /// Takes what there is. False when the stream holds more than `most` bytes in all; an ended or broken one is closed.
-bool take(OwnFd& stream, std::string& kept, std::size_t most) {
+bool take(OwnFd& stream, std::string& kept, std::size_t most, Lines& lines) {
   std::array<char, bufferSize> buffer;
   const ssize_t size = read(stream.get(), buffer.data(), buffer.size());
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return true;
@@ -127,48 +170,72 @@ bool take(OwnFd& stream, std::string& kept, std::size_t most) {
     stream = OwnFd();
     return true;
   }
-  const std::size_t room = most - kept.size();
-  kept.append(buffer.data(), std::min(static_cast<std::size_t>(size), room));
-  return static_cast<std::size_t>(size) <= room;
+  lines.add(buffer.data(), static_cast<std::size_t>(size));
+  if (kept.size() <= most) return true;
+  kept.resize(most);
+  return false;
 }
 
 std::string outOfTime(const Plan& plan) {
   return "it has not ended after " + std::to_string(plan.options.milliseconds) + " ms";
 }
 
-/// Reads both streams to their ends, whichever has something to say. Empty, or why it stopped before.
-std::string drain(Plan& plan, const OwnFd& timer, std::string& output, std::string& errors) {
+bool isStopped(const Plan& plan) {
+  return plan.options.isStopped != nullptr && (*plan.options.isStopped)();
+}
+
+/// Whether the child has ended. It stays unreaped, so that its id, which is that of its group, stays its own.
+bool hasEnded(const DzProcess& child) {
+  siginfo_t info{};
+  const int looked = waitid(P_PID, static_cast<id_t>(child.GetChildPid()), &info, WEXITED | WNOWAIT | WNOHANG);
+  return looked != 0 || info.si_pid != 0;
+}
+
+/// Only while the child is unreaped: later its id may be another group's.
+void endGroup(const DzProcess& child) {
+  siginfo_t info{};
+  const pid_t leader = child.GetChildPid();
+  if (waitid(P_PID, static_cast<id_t>(leader), &info, WEXITED | WNOWAIT | WNOHANG) == 0) kill(-leader, SIGKILL);
+}
+
+/// Reads both streams to their ends, whichever has something to say; or until the program has ended, and what it left
+/// behind had its time. Empty, or why it stopped before.
+std::string drain(Plan& plan, const OwnFd& timer, const DzProcess& child, std::string& output, std::string& errors) {
+  Lines outputLines(output, plan.options.longestLine);
+  Lines errorLines(errors, 0);
+  const std::size_t most = plan.options.mostOutput;
+  int idle = 0;
   while (plan.output.reading || plan.errors.reading) {
+    if (isStopped(plan)) return "its caller stopped it";
     std::array<pollfd, 3> waiting{pollfd{plan.output.reading.get(), POLLIN, 0},
                                   pollfd{plan.errors.reading.get(), POLLIN, 0}, pollfd{timer.get(), POLLIN, 0}};
-    if (poll(waiting.data(), waiting.size(), -1) < 0) {
+    const int ready = poll(waiting.data(), waiting.size(), lookEvery);
+    if (ready < 0) {
       if (errno == EINTR) continue;
       return "its output cannot be waited for: " + errorText(errno);
     }
     if (waiting[2].revents != 0) return outOfTime(plan);
-    const bool kept = (waiting[0].revents == 0 || take(plan.output.reading, output, plan.options.mostOutput)) &&
-                      (waiting[1].revents == 0 || take(plan.errors.reading, errors, plan.options.mostOutput));
-    if (!kept) return "it has written more than " + std::to_string(plan.options.mostOutput) + " bytes";
+    if (ready == 0 && hasEnded(child) && ++idle >= looksOfGrace) return {};
+    const bool kept = (waiting[0].revents == 0 || take(plan.output.reading, output, most, outputLines)) &&
+                      (waiting[1].revents == 0 || take(plan.errors.reading, errors, most, errorLines));
+    if (!kept) return "it has written more than " + std::to_string(most) + " bytes";
   }
   return {};
 }
 
 /// A program may close its streams and go on. Empty once it has ended.
-std::string awaitEnd(const Plan& plan, const OwnFd& timer, DzProcess& child, int& status) {
-  std::array<char, 120> reason{};
-  int limit = std::max(1, plan.options.milliseconds / 1000);
+std::string awaitEnd(const Plan& plan, const OwnFd& timer, const DzProcess& child) {
 #ifdef SYS_pidfd_open
   const OwnFd process(static_cast<int>(syscall(SYS_pidfd_open, child.GetChildPid(), 0)));
-  if (process) {
-    std::array<pollfd, 2> waiting{pollfd{process.get(), POLLIN, 0}, pollfd{timer.get(), POLLIN, 0}};
-    while (poll(waiting.data(), waiting.size(), -1) < 0 && errno == EINTR) {
-    }
-    limit = waiting[0].revents != 0 ? -1 : 0;
-  }
+#else
+  const OwnFd process;
 #endif
-  const int ended = child.WaitForProcessToEnd(status, reason.data(), static_cast<int>(reason.size()), limit);
-  if (ended == 0) return outOfTime(plan);
-  return ended == 1 ? std::string() : std::string("it cannot be waited for: ") + reason.data();
+  while (!hasEnded(child)) {
+    if (isStopped(plan)) return "its caller stopped it";
+    std::array<pollfd, 2> waiting{pollfd{process.get(), POLLIN, 0}, pollfd{timer.get(), POLLIN, 0}};
+    if (poll(waiting.data(), waiting.size(), lookEvery) > 0 && waiting[1].revents != 0) return outOfTime(plan);
+  }
+  return {};
 }
 
 int exitStatusOf(int status) {
@@ -189,10 +256,16 @@ std::string run(Plan& plan, std::string& output, std::string& errors, int& exitS
     return std::string("it gets no process: ") + reason.data();
   }
   for (Pipe* pipe : {&plan.output, &plan.errors, &plan.obstacle}) pipe->writing = OwnFd();
-  int status = 0;
-  std::string obstacle = drain(plan, timer, output, errors);
-  if (obstacle.empty()) obstacle = awaitEnd(plan, timer, child, status);
+  if (!plan.options.takesAccount) setpgid(child.GetChildPid(), 0);  // whichever of both comes first
+  std::string obstacle = drain(plan, timer, child, output, errors);
+  if (obstacle.empty()) obstacle = awaitEnd(plan, timer, child);
+  const bool isHeld = plan.output.reading || plan.errors.reading;
+  if (isHeld || !obstacle.empty() || plan.options.takesAccount) endGroup(child);
   if (!obstacle.empty()) return obstacle;  // the child ends with its object
+  int status = 0;
+  if (child.WaitForProcessToEnd(status, reason.data(), room, -1) != 1) {
+    return std::string("it cannot be waited for: ") + reason.data();
+  }
   Obstacle told;
   if (read(plan.obstacle.reading.get(), &told, sizeof told) == sizeof told) {
     return std::string(told.step) + ": " + errorText(told.error);

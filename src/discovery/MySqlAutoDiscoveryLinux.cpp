@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -11,10 +12,12 @@
 
 #include "discovery/command_line.h"
 #include "discovery/commands.h"
+#include "discovery/log_text.h"
 #include "discovery/pass.h"
 #include "discovery/process_list.h"
 
 namespace discovery = orrery::mysql::discovery;
+using discovery::LogText;
 using orrery::mysql::DiscoveredFact;
 using orrery::mysql::FactSource;
 
@@ -34,10 +37,13 @@ constexpr const char* noBinaryDirectory = "Failed to get the binary directory.";
 constexpr std::array<const char*, 4> usualOptionFiles{"/etc/my.cnf", "/etc/mysql/my.cnf", "/usr/etc/my.cnf",
                                                       "~/.my.cnf"};
 
+/// What is run from the folder of an instance's programs.
+constexpr std::array<const char*, 4> clientPrograms{"mysql", "mysqladmin", "mariadb", "mariadb-admin"};
+
 /// Tells `fact` the value that a step found, if it changed it.
 void learn(DiscoveredFact& fact, const std::string& value, FactSource source) {
   if (value == fact.value) return;
-  fact = {value, value.empty() ? FactSource::nowhere : source};
+  fact = {value, value.empty() ? FactSource::nowhere : source, {}};
 }
 
 }  // namespace
@@ -52,8 +58,15 @@ CKyError MySqlAutoDiscoveryLinux::identifyMySqlInstanceInfo() {
   try {
     if (CKyError error = listProcesses(); error.isError()) return error;
     const std::string unixUser = readUnixUser();
-    for (ServerProcess& server : m_pass->explanation.processes) describe(server, unixUser);
+    for (ServerProcess& server : m_pass->explanation.processes) {
+      if (isStopped()) break;
+      describe(server, unixUser);
+    }
     m_pass->finish();
+    if (isStopped()) {
+      m_instances.clear();
+      return FXErrorUtil::ErrorErrNo(ECANCELED, FXSourceLocation::here(), "discovery was stopped by its caller");
+    }
     return {};
   } catch (const std::exception& failure) {
     m_event.Error(passTag, "given up: %s", failure.what());
@@ -61,18 +74,27 @@ CKyError MySqlAutoDiscoveryLinux::identifyMySqlInstanceInfo() {
   }
 }
 
+bool MySqlAutoDiscoveryLinux::isStopped() const {
+  return m_pass->isStopped && m_pass->isStopped();
+}
+
 CKyError MySqlAutoDiscoveryLinux::listProcesses() {
   m_pids.clear();
   m_instances.clear();
   m_pass->explanation = {};
+  // A process may have as long a title as it likes; no server's program has.
+  m_pass->rules.dropsLongLines = true;
   if (!succeeds(discovery::listServersCommand)) {
     constexpr const char* text = "Failed to find mysql server's PIDs. stdout=%s stderr=%s";
-    m_event.Debug(passTag, text, m_output.c_str(), m_error.c_str());
-    return FXErrorUtil::ErrorErrNo(processListFailed, FXSourceLocation::here(), text, m_output.c_str(),
-                                   m_error.c_str());
+    const LogText output(m_output);
+    const LogText error(m_error);
+    m_event.Debug(passTag, text, output.c_str(), error.c_str());
+    return FXErrorUtil::ErrorErrNo(processListFailed, FXSourceLocation::here(), text, output.c_str(), error.c_str());
   }
-  m_event.DebugLvl(passTag, 6, "MySQL server's PIDs found. stdout=%s stderr=%s", m_output.c_str(), m_error.c_str());
+  m_event.DebugLvl(passTag, 6, "MySQL server's PIDs found. stdout=%s stderr=%s", LogText(m_output).c_str(),
+                   LogText(m_error).c_str());
   discovery::addMissingProgram(m_error, "ps", "procps", m_pass->explanation);
+  discovery::addMissingProgram(m_error, "grep", "grep", m_pass->explanation);
   std::vector<discovery::ListedProcess> others;
   for (discovery::ListedProcess& process : discovery::serversIn(m_output, &others)) {
     m_pids.push_back(process.pid);
@@ -105,6 +127,7 @@ void MySqlAutoDiscoveryLinux::describe(ServerProcess& server, const std::string&
     return;
   }
   m_pass->account = m_pass->process->account();
+  m_pass->places = m_pass->process->places();
   discovery::WorkingTexts texts = readOptions(evidence, server);
   findSocket(texts, server);
   if (findBinaryDirectory(texts, server)) {
@@ -132,11 +155,13 @@ discovery::WorkingTexts MySqlAutoDiscoveryLinux::readOptions(discovery::Evidence
 void MySqlAutoDiscoveryLinux::findSocket(discovery::WorkingTexts& texts, ServerProcess& server) {
   if (texts.socket.empty()) {
     if (!succeeds(discovery::findSocketCommand(server.pid))) {
-      m_event.Debug(passTag, "Failed to find socket file. stdout=%s stderr=%s", m_output.c_str(), m_error.c_str());
+      m_event.Debug(passTag, "Failed to find socket file. stdout=%s stderr=%s", LogText(m_output).c_str(),
+                    LogText(m_error).c_str());
     } else if (!m_output.empty()) {
       texts.socket = discovery::firstLine(m_output);  // a line for each that the process listens on
     }
     discovery::addMissingProgram(m_error, "ss", "iproute2", m_pass->explanation);
+    discovery::addMissingProgram(m_error, "grep", "grep", m_pass->explanation);
   }
   texts.socket = FXString::Trim(texts.socket, aroundOutput);
   learn(server.socket, texts.socket, FactSource::socketList);
@@ -169,10 +194,13 @@ std::string MySqlAutoDiscoveryLinux::instanceName(const std::string& port) const
 void MySqlAutoDiscoveryLinux::findPort(discovery::WorkingTexts& texts, ServerProcess& server) {
   if (texts.port.empty()) {
     if (!succeeds(discovery::findPortCommand(server.pid))) {
-      m_event.Debug(passTag, "Failed to find port. stdout=%s stderr=%s", m_output.c_str(), m_error.c_str());
+      m_event.Debug(passTag, "Failed to find port. stdout=%s stderr=%s", LogText(m_output).c_str(),
+                    LogText(m_error).c_str());
     } else if (!m_output.empty()) {
       texts.port = m_output;
     }
+    discovery::addMissingProgram(m_error, "ss", "iproute2", m_pass->explanation);
+    discovery::addMissingProgram(m_error, "grep", "grep", m_pass->explanation);
   }
   texts.port = FXString::Trim(texts.port, aroundOutput);
   learn(server.port, texts.port, FactSource::socketList);
@@ -206,19 +234,34 @@ void MySqlAutoDiscoveryLinux::record(const discovery::WorkingTexts& texts, const
                                      ServerProcess& server) {
   MysqlInstanceInfo info{unixUser,   texts.socket,     texts.dataDirectory,     texts.binaryDirectory,
                          texts.port, texts.configFile, instanceName(texts.port)};
-  server.unixUser = {unixUser, FactSource::agentAccount};
-  server.instanceName = {info.strInstanceName, FactSource::composed};
+  server.unixUser = {unixUser, FactSource::agentAccount, {}};
+  server.instanceName = {info.strInstanceName, FactSource::composed, {}};
   // Kept: the record has the folder found first. The one of the running program only serves to ask the version.
   std::string bindir = texts.binaryDirectory;
   bool isFile = false;
   if (!m_pass->host->exists(FXPath::Append(bindir, "mysqld"), isFile)) {
-    m_event.Debug(passTag, "`mysqld` not found in the PATH.bindir[%s]", bindir.c_str());
+    m_event.Debug(passTag, "`mysqld` not found in the PATH.bindir[%s]", LogText(bindir).c_str());
     if (identifyMysqldBindir(server.pid, bindir).isError()) dropForBinaryDirectory();
   }
   // Kept: a server that is left out here gets no further message of the pass.
   server.recorded = isMysqlVersionSupported(bindir);
   server.leftOut = server.recorded ? std::string() : m_pass->refusal;
-  if (server.recorded) m_instances.push_back(std::move(info));
+  if (!server.recorded) return;
+  server.claimedBecause = m_pass->programNote;
+  server.binaryDirectory.replaceableBy = replacerOfClients(texts.binaryDirectory);
+  if (!texts.configFile.empty())
+    server.configFile.replaceableBy = m_pass->host->whoCanReplace(texts.configFile).doubt();
+  m_instances.push_back(std::move(info));
+}
+
+/// Whoever works with the record runs the clients of its folder, often as root: the folder counts, and every one of
+/// them that it has or that could appear in it.
+std::string MySqlAutoDiscoveryLinux::replacerOfClients(const std::string& folder) const {
+  std::string doubt = m_pass->host->whoCanReplace(folder).doubt();
+  for (const char* client : clientPrograms) {
+    if (doubt.empty()) doubt = m_pass->host->whoCanReplace(FXPath::Append(folder, client)).doubt();
+  }
+  return doubt;
 }
 
 CKyError MySqlAutoDiscoveryLinux::identifyBinDir(const std::string& basedir, const std::string& pid,
@@ -233,21 +276,23 @@ CKyError MySqlAutoDiscoveryLinux::identifyBinDir(const std::string& basedir, con
     bindir = basedir + "/" + "bin";
   } else if (succeeds(discovery::findClientCommand)) {
     bindir = FXPath::SplitParentPath(FXString::Trim(m_output));
-    m_event.Debug(tag, "bindir found: %s", bindir.c_str());
+    m_event.Debug(tag, "bindir found: %s", LogText(bindir).c_str());
   } else {
-    m_event.Debug(tag, "`mysql` not found in the PATH. stdout=%s stderr=%s", m_output.c_str(), m_error.c_str());
+    m_event.Debug(tag, "`mysql` not found in the PATH. stdout=%s stderr=%s", LogText(m_output).c_str(),
+                  LogText(m_error).c_str());
+    discovery::addMissingProgram(m_error, "which", "debianutils", m_pass->explanation);
     m_pass->binarySource = FactSource::program;
     // Kept: goes on with whatever the caller has.
     if (identifyMysqldBindir(pid, bindir).isError()) m_event.Debug(tag, noBinaryDirectory);
   }
   bool isFile = false;
   if (!m_pass->host->exists(bindir, isFile)) {
-    m_event.Debug(tag, "Path [%s] does not exist. out=%s basedir=%s", bindir.c_str(), m_output.c_str(),
-                  basedir.c_str());
+    m_event.Debug(tag, "Path [%s] does not exist. out=%s basedir=%s", LogText(bindir).c_str(),
+                  LogText(m_output).c_str(), LogText(basedir).c_str());
     return failed();
   }
   if (isFile) {
-    m_event.Debug(tag, "Path [%s] is found to be a file. Please check configuration.", bindir.c_str());
+    m_event.Debug(tag, "Path [%s] is found to be a file. Please check configuration.", LogText(bindir).c_str());
     return failed();
   }
   return {};
@@ -257,13 +302,16 @@ CKyError MySqlAutoDiscoveryLinux::identifyMysqldBindir(const std::string& pid, s
   constexpr const char* tag = "MySqlAutoDiscoveryLinux ::identifyMysqldBindir";
   int code = 0;
   if (!discovery::isProcessId(pid) || !succeeds(discovery::findProgramCommand(pid), &code)) {
-    m_event.Debug(tag, "Failed to find binary directory. stdout=%s stderr=%s retCode=%d cmd=%s", m_output.c_str(),
-                  m_error.c_str(), code, m_command.c_str());
+    discovery::addMissingProgram(m_error, "readlink", "coreutils", m_pass->explanation);
+    const LogText output(m_output);
+    const LogText error(m_error);
+    m_event.Debug(tag, "Failed to find binary directory. stdout=%s stderr=%s retCode=%d cmd=%s", output.c_str(),
+                  error.c_str(), code, LogText(m_command).c_str());
     return FXErrorUtil::ErrorErrNo(binaryDirectoryFailed, FXSourceLocation::here(tag),
-                                   "Failed to find binary directory. stdout=%s stderr=%s", m_output.c_str(),
-                                   m_error.c_str());
+                                   "Failed to find binary directory. stdout=%s stderr=%s", output.c_str(),
+                                   error.c_str());
   }
   bindir = FXPath::SplitParentPath(FXString::Trim(m_output, " \r\n"));
-  m_event.Debug(tag, "bindir found: %s", bindir.c_str());
+  m_event.Debug(tag, "bindir found: %s", LogText(bindir).c_str());
   return {};
 }

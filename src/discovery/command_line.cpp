@@ -2,14 +2,18 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 
 #include "orrery/platform/FXString.h"
+
+#include "discovery/pieces.h"
 
 namespace orrery::mysql::discovery {
 namespace {
 
 constexpr const char* valueEnds = " \t\r\n";
+constexpr std::size_t longestName = 40;
 
 /// Kept: the first line alone. A line break inside an argument hides what stands behind it.
 std::string asOneLine(const std::string& bytes) {
@@ -61,8 +65,8 @@ std::string* fieldOf(WorkingTexts& texts, const std::string& name) {
 }
 
 /// Where the name of a long option ends; of a short one its letter.
-std::size_t endOfName(const std::string& argument) {
-  if (argument.rfind("--", 0) != 0) return std::min<std::size_t>(argument.size(), 2);
+std::size_t endOfName(std::string_view argument) {
+  if (argument.substr(0, 2) != "--") return std::min<std::size_t>(argument.size(), 2);
   return std::min(argument.find('='), argument.size());
 }
 
@@ -71,14 +75,15 @@ std::size_t endOfName(const std::string& argument) {
 WorkingTexts optionsIn(const std::string& bytes) {
   WorkingTexts texts;
   // Kept: blanks inside an argument split it like those between arguments.
-  for (const std::string& token : FXString::Split(asOneLine(bytes), ' ')) {
-    if (token.rfind("--", 0) != 0) continue;
-    const std::vector<std::string> pieces = FXString::Split(token, '=');
+  forEachPiece(asOneLine(bytes), ' ', [&](std::string_view token) {
+    if (token.substr(0, 2) != "--") return;
+    const std::size_t equals = token.find('=');
     // Kept: "--key value" is not read, nor a value that holds a "=" itself.
-    if (pieces.size() != 2) continue;
+    if (equals == std::string_view::npos || token.find('=', equals + 1) != std::string_view::npos) return;
     // Kept: of several occurrences the last counts, as it does for the server.
-    take(texts, FXString::Trim(pieces[0]), FXString::Trim(pieces[1], valueEnds));
-  }
+    take(texts, FXString::Trim(std::string(token.substr(0, equals))),
+         FXString::Trim(std::string(token.substr(equals + 1)), valueEnds));
+  });
   return texts;
 }
 
@@ -104,21 +109,27 @@ std::optional<std::string> parameterIn(const std::string& commandLine, const std
 
 WorkingTexts optionsAsGiven(const std::string& bytes) {
   WorkingTexts texts;
-  const std::vector<std::string> arguments = FXString::Split(bytes, '\0');
-  for (std::size_t i = 1; i < arguments.size(); ++i) {
-    const std::string& argument = arguments[i];
+  std::string* waiting = nullptr;  // an option whose value is the next argument
+  bool isProgram = true;
+  forEachPiece(bytes, '\0', [&](std::string_view argument) {
+    if (std::exchange(isProgram, false)) return;
+    if (waiting != nullptr) {
+      *std::exchange(waiting, nullptr) = argument;
+      return;
+    }
     const std::size_t end = endOfName(argument);
-    std::string name = argument.substr(0, end);
+    if (end < 2 || end > longestName) return;
+    std::string name(argument.substr(0, end));
     const bool isLong = name.rfind("--", 0) == 0;
     if (isLong) std::replace(name.begin(), name.end(), '_', '-');
     std::string* const field = fieldOf(texts, name);
-    if (field == nullptr) continue;
+    if (field == nullptr) return;
     if (end < argument.size()) {
       *field = argument.substr(isLong ? end + 1 : end);
-    } else if (name != "--log-bin" && i + 1 < arguments.size()) {  // its value is optional and never stands apart
-      *field = arguments[++i];
+    } else if (name != "--log-bin") {  // its value is optional and never stands apart
+      waiting = field;
     }
-  }
+  });
   return texts;
 }
 

@@ -35,7 +35,7 @@ class Hints {
         pass_(pass),
         server_(server),
         given_(optionsAsGiven(evidence.bytes)),
-        places_(pass.process->places()) {
+        places_(pass.places) {
     if (!pass.configText.empty()) further_ = readFurther(server.configFile.value, pass.configText, reader());
   }
 
@@ -50,10 +50,14 @@ class Hints {
   }
 
  private:
-  void hint(std::string text, std::string option = {}, std::string value = {}) {
+  void hint(std::string text, std::string option = {}, std::string value = {}, bool replaces = false) {
     const auto isTold = [&](const DiscoveryHint& told) { return told.option == option && told.value == value; };
-    if (!value.empty() && std::any_of(server_.hints.begin(), server_.hints.end(), isTold)) return;
-    server_.hints.push_back({std::move(text), std::move(option), std::move(value)});
+    const auto told = std::find_if(server_.hints.begin(), server_.hints.end(), isTold);
+    if (!value.empty() && told != server_.hints.end()) {
+      told->replaces = told->replaces || replaces;
+      return;
+    }
+    server_.hints.push_back({std::move(text), std::move(option), std::move(value), replaces});
   }
 
   OptionFileReader reader() const {
@@ -106,6 +110,7 @@ class Hints {
   void aboutOptionFile() {
     const std::string& file = server_.configFile.value;
     if (file.empty()) return;
+    if (further_.isCutShort) hint("it includes more option files than are read for one server");
     if (pass_.configText.empty()) {
       hint("the option file " + file + " is empty or cannot be read");
       return;
@@ -169,7 +174,7 @@ class Hints {
     } else if (!holds(own.paths, recorded)) {
       hint("the socket " + recorded + " is another process's: its line in the socket list holds " + server_.pid +
                " as a part",
-           "--socket", first);
+           "--socket", first, true);
     } else if (own.paths.size() > 1) {
       hint("it listens on " + std::to_string(own.paths.size()) + " Unix sockets; the record has the first of them");
     }
@@ -181,7 +186,7 @@ class Hints {
       if (std::any_of(own.ports.begin(), own.ports.end(), isRecorded)) return;
       hint("the port " + server_.port.value + " is another process's: its line in the socket list holds " +
                server_.pid + " as a part",
-           "--port", own.ports.empty() ? std::string() : std::to_string(own.ports.front()));
+           "--port", own.ports.empty() ? std::string() : std::to_string(own.ports.front()), true);
     } else if (!server_.port.value.empty() && own.ports.empty() && !places_.otherNetwork) {
       hint("it does not listen on TCP; the port " + server_.port.value + " only names the instance");
     }
@@ -194,7 +199,7 @@ class Hints {
       hint("its program has been replaced since it was started; the version asked for is the new one's");
     }
     if (!pass_.programNote.empty()) {
-      hint("its program was asked for the version with the rights of " + server_.account +
+      hint("its program was asked for the version with the rights of " + pass_.account.name +
            ", because others than root could have put it there: " + pass_.programNote);
     }
     if (server_.recorded || lastPart(program) != "mariadbd") return;
@@ -233,12 +238,16 @@ void addUnmatched(const std::vector<ListedProcess>& others, Pass& pass) {
 
 void addMissingProgram(const std::string& errors, const char* program, const char* package,
                        DiscoveryExplanation& explanation) {
-  const bool isMissing =
-      FXString::Contains(errors, std::string(program) + ": ", false) && FXString::Contains(errors, "not found", false);
+  // As the shells say it: "ps: not found", "ps: command not found".
+  const auto says = [&](const char* words) {
+    return FXString::Contains(errors, " " + std::string(program) + words, false);
+  };
+  const bool isMissing = says(": not found") || says(": command not found");
   const auto isKnown = [&](const DiscoveryHint& hint) { return hint.value == package; };
   if (!isMissing || std::any_of(explanation.hints.begin(), explanation.hints.end(), isKnown)) return;
   explanation.hints.push_back(
-      {std::string(program) + " is not installed, so servers are missed; install the package " + package, "", package});
+      {std::string(program) + " is not installed, so servers are missed; install the package " + package, "", package,
+       false});
 }
 
 }  // namespace orrery::mysql::discovery

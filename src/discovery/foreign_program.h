@@ -11,11 +11,13 @@ namespace orrery::mysql::discovery {
 /// at all.
 struct ProgramRun {
   std::optional<OtherAccount> account;  ///< nothing: the agent's own
+  std::string doubt;                    ///< why it is not run as the agent
   std::string refusal;                  ///< empty: the program is run
 };
 
-/// `replaceableBy`: who else than root and the agent could put another program there, as whoCanReplace() says. What a
-/// stranger could have put there is run with that stranger's rights, or not at all.
-ProgramRun howToRun(const std::string& replaceableBy, uid_t agent, const ProcessAccount& process);
+/// What a stranger could have put there is run with that stranger's rights, or not at all. A process that lives among
+/// other folders, or has accounts of its own, names nothing that could be found from here.
+ProgramRun howToRun(const PathVerdict& program, uid_t agent, const ProcessAccount& account,
+                    const ProcessPlaces& places);
 
 }  // namespace orrery::mysql::discovery

@@ -6,13 +6,18 @@
 
 #include "orrery/platform/FXString.h"
 
+#include "discovery/pieces.h"
+
 namespace orrery::mysql::discovery {
 namespace {
 
 constexpr const char* blanks = " \t\r\n";
 constexpr const char* valueEnds = " \t\r\n\"";
+// For all that is read of one process's option files: a file can include itself and others as often as it likes.
 constexpr int deepestInclude = 8;
 constexpr int mostFiles = 200;
+constexpr int mostFolders = 20;
+constexpr std::size_t mostBytes = std::size_t{8} * 1024 * 1024;
 
 bool isSection(const std::string& line) {
   return line.front() == '[' && line.back() == ']';
@@ -50,20 +55,20 @@ class FurtherReader {
 
   void read(const std::string& path, const std::string& text, int depth) {
     std::string section;
-    for (const std::string& untrimmed : FXString::Split(text, '\n')) {
-      const std::string line = FXString::Trim(untrimmed);
-      if (line.empty() || line.front() == '#' || line.front() == ';') continue;
+    forEachPiece(text, '\n', [&](std::string_view untrimmed) {
+      const std::string line = FXString::Trim(std::string(untrimmed));
+      if (line.empty() || line.front() == '#' || line.front() == ';') return;
       if (line.front() == '!') {
         include(line, depth);
       } else if (line.front() == '[') {
         section = line.substr(1, line.find(']') - 1);
       } else if (isServersSection(section)) {
         const std::size_t equals = line.find('=');
-        if (equals == std::string::npos) continue;
+        if (equals == std::string::npos) return;
         take(normalised(FXString::Trim(line.substr(0, equals))), FXString::Trim(line.substr(equals + 1), " \t\"'"),
              std::string(path).append(" [").append(section).append("]"));
       }
-    }
+    });
   }
 
   FurtherOptions found() && { return std::move(found_); }
@@ -71,17 +76,27 @@ class FurtherReader {
  private:
   void include(const std::string& line, int depth) {
     const std::size_t blank = line.find_first_of(blanks);
-    if (blank == std::string::npos || depth == deepestInclude) return;
+    if (blank == std::string::npos || found_.isCutShort) return;
+    if (depth == deepestInclude) return stop();
     const std::string directive = line.substr(0, blank);
     const std::string target = FXString::Trim(line.substr(blank));
-    std::vector<std::string> files;
-    if (directive == "!include") files.push_back(target);
-    if (directive == "!includedir") files = reader_.filesIn(target);
-    for (const std::string& file : files) {
-      std::string text;
-      if (++files_ <= mostFiles && reader_.read(file, text)) read(file, text, depth + 1);
-    }
+    if (directive == "!include") return includeFile(target, depth);
+    if (directive != "!includedir") return;
+    if (folders_++ == mostFolders) return stop();
+    for (const std::string& file : reader_.filesIn(target)) includeFile(file, depth);
   }
+
+  void includeFile(const std::string& file, int depth) {
+    if (found_.isCutShort) return;
+    if (files_ == mostFiles || bytes_ >= mostBytes) return stop();
+    ++files_;
+    std::string text;
+    if (!reader_.read(file, text)) return;
+    bytes_ += text.size();
+    read(file, text, depth + 1);
+  }
+
+  void stop() { found_.isCutShort = true; }
 
   void take(const std::string& key, const std::string& value, const std::string& place) {
     if (key == "datadir") found_.dataDirectory = {value, place};
@@ -93,6 +108,8 @@ class FurtherReader {
   const OptionFileReader& reader_;
   FurtherOptions found_;
   int files_ = 0;
+  int folders_ = 0;
+  std::size_t bytes_ = 0;
 };
 
 }  // namespace
@@ -100,22 +117,23 @@ class FurtherReader {
 ServerSection readServerSection(const std::string& text) {
   ServerSection found;
   bool inside = false;
-  for (const std::string& untrimmed : FXString::Split(text, '\n')) {
-    const std::string line = FXString::Trim(untrimmed);
-    if (line.empty() || line.front() == '#') continue;
+  forEachPiece(text, '\n', [&](std::string_view untrimmed) {
+    const std::string line = FXString::Trim(std::string(untrimmed));
+    if (line.empty() || line.front() == '#') return;
     if (isSection(line)) {
       // Kept: this spelling alone. Sections of a version or of MariaDB's own are not read.
       inside = line == "[mysqld]";
-      continue;
+      return;
     }
+    if (!inside) return;
     const std::vector<std::string> pieces = FXString::Split(line, '=');
-    if (!inside || pieces.size() != 2) continue;
+    if (pieces.size() != 2) return;
     const std::string key = FXString::Trim(pieces[0]);
     const std::string value = FXString::Trim(pieces[1], valueEnds);
     if (FXString::EqualsIgnoreCase(key, "datadir")) found.dataDirectory = value;
     if (FXString::EqualsIgnoreCase(key, "log-bin")) found.logDirectory = folderOfLog(value);
     if (FXString::EqualsIgnoreCase(key, "port")) found.port = value;
-  }
+  });
   return found;
 }
 

@@ -26,6 +26,7 @@ struct FurtherOptions {
   std::optional<Value> socket;
   std::optional<Value> port;
   std::optional<Value> logBin;
+  bool isCutShort = false;  ///< more is included than is read for one process
 };
 
 /// How the files that a file includes are reached.

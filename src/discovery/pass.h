@@ -1,5 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,6 +20,25 @@
 
 namespace orrery::mysql::discovery {
 
+/// What programs were asked with their own account's rights in one pass. They get so much time and no more, however
+/// many there are, and each is asked once.
+struct ForeignRuns {
+  struct Program {
+    dev_t device;
+    ino_t inode;
+    uid_t uid;
+    auto operator<=>(const Program&) const = default;
+  };
+  struct Answer {
+    bool succeeded;
+    int code;
+    std::string output;
+    std::string errors;
+  };
+  std::map<Program, Answer> answers;
+  std::int64_t millisecondsLeft = 60000;
+};
+
 /// What one pass keeps beside its results; the lower half is that of the process which is being described.
 struct Pass {
   explicit Pass(std::unique_ptr<Host> theHost) : host(std::move(theHost)) {}
@@ -24,6 +49,7 @@ struct Pass {
     configText.clear();
     refusal.clear();
     programNote.clear();
+    places = {};
     binarySource = logSource = portSource = FactSource::nowhere;
   }
 
@@ -31,20 +57,23 @@ struct Pass {
     process.reset();
     for (ServerProcess& server : unmatched) explanation.processes.push_back(std::move(server));
     unmatched.clear();
-    if (host->agentUid() == 0 || explanation.processes.empty()) return;
+    if (host->agentUid() == 0) return;
     explanation.hints.push_back(
         {"without superuser's rights the sockets and programs of other accounts' servers cannot "
          "be seen; run discovery as root",
-         "", ""});
+         "", "", false});
   }
 
   std::unique_ptr<Host> host;
   DiscoveryExplanation explanation;
-  std::vector<ServerProcess> unmatched;        ///< joins the explanation at the end
-  std::optional<OtherAccount> programAccount;  ///< that the next command runs as; nothing: the agent's own
+  std::vector<ServerProcess> unmatched;  ///< joins the explanation at the end
+  CommandRules rules;                    ///< of the next command
+  std::function<bool()> isStopped;       ///< the caller's wish; empty: never
+  ForeignRuns foreignRuns;
 
   std::unique_ptr<Process> process;
   ProcessAccount account;
+  ProcessPlaces places;
   std::string configText;   ///< of its option file; empty when that cannot be read
   std::string refusal;      ///< why the version of its program does not count
   std::string programNote;  ///< why its program ran with its own rights

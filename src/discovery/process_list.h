@@ -19,6 +19,10 @@ bool isServerName(const std::string& name);
 /// Whether a text can stand in a command as a process id: digits, and no more of them than ids have.
 bool isProcessId(const std::string& text);
 
+/// The file system, and the folder of it, that is the root folder in a list of mounts as /proc/PID/mountinfo has it;
+/// empty without one.
+std::string rootMountIn(const std::string& mounts);
+
 /// The first line of a command's output.
 std::string firstLine(const std::string& output);
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <map>
 #include <sstream>
@@ -17,6 +18,7 @@
 
 #include "discovery/bounded_file.h"
 #include "discovery/host.h"
+#include "discovery/process_list.h"
 #include "discovery/replaceable.h"
 #include "discovery/sockets.h"
 #include "paths/directory.h"
@@ -33,7 +35,10 @@ constexpr std::size_t largestOptionFile = std::size_t{1} * 1024 * 1024;
 constexpr int mostEntries = 10000;  // of a folder that an option file names
 // For a program that is no concern of the agent's but for its version.
 constexpr std::size_t longestForeignOutput = std::size_t{64} * 1024;
-constexpr int foreignMilliseconds = 10000;
+constexpr std::size_t longestMountList = std::size_t{4} * 1024 * 1024;
+// Of a list of processes: an account, an id and a program's path are shorter.
+constexpr std::size_t longestListedLine = std::size_t{8} * 1024;
+constexpr std::size_t longestList = std::size_t{64} * 1024 * 1024;
 
 std::string linkAt(int folder, const char* name) {
   std::array<char, PATH_MAX> target;
@@ -90,11 +95,24 @@ class RealProcess : public Process {
 
   ProcessPlaces places() override {
     const int folder = folder_.get();
-    ProcessPlaces places{linkAt(folder, "exe"), linkAt(folder, "cwd"), linkAt(folder, "root"), false, false};
+    ProcessPlaces places;
+    places.executable = linkAt(folder, "exe");
+    places.workingDirectory = linkAt(folder, "cwd");
+    places.root = linkAt(folder, "root");
     const std::string mounts = linkAt(folder, "ns/mnt");
-    places.otherMounts = !mounts.empty() && mounts != linkAt(AT_FDCWD, "/proc/self/ns/mnt");
+    const std::string users = linkAt(folder, "ns/user");
     const std::string network = linkAt(folder, "ns/net");
+    places.otherUsers = !users.empty() && users != linkAt(AT_FDCWD, "/proc/self/ns/user");
     places.otherNetwork = !network.empty() && network != linkAt(AT_FDCWD, "/proc/self/ns/net");
+    places.unseen = mounts.empty() || users.empty();
+    if (mounts.empty() || mounts == linkAt(AT_FDCWD, "/proc/self/ns/mnt")) return places;
+    // Services have mounts of their own as well, with some folders of the host hidden or read-only.
+    std::string own;
+    std::string others;
+    const OwnFd self(::open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const bool read = readProcFile(folder, "mountinfo", longestMountList, others) &&
+                      readProcFile(self.get(), "mountinfo", longestMountList, own);
+    places.otherMounts = !read || rootMountIn(others) != rootMountIn(own);
     return places;
   }
 
@@ -142,17 +160,21 @@ std::vector<std::string> plainEnvironment() {
 
 class RealHost : public Host {
  public:
-  int shell(const std::string& command, const OtherAccount* account, std::string& output,
-            std::string& errors) override {
+  int shell(const std::string& command, const CommandRules& rules, std::string& output, std::string& errors) override {
     DzProcess::RunOptions options;
     options.environment = &environment_;
-    if (account != nullptr) {
+    options.milliseconds = static_cast<int>(rules.milliseconds);
+    options.isStopped = rules.isStopped;
+    if (rules.dropsLongLines) {
+      options.longestLine = longestListedLine;
+      options.mostOutput = longestList;
+    }
+    if (rules.account) {
       options.environment = &foreignEnvironment_;
       options.takesAccount = true;
-      options.user = account->uid;
-      options.group = account->gid;
+      options.user = rules.account->uid;
+      options.group = rules.account->gid;
       options.mostOutput = longestForeignOutput;
-      options.milliseconds = foreignMilliseconds;
     }
     return DzProcess::system(command, output, errors, options);
   }
@@ -191,8 +213,12 @@ class RealHost : public Host {
     return files;
   }
 
-  std::string whoCanReplace(const std::string& path) override { return discovery::whoCanReplace(path, geteuid()); }
+  PathVerdict whoCanReplace(const std::string& path) override { return discovery::whoCanReplace(path, geteuid()); }
   uid_t agentUid() override { return geteuid(); }
+  std::int64_t milliseconds() override {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+  }
 
  private:
   const std::vector<std::string> environment_ = plainEnvironment();

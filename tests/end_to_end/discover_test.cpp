@@ -43,8 +43,9 @@ class PlainServer {
     if (isRoot) line.insert(line.end(), {"setpriv", "--reuid=" + account, "--regid=65534", "--clear-groups"});
     line.push_back(program);
     if (!optionFile.empty()) {
-      writeFile(folder + "/my.cnf", inFolder(optionFile));
-      line.push_back("--defaults-file=" + folder + "/my.cnf");
+      // Beside its folder, which is its account's: the option file is the machine's, as of a package.
+      writeFile(folder + ".cnf", inFolder(optionFile));
+      line.push_back("--defaults-file=" + folder + ".cnf");
     }
     for (const std::string& option : options) line.push_back(inFolder(option));
     for (const char* small : {"--innodb-buffer-pool-size=8M", "--innodb-log-file-size=8M", "--key-buffer-size=1M",
@@ -123,9 +124,9 @@ TEST_F(DiscoverTest, EveryServerHasOneRightRecord) {
   const Json instances = runJson({"discover"})["instances"];
   const std::string user = ::geteuid() == 0 ? "root" : instances[0]["unix_user"].get<std::string>();
   const std::array<std::array<std::string, 3>, 4> expected{{{ports_[0], servers_[0]->data(), ""},
-                                                            {ports_[1], servers_[1]->data(), place("file/my.cnf")},
-                                                            {"3306", servers_[2]->data() + "/", place("silent/my.cnf")},
-                                                            {ports_[3], "", place("elsewhere/my.cnf")}}};
+                                                            {ports_[1], servers_[1]->data(), place("file.cnf")},
+                                                            {"3306", servers_[2]->data() + "/", place("silent.cnf")},
+                                                            {ports_[3], "", place("elsewhere.cnf")}}};
   for (int i = 0; i < 4; ++i) {
     SCOPED_TRACE(i);
     const Json record = entryOf(instances, i);
@@ -226,6 +227,42 @@ TEST_F(DiscoverTest, NothingOfAStrangersCommandLineIsExecuted) {
   EXPECT_THAT(shown(1)["left_out"].get<std::string>(), testing::HasSubstr("bin can be written by others"));
   EXPECT_FALSE(std::filesystem::exists(marks));
   EXPECT_FALSE(std::filesystem::exists("marks"));
+}
+
+TEST_F(DiscoverTest, WhatOthersCanChangeIsNotRegistered) {
+  using std::filesystem::perms;
+  const std::string half = directory_ / "half";
+  std::filesystem::create_directories(half + "/bin");
+  std::filesystem::create_symlink("/usr/bin/tail", directory_ / "mysqld");
+  for (const char* name : {"mysqld", "mysql", "mysqladmin"}) {
+    makeProgram(half + "/bin/" + name, "#!/bin/sh\necho 'mysqld  Ver 8.0.1 x'\n");
+  }
+  writeFile(half + "/my.cnf", "[mysqld]\n");
+  std::filesystem::permissions(half + "/my.cnf", perms::all);
+  std::filesystem::permissions(half + "/bin/mysqladmin", perms::all);
+  const RunningProgram stranger(std::vector<std::string>{
+      directory_ / "mysqld", "-q", "-f", "/dev/null", "--pid=" + std::to_string(::getpid()), "--", "--basedir=" + half,
+      "--socket=" + half + "/s.sock", "--port=1", "--defaults-file=" + half + "/my.cnf"});
+  const ProgramResult result = run({"--format", "json", "discover", "--register"});
+  ASSERT_EQ(result.exitStatus, 0) << result.errors;
+  std::string name;
+  for (const Json& record : Json::parse(result.output)["instances"]) {
+    if (record["socket"] == half + "/s.sock") name = record["instance"];
+  }
+  const Json shown = runJson({"instance", "show", name});
+  EXPECT_EQ(shown["socket"], half + "/s.sock");
+  EXPECT_EQ(shown["binary_path"], "/usr/bin");
+  EXPECT_EQ(shown["config_file"], nullptr);
+  EXPECT_THAT(result.errors, testing::HasSubstr("mysqladmin can be written by others"));
+  EXPECT_THAT(result.errors, testing::HasSubstr("my.cnf can be written by others"));
+}
+
+TEST_F(DiscoverTest, AnInstanceOfAnotherMachineIsNoneOfThisOne) {
+  const std::string data = servers_[0]->data();
+  addInstance("far", "10.9.9.9:" + ports_[0], {"--data", data});
+  EXPECT_EQ(entryOf(runJson({"discover"})["instances"], 0)["state"], "new");
+  addInstance("near", "127.0.0.1:" + ports_[0], {"--data", data});
+  EXPECT_EQ(entryOf(runJson({"discover"})["instances"], 0)["instance"], "near");
 }
 
 }  // namespace

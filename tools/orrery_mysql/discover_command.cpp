@@ -40,6 +40,7 @@ const char* nameOf(State state) {
 
 void runPass(Context& context, MySqlAutoDiscoveryLinux& discovery) {
   const Progress progress("looking for servers", context.wantsProgress());
+  discovery.stopWhen([] { return interruptSignal() != 0; });
   const CKyError error = discovery.identifyMySqlInstanceInfo();
   if (interruptSignal() != 0) throw Interrupted();
   if (error.isError()) {
@@ -65,25 +66,13 @@ std::string nextStep(const RegistrationOutcome& outcome, const mysql::ServerProc
 }
 
 /// Records stand in the order of the processes that have one.
-std::vector<const mysql::ServerProcess*> recordedProcesses(const mysql::DiscoveryExplanation& explanation) {
-  std::vector<const mysql::ServerProcess*> recorded;
-  for (const mysql::ServerProcess& server : explanation.processes) {
-    if (server.recorded) recorded.push_back(&server);
+std::vector<FoundServer> foundServers(const MySqlAutoDiscoveryLinux& discovery) {
+  std::vector<FoundServer> found;
+  auto record = discovery.getInstances().begin();
+  for (const mysql::ServerProcess& server : discovery.getExplanation().processes) {
+    if (server.recorded) found.push_back({*record++, &server});
   }
-  return recorded;
-}
-
-/// Records whose socket the rules did not find get the one that could be seen besides.
-std::list<MysqlInstanceInfo> completed(std::list<MysqlInstanceInfo> records,
-                                       const std::vector<const mysql::ServerProcess*>& processes) {
-  std::size_t i = 0;
-  for (MysqlInstanceInfo& record : records) {
-    const mysql::ServerProcess& server = *processes[i++];
-    for (const mysql::DiscoveryHint& hint : server.hints) {
-      if (record.strSocketFile.empty() && hint.option == "--socket") record.strSocketFile = hint.value;
-    }
-  }
-  return records;
+  return found;
 }
 
 void tellUser(const Context& context, const RegistrationOutcome& outcome, const std::string& next) {
@@ -99,18 +88,17 @@ void discover(Context& context, const DiscoverArguments& arguments) {
   MySqlAutoDiscoveryLinux discovery(EvDebug::getClientName());
   runPass(context, discovery);
   const mysql::DiscoveryExplanation& explanation = discovery.getExplanation();
-  const auto processes = recordedProcesses(explanation);
-  const auto outcomes = registerRecords(context, discovery.getInstances(),
-                                        completed(discovery.getInstances(), processes), arguments.registers);
+  for (const mysql::DiscoveryHint& hint : explanation.hints) context.note(hint.text);
+  const std::vector<FoundServer> found = foundServers(discovery);
+  const auto outcomes = registerRecords(context, found, arguments.registers);
 
   Json document;
   document["instances"] = Json::array();
   Table table({"NAME", "SOCKET", "PORT", "LOG OR DATA FOLDER", "PROGRAMS", "OPTION FILE", "UNIX ACCOUNT", "INVENTORY"});
-  std::size_t i = 0;
-  for (const MysqlInstanceInfo& record : discovery.getInstances()) {
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    const MysqlInstanceInfo& record = found[i].record;
     const RegistrationOutcome& outcome = outcomes[i];
-    const std::string next = nextStep(outcome, *processes[i]);
-    ++i;
+    const std::string next = nextStep(outcome, *found[i].process);
     Json shown = toJson(record);
     shown["state"] = nameOf(outcome.state);
     shown["instance"] = outcome.state == State::refused ? Json(nullptr) : Json(outcome.instance);
@@ -119,17 +107,16 @@ void discover(Context& context, const DiscoverArguments& arguments) {
     const auto cell = [](const std::string& text) { return text.empty() ? std::string("-") : text; };
     table.add({record.strInstanceName, cell(record.strSocketFile), cell(record.strPort), cell(record.strLogDataDir),
                cell(record.strBinaryDir), cell(record.strConfigFile), cell(record.strUnixUser),
-               outcome.state == State::known || outcome.state == State::added
-                   ? std::string(nameOf(outcome.state)) + " as " + outcome.instance
-                   : nameOf(outcome.state)});
+               outcome.state == State::refused ? nameOf(outcome.state)
+                                               : std::string(nameOf(outcome.state)) + " as " + outcome.instance});
     if (arguments.registers) tellUser(context, outcome, next);
   }
   if (arguments.explains) {
     document["processes"] = Json::array();
     for (const mysql::ServerProcess& server : explanation.processes) document["processes"].push_back(toJson(server));
-    document["hints"] = Json::array();
-    for (const mysql::DiscoveryHint& hint : explanation.hints) document["hints"].push_back(toJson(hint));
   }
+  document["hints"] = Json::array();
+  for (const mysql::DiscoveryHint& hint : explanation.hints) document["hints"].push_back(toJson(hint));
   context.print(document, arguments.explains ? explanationTable(explanation) : table);
 }
 

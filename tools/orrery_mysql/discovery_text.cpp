@@ -98,9 +98,11 @@ Json toJson(const ServerProcess& server) {
   document["account"] = textOrNull(server.account);
   document["recorded"] = server.recorded;
   document["left_out"] = textOrNull(server.leftOut);
+  document["claimed_because"] = textOrNull(server.claimedBecause);
   for (const FactField& field : kFacts) {
     const DiscoveredFact& fact = server.*field.fact;
     document["fields"][field.name] = {{"value", textOrNull(fact.value)}, {"from", nameOf(fact.source)}};
+    if (!fact.replaceableBy.empty()) document["fields"][field.name]["replaceable_by"] = fact.replaceableBy;
   }
   document["hints"] = Json::array();
   for (const DiscoveryHint& hint : server.hints) document["hints"].push_back(toJson(hint));

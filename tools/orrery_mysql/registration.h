@@ -1,6 +1,5 @@
 #pragma once
 
-#include <list>
 #include <string>
 #include <vector>
 
@@ -19,10 +18,15 @@ struct RegistrationOutcome {
   std::vector<std::string> missing;  ///< fields that the inventory does not take as they are, each with the reason
 };
 
-/// Compares records with the inventory and, if `add`, adds the new ones: one outcome for each, in their order. `seen`
-/// are the same records, completed by what could be seen besides: a server that was added by hand is known by that. May
-/// be run by several programs at the same time.
-std::vector<RegistrationOutcome> registerRecords(Context& context, const std::list<MysqlInstanceInfo>& records,
-                                                 const std::list<MysqlInstanceInfo>& seen, bool add);
+/// One record and the process that it describes.
+struct FoundServer {
+  MysqlInstanceInfo record;
+  const mysql::ServerProcess* process;
+};
+
+/// Compares what was found with the inventory and, if `add`, adds the new ones: one outcome for each, in their order.
+/// Servers are compared, and added, without what is certainly another process's; a server that was added by hand is
+/// known by what could be seen besides its record. May be run by several programs at the same time.
+std::vector<RegistrationOutcome> registerRecords(Context& context, const std::vector<FoundServer>& found, bool add);
 
 }  // namespace orrery::tool

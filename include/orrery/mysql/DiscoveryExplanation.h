@@ -23,13 +23,17 @@ enum class FactSource {
 struct DiscoveredFact {
   std::string value;
   FactSource source = FactSource::nowhere;
+  /// Folder of the programs and option file, in a record: who else than root and the agent could change what stands
+  /// there, and where; empty: nobody.
+  std::string replaceableBy;
 };
 
 /// Something that the record lacks or has wrong, as far as can be seen.
 struct DiscoveryHint {
-  std::string text;    ///< one sentence, without a full stop
-  std::string option;  ///< of `orrery-mysql instance set`, where one sets it right by hand; else empty
-  std::string value;   ///< for that option; empty: not known
+  std::string text;       ///< one sentence, without a full stop
+  std::string option;     ///< of `orrery-mysql instance set`, where one sets it right by hand; else empty
+  std::string value;      ///< for that option; empty: not known
+  bool replaces = false;  ///< what the record has for that option is certainly another's
 };
 
 /// One process whose program has a server's name.
@@ -39,6 +43,9 @@ struct ServerProcess {
   std::string account;  ///< that the process runs as; empty: not known
   bool recorded = false;
   std::string leftOut;  ///< why it has no record
+  /// Why its program was asked for the version with the rights of the server's account alone; empty: it was asked with
+  /// the agent's. What such a process says of itself is what its account claims.
+  std::string claimedBecause;
   // The seven fields of a record, filled as far as discovery came.
   DiscoveredFact unixUser;
   DiscoveredFact socket;

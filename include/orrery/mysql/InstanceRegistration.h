@@ -1,6 +1,5 @@
 #pragma once
 
-#include <list>
 #include <string>
 #include <vector>
 
@@ -18,20 +17,32 @@ struct KnownInstance {
   std::string dataDirectory;
 };
 
+/// A record, and what could be seen of its server besides.
+struct SeenServer {
+  MysqlInstanceInfo record;
+  std::vector<std::string> ports;            ///< further ones that it may be known by
+  std::vector<std::string> dataDirectories;  ///< likewise: a record may have the folder of the logs
+  /// Why all of this is only what its account claims; empty: it is not.
+  std::string claimedBecause;
+};
+
 struct RegistrationDecision {
   enum class Kind {
     add,
     known,     ///< the inventory, or a record before this one, has it
-    doubtful,  ///< nothing would tell it again the next time: it is not added
+    doubtful,  ///< it is not added, for a reason
   };
   Kind kind = Kind::add;
-  std::string name;  ///< of the new instance, or of the one that it is; of a doubtful one a name that is free
+  std::string name;    ///< of the new instance, or of the one that it is; of a doubtful one a name that is free
+  std::string reason;  ///< of a doubtful one: one sentence without a full stop
 };
 
-/// One decision for each record, in their order. A server is known by its socket, or by its port together with its data
-/// directory; a name that is taken gets "_" and the first number from 1 that is free. Paths are compared as texts, but
-/// for slashes at their ends: resolve links before, on both sides.
-ORRERY_MYSQL_EXPORT std::vector<RegistrationDecision> planRegistration(const std::list<MysqlInstanceInfo>& records,
+/// One decision for each server, in their order. A server is known by its socket, or by its port together with its data
+/// directory. With the socket of a known one, but both another port and another data directory, it is doubtful, and so
+/// is one that would not be told again the next time, and one that is a mere claim. A name that is taken gets "_" and
+/// the first number from 1 that is free. Paths are compared as texts, but for slashes at their ends: resolve links
+/// before, on both sides.
+ORRERY_MYSQL_EXPORT std::vector<RegistrationDecision> planRegistration(const std::vector<SeenServer>& servers,
                                                                        const std::vector<KnownInstance>& known);
 
 }  // namespace orrery::mysql

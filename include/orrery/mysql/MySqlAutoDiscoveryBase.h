@@ -2,6 +2,7 @@
 
 /// Discovery of the servers that run on a host, from the outside: no connection to any of them is made.
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -13,7 +14,9 @@
 
 namespace orrery::mysql::discovery {
 class Host;
+struct OtherAccount;
 struct Pass;
+struct PathVerdict;
 }  // namespace orrery::mysql::discovery
 
 /// One running server. Fields that could not be found are empty.
@@ -42,6 +45,9 @@ class ORRERY_MYSQL_EXPORT MySqlAutoDiscoveryBase {
   const std::list<MysqlInstanceInfo>& getInstances() const noexcept { return m_instances; }
   /// What was seen on the way.
   const orrery::mysql::DiscoveryExplanation& getExplanation() const noexcept;
+  /// Lets another end the pass: asked between processes and while a command runs. A pass that was stopped gives an
+  /// error.
+  void stopWhen(std::function<bool()> isStopped);
   /// Copies out the name of the host's client.
   void getClientName(std::string& clientName) const { clientName = m_clientName; }
 
@@ -81,4 +87,6 @@ class ORRERY_MYSQL_EXPORT MySqlAutoDiscoveryBase {
 
  private:
   ORRERY_MYSQL_HIDDEN bool asksVersion(const std::string& bindir);
+  ORRERY_MYSQL_HIDDEN bool asksForeign(const std::string& bindir, const orrery::mysql::discovery::PathVerdict& place,
+                                       const orrery::mysql::discovery::OtherAccount& account, int& code, int& result);
 };

@@ -20,7 +20,7 @@ class ORRERY_MYSQL_EXPORT MySqlAutoDiscoveryLinux : public MySqlAutoDiscoveryBas
   MySqlAutoDiscoveryLinux& operator=(const MySqlAutoDiscoveryLinux&) = delete;
 
   /// The error 1168 when the process list cannot be read; every other obstacle costs one server its record at most, and
-  /// stands in the log and in the explanation.
+  /// stands in the log and in the explanation. ECANCELED, and no records, when stopWhen() ended it.
   CKyError identifyMySqlInstanceInfo() override;
 
   /// The folder of the programs: "bin" below a base directory, or that of the client in the search path, else that of
@@ -44,5 +44,7 @@ class ORRERY_MYSQL_EXPORT MySqlAutoDiscoveryLinux : public MySqlAutoDiscoveryBas
   ORRERY_MYSQL_HIDDEN void findInOptionFile(WorkingTexts& texts, ServerProcess& server);
   ORRERY_MYSQL_HIDDEN void preferLogDirectory(WorkingTexts& texts, ServerProcess& server);
   ORRERY_MYSQL_HIDDEN void record(const WorkingTexts& texts, const std::string& unixUser, ServerProcess& server);
+  ORRERY_MYSQL_HIDDEN bool isStopped() const;
+  ORRERY_MYSQL_HIDDEN std::string replacerOfClients(const std::string& folder) const;
   ORRERY_MYSQL_HIDDEN std::string instanceName(const std::string& port) const;
 };

@@ -193,6 +193,45 @@ TEST(OptionFile, WhatServersReadBesides) {
   EXPECT_FALSE(found.socket);
 }
 
+TEST(OptionFile, WhatIncludesItselfEnds) {
+  int reads = 0;
+  int listings = 0;
+  const OptionFileReader reader{[&](const std::string& path, std::string& text) {
+                                  ++reads;
+                                  text = path == "/loop" ? "!includedir /many\n!include /loop\n" : "";
+                                  return true;
+                                },
+                                [&](const std::string&) {
+                                  ++listings;
+                                  return std::vector<std::string>(listings == 1 ? 10000 : 3, "/a.cnf");
+                                }};
+  std::string folders;
+  for (int i = 0; i < 30000; ++i) folders += "!includedir /many\n";
+  EXPECT_TRUE(readFurther("/my.cnf", folders, reader).isCutShort);
+  EXPECT_EQ(reads, 200);
+  EXPECT_EQ(listings, 1);
+  EXPECT_TRUE(readFurther("/my.cnf", folders, reader).isCutShort);
+  EXPECT_EQ(reads, 260);
+  EXPECT_EQ(listings, 21);
+  EXPECT_TRUE(readFurther("/my.cnf", "!include /loop\n", reader).isCutShort);
+  EXPECT_FALSE(readFurther("/my.cnf", "!include /once\n[mysqld]\nport=1\n", reader).isCutShort);
+  const OptionFileReader large{[&](const std::string&, std::string& text) {
+                                 ++reads;
+                                 text.assign(1000000, '#');
+                                 return true;
+                               },
+                               [](const std::string&) { return std::vector<std::string>(100, "/a.cnf"); }};
+  reads = 0;
+  EXPECT_TRUE(readFurther("/my.cnf", "!includedir /large\n", large).isCutShort);
+  EXPECT_EQ(reads, 9);
+}
+
+TEST(MountList, TheLastThatIsMountedAtTheRootCounts) {
+  EXPECT_EQ(rootMountIn("22 1 8:1 / / rw - ext4 /dev/sda1 rw\n23 22 0:5 / /proc rw - proc proc rw\n"), "8:1 /");
+  EXPECT_EQ(rootMountIn("1 1 0:2 / / rw - rootfs x rw\n22 1 0:30 /@ / rw - btrfs x rw"), "0:30 /@");
+  EXPECT_EQ(rootMountIn("x\n1 2 3 4 /x"), "");
+}
+
 TEST(Version, FromWhatTheProgramsSay) {
   const struct {
     const char* output;

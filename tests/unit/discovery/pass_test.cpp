@@ -1,5 +1,7 @@
 // A whole pass over hosts as they were recorded.
 
+#include <algorithm>
+#include <cerrno>
 #include <map>
 
 #include <gmock/gmock.h>
@@ -21,7 +23,7 @@ using testing::Not;
 
 struct RecordedProcess {
   std::string commandLine;  // "|" stands for the null behind an argument
-  ProcessPlaces places{"/usr/sbin/mariadbd", "/", "/", false, false};
+  ProcessPlaces places{"/usr/sbin/mariadbd", "/", "/", false, false, false, false};
   ListeningSockets sockets;
   ProcessAccount account{true, false, 999, 999, "mysql"};
 };
@@ -37,20 +39,22 @@ struct Recording {
   std::map<std::string, RecordedProcess> processes;
   std::map<std::string, std::string> files;
   std::vector<std::string> folders;
-  std::string replaceable;
+  std::map<std::string, PathVerdict> verdicts;  // of paths that others could change
   uid_t agent = 0;
-  std::vector<std::string> commands;                  // as they were run
-  std::vector<std::optional<OtherAccount>> accounts;  // of these commands
+  std::int64_t milliseconds = 0;      // of its clock
+  std::int64_t slowness = 0;          // of every command
+  std::vector<std::string> commands;  // as they were run
+  std::vector<CommandRules> rules;    // of these commands
 };
 
 class RecordedHost : public Host {
  public:
   explicit RecordedHost(Recording& recording) : recording_(recording) {}
 
-  int shell(const std::string& command, const OtherAccount* account, std::string& output,
-            std::string& errors) override {
+  int shell(const std::string& command, const CommandRules& rules, std::string& output, std::string& errors) override {
     recording_.commands.push_back(command);
-    recording_.accounts.push_back(account == nullptr ? std::nullopt : std::optional(*account));
+    recording_.rules.push_back(rules);
+    recording_.milliseconds += recording_.slowness;
     const auto found = recording_.answers.find(command);
     const Answer answer = found == recording_.answers.end() ? Answer() : found->second;
     output = answer.output;
@@ -76,8 +80,12 @@ class RecordedHost : public Host {
     return true;
   }
   std::vector<std::string> optionFilesIn(const std::string& folder) override { return {folder + "/50-server.cnf"}; }
-  std::string whoCanReplace(const std::string&) override { return recording_.replaceable; }
+  PathVerdict whoCanReplace(const std::string& path) override {
+    const auto found = recording_.verdicts.find(path);
+    return found == recording_.verdicts.end() ? PathVerdict() : found->second;
+  }
   uid_t agentUid() override { return recording_.agent; }
+  std::int64_t milliseconds() override { return recording_.milliseconds; }
 
  private:
   Recording& recording_;
@@ -261,11 +269,13 @@ TEST_F(DiscoveryPass, WithoutAClientTheFolderIsThatOfTheRunningProgram) {
 }
 
 TEST_F(DiscoveryPass, WhatAStrangerCouldHavePutThereRunsWithTheStrangersRightsOrNotAtAll) {
-  host_.replaceable = "/home/x belongs to the account 1000";
+  host_.verdicts["/usr/sbin/mysqld"].replaceableBy = "/home/x belongs to the account 1000";
   run();
   EXPECT_EQ(discovery_->getInstances().size(), 1U);
-  ASSERT_TRUE(host_.accounts.back());
-  EXPECT_EQ(host_.accounts.back()->uid, 999U);
+  ASSERT_TRUE(host_.rules.back().account);
+  EXPECT_EQ(host_.rules.back().account->uid, 999U);
+  EXPECT_EQ(host_.rules.back().milliseconds, 10000);
+  EXPECT_EQ(first().claimedBecause, "/home/x belongs to the account 1000");
   EXPECT_THAT(hints(), Contains(HasSubstr("with the rights of mysql")));
   const struct {
     uid_t agent;
@@ -286,10 +296,105 @@ TEST_F(DiscoveryPass, WhatAStrangerCouldHavePutThereRunsWithTheStrangersRightsOr
   }
 }
 
+TEST_F(DiscoveryPass, AProcessThatLivesElsewhereNamesNothingHere) {
+  RecordedProcess& server = host_.processes["700"];
+  const struct {
+    bool otherMounts, otherUsers, unseen;
+    const char* refusal;
+    const char* ofUser;
+    const char* reason;
+  } table[] = {{true, false, false, "", "", "other folders"},
+               {false, true, false, "", "", "user namespace"},
+               {false, false, false, "/proc/7 lies in /proc", "", "lies in /proc"},
+               {false, false, true, "", "/mnt nosuid", "cannot be seen"},
+               {false, false, true, "", "", ""},  // whose programs are root's they may be asked
+               {false, false, false, "", "/mnt nosuid", ""}};
+  for (const auto& row : table) {
+    server.places.otherMounts = row.otherMounts;
+    server.places.otherUsers = row.otherUsers;
+    server.places.unseen = row.unseen;
+    host_.verdicts["/usr/sbin/mysqld"] = {"", row.ofUser, row.refusal, 0, 0};
+    run();
+    EXPECT_EQ(discovery_->getInstances().size(), *row.reason == '\0' ? 1U : 0U) << row.reason;
+    EXPECT_THAT(first().leftOut, HasSubstr(row.reason));
+  }
+  EXPECT_TRUE(host_.rules.back().account) << "of a file system that a user may have brought along";
+}
+
+TEST_F(DiscoveryPass, StrangersProgramsGetAnAccountsRightsOnceAndAMinuteInAll) {
+  host_.slowness = 9000;
+  std::string list;
+  for (int pid = 1; pid <= 20; ++pid) {
+    const std::string text = std::to_string(pid);
+    const std::string folder = "/x" + text + "/bin";
+    list += "x " + text + " mysqld\n";
+    host_.processes[text].commandLine = "mysqld|--basedir=/x" + text + "|--socket=/s|--port=1|";
+    host_.folders.push_back(folder);
+    host_.files[folder + "/mysqld"] = "";
+    // Each of the first ten is the same program as one of the last.
+    host_.verdicts[folder + "/mysqld"] = {"/x is another's", "", "", 1, static_cast<ino_t>(pid % 10 + 1)};
+    host_.answers[versionCommand(folder)] = {0, versionOutput, ""};
+  }
+  host_.answers[listServersCommand].output = list;
+  run();
+  const auto isForeign = [](const CommandRules& rules) { return rules.account.has_value(); };
+  EXPECT_EQ(std::count_if(host_.rules.begin(), host_.rules.end(), isForeign), 7);
+  EXPECT_EQ(host_.rules.back().milliseconds, 6000) << "what was left of the minute";
+  EXPECT_EQ(discovery_->getInstances().size(), 7U);
+  EXPECT_THAT(discovery_->getExplanation().processes.back().leftOut, HasSubstr("is used up"));
+}
+
+TEST_F(DiscoveryPass, WhatOthersCouldChangeInARecordIsTold) {
+  host_.files["/etc/my.cnf"] = "[mysqld]\nport=\n";
+  host_.verdicts["/etc/my.cnf"].replaceableBy = "a";
+  host_.verdicts["/usr/bin/mysqladmin"].replaceableBy = "b";
+  run();
+  EXPECT_EQ(first().configFile.replaceableBy, "a");
+  EXPECT_EQ(first().binaryDirectory.replaceableBy, "b");
+  EXPECT_EQ(first().port.value + " " + std::to_string(static_cast<int>(first().port.source)), "3306 7")
+      << "a port without a value is the default";
+}
+
+TEST_F(DiscoveryPass, IsStoppedBetweenProcesses) {
+  host_.answers[listServersCommand].output += "x 8 mysqld\n";
+  discovery_ = std::make_unique<MySqlAutoDiscoveryLinux>("h", std::make_unique<RecordedHost>(host_));
+  discovery_->stopWhen([&] { return host_.commands.size() > 3; });
+  EXPECT_EQ(discovery_->identifyMySqlInstanceInfo().code(), ECANCELED);
+  EXPECT_TRUE(discovery_->getInstances().empty());
+  EXPECT_FALSE(logged("Failed to open cmdline file for MySQL process [8]. Continuing."));
+  ASSERT_TRUE(host_.rules.back().isStopped);
+}
+
+TEST_F(DiscoveryPass, WhatStrangersWriteFloodsNoLogAndNoError) {
+  host_.answers[listServersCommand] = {2, std::string(5000, 'o'), std::string(3000000, 'e')};
+  run();
+  EXPECT_TRUE(host_.rules.front().dropsLongLines);
+  EXPECT_LT(error_.text().size(), 10000U);
+  EXPECT_THAT(error_.text(), HasSubstr("[5000 bytes in all] stderr=e"));
+  EXPECT_TRUE(logged(error_.text()));
+}
+
+TEST_F(DiscoveryPass, WhatIsMissingToLookWithIsTold) {
+  host_.agent = 1000;
+  host_.answers[listServersCommand] = {0, "", "/bin/sh: 1: grep: not found\nsh: line 1: ps: command not found\n"};
+  run();
+  std::string packages;
+  for (const DiscoveryHint& hint : discovery_->getExplanation().hints) packages += hint.value + ";";
+  EXPECT_EQ(packages, "procps;grep;;") << "the last: it is not root";
+  host_.processes["700"].commandLine = "mysqld|--socket=/s|";
+  host_.answers[listServersCommand] = {0, "x 700 mysqld\n", ""};
+  host_.answers[findPortCommand("700")] = {0, "", "/bin/sh: 1: ss: not found"};
+  host_.answers["readlink -f /proc/700/exe"] = {127, "", "/bin/sh: 1: readlink: not found"};
+  run();
+  packages.clear();
+  for (const DiscoveryHint& hint : discovery_->getExplanation().hints) packages += hint.value + ";";
+  EXPECT_EQ(packages, "iproute2;coreutils;;");
+}
+
 TEST_F(DiscoveryPass, HintsOnWhatTheRulesMiss) {
   RecordedProcess& server = host_.processes["700"];
   server.commandLine = "/usr/sbin/mariadbd|--port|3307|--datadir=/a=b|";
-  server.places = {"/opt/x/mariadbd (deleted)", "/data", "/srv/jail", true, true};
+  server.places = {"/opt/x/mariadbd (deleted)", "/data", "/srv/jail", true, true, false, false};
   server.sockets = {};
   server.account.name = "db";
   host_.answers[findPortCommand("700")] = {0, "7001\n", ""};

@@ -6,12 +6,13 @@
 namespace orrery::mysql {
 namespace {
 
-MysqlInstanceInfo record(std::string name, std::string socket, std::string port, std::string data) {
-  return {"root", std::move(socket), std::move(data), "/usr/bin", std::move(port), "", std::move(name)};
+SeenServer record(std::string name, std::string socket, std::string port, std::string data,
+                  std::vector<std::string> ports = {}, std::vector<std::string> folders = {}, std::string claim = {}) {
+  MysqlInstanceInfo info{"root", std::move(socket), std::move(data), "/usr/bin", std::move(port), "", std::move(name)};
+  return {std::move(info), std::move(ports), std::move(folders), std::move(claim)};
 }
 
-std::vector<std::string> decisions(const std::list<MysqlInstanceInfo>& records,
-                                   const std::vector<KnownInstance>& known) {
+std::vector<std::string> decisions(const std::vector<SeenServer>& records, const std::vector<KnownInstance>& known) {
   std::vector<std::string> shown;
   for (const RegistrationDecision& decision : planRegistration(records, known)) {
     const char* const kinds[] = {"add ", "known ", "doubtful "};
@@ -23,7 +24,7 @@ std::vector<std::string> decisions(const std::list<MysqlInstanceInfo>& records,
 TEST(Registration, Decisions) {
   const struct {
     const char* name;
-    std::list<MysqlInstanceInfo> records;
+    std::vector<SeenServer> records;
     std::vector<KnownInstance> known;
     std::vector<std::string> decisions;
   } table[] = {
@@ -51,6 +52,19 @@ TEST(Registration, Decisions) {
        {record("h_1", "/s", "1", "/d"), record("h_1", "/s", "1", "/d")},
        {},
        {"add h_1", "known h_1"}},
+      {"same_socket_but_all_else_another",
+       {record("h_1", "/s", "1", "/d")},
+       {{"x", "/s", "2", "/e"}},
+       {"doubtful h_1"}},
+      {"same_socket_and_one_of_the_others", {record("h_1", "/s", "1", "/d")}, {{"x", "/s", "2", "/d"}}, {"known x"}},
+      {"known_by_what_was_set_right_by_hand",
+       {record("h_1", "/s", "1", "/logs/", {"3"}, {"/d"})},
+       {{"x", "10.0.0.1:3", "3", "/d"}},
+       {"known x"}},
+      {"claims_are_not_added_and_hide_nobody",
+       {record("h_1", "/s", "1", "/d", {}, {}, "/x is another's"), record("h_1", "/s", "1", "/d")},
+       {},
+       {"doubtful h_1", "add h_1"}},
       {"without_a_socket", {record("h_1", "", "1", "/d")}, {}, {"add h_1"}},
       {"without_a_data_directory", {record("h_1", "/s", "1", "")}, {}, {"add h_1"}},
       {"slashes_are_a_data_directory", {record("h_1", "", "1", "//")}, {{"x", "", "1", "/"}}, {"known x"}},

@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <functional>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -13,6 +15,7 @@
 
 #include "support/backend_test.h"
 #include "support/children.h"
+#include "support/program.h"
 #include "support/temporary_directory.h"
 
 namespace {
@@ -70,6 +73,37 @@ TEST_F(ShellCommand, LimitsEndIt) {
   EXPECT_THAT(errors_, HasSubstr("has not ended after 200 ms"));
   EXPECT_EQ(run("exec >&- 2>&-; exec sleep 600"), -1);
   EXPECT_THAT(errors_, HasSubstr("has not ended after 200 ms"));
+}
+
+TEST_F(ShellCommand, NothingIsLeftBehindWhenItIsEnded) {
+  // Whoever collects the orphans of the system may take its time.
+  const auto isGone = [&] {
+    return orrery::test::waitUntil([&] {
+      std::string id, name, state;
+      std::ifstream("/proc/" + std::to_string(std::stoi(output_)) + "/stat") >> id >> name >> state;
+      return state.empty() || state == "Z";
+    });
+  };
+  options_.milliseconds = 300;
+  EXPECT_EQ(run("sleep 600 & echo $!; wait"), -1);
+  EXPECT_TRUE(isGone());
+  options_.milliseconds = 60000;
+  EXPECT_EQ(run("sleep 600 & echo $!; exit 3"), 3) << "the answer stands, although another holds the stream";
+  EXPECT_TRUE(isGone());
+  const std::function<bool()> stopped = [] { return true; };
+  options_.isStopped = &stopped;
+  EXPECT_EQ(run("sleep 600"), -1);
+  EXPECT_THAT(errors_, HasSubstr("its caller stopped it"));
+}
+
+TEST_F(ShellCommand, LongLinesCanBeLeftOut) {
+  options_.longestLine = 5;
+  options_.mostOutput = 12;
+  EXPECT_EQ(run("echo 12345; head -c 100000 /dev/zero; echo; echo 123456; printf 12; printf 34"), 0);
+  EXPECT_EQ(output_, "12345\n1234");
+  EXPECT_EQ(run("echo 1; printf 123456"), 0);
+  EXPECT_EQ(output_, "1\n");
+  EXPECT_EQ(run("echo 1234; echo 1234; echo 1234"), -1);
 }
 
 TEST_F(ShellCommand, InheritsNoDescriptorAndNoInput) {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,12 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
     gid_t group = 0;
     /// Most bytes that are kept of each stream. A program that writes more is ended, and has failed.
     std::size_t mostOutput = std::size_t{16} * 1024 * 1024;
+    /// Lines of the output that are longer are left out of it; 0: none is.
+    std::size_t longestLine = 0;
     /// A program that takes longer is ended, and has failed.
     int milliseconds = 60000;
+    /// Asked while the program runs, some times a second; once it is true the program is ended, and has failed.
+    const std::function<bool()>* isStopped = nullptr;
   };
 
   DzProcess() = default;
@@ -72,7 +77,11 @@ class ORRERY_PLATFORM_EXPORT DzProcess {
   /// path; PATH is not searched. Returns 1 once the program has ended: its exit status in `exitStatus`, 128 and the
   /// signal's number when a signal ended it. Returns 0, with the reason in `errorText`, when it was not started, or did
   /// not keep within its limits and was ended; both outputs hold what it wrote until then. May be called from several
-  /// threads at the same time. What the program leaves behind with its streams open is waited for, within the limit.
+  /// threads at the same time.
+  ///
+  /// The program leads a process group of its own, or a session, and whenever it is ended, all of the group is. What it
+  /// leaves behind with its streams open is waited for, for a second and within the limit, and then ended with the
+  /// group: what was written until then is the answer. What takes an account is never outlived by its group.
   static int RunProcess(const std::vector<std::string>& arguments, const RunOptions& options, std::string& output,
                         std::string& errors, int& exitStatus, std::string& errorText);
 
