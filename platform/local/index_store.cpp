@@ -76,6 +76,16 @@ Status IndexStore::eachRecord(long long jobId, const std::function<bool(const In
   });
 }
 
+Status IndexStore::removeRecords(long long jobId, const std::string& kind, const std::string& nameBegin) {
+  return database_->write("remove records from the index", [&] {
+    // Not LIKE: names hold its signs.
+    Statement(*database_,
+              "DELETE FROM index_records WHERE job_id = ?1 AND kind = ?2 AND substr(name, 1, length(?3)) = ?3")
+        .with(jobId, kind, nameBegin)
+        .run();
+  });
+}
+
 Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {
   Id added = 0;
   Status status = database_->write("enter the archive file", [&] {

@@ -20,6 +20,7 @@ class IndexStore final : public Index {
   Status listRecords(long long jobId, const std::string& kind,
                      std::vector<std::pair<std::string, std::string>>& namesAndBytes) override;
   Status eachRecord(long long jobId, const std::function<bool(const IndexRecord&)>& take) override;
+  Status removeRecords(long long jobId, const std::string& kind, const std::string& nameBegin) override;
 
  private:
   const std::shared_ptr<Database> database_;

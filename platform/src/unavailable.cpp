@@ -130,6 +130,7 @@ class NoIndex final : public Index, private Unavailable {
     return no();
   }
   Status eachRecord(long long, const std::function<bool(const IndexRecord&)>&) override { return no(); }
+  Status removeRecords(long long, const std::string&, const std::string&) override { return no(); }
 };
 
 class NoArchive final : public ArchiveManager, private Unavailable {

@@ -59,6 +59,15 @@ class MemoryIndex final : public Index {
     });
   }
 
+  Status removeRecords(long long jobId, const std::string& kind, const std::string& nameBegin) override {
+    return attempt(*memory_, "Index::removeRecords", {kind, nameBegin, std::to_string(jobId)}, [&] {
+      std::erase_if(memory_->records, [&](const Memory::Record& record) {
+        return record.key.jobId == jobId && record.kind == kind && record.name.starts_with(nameBegin);
+      });
+      return Status::success();
+    });
+  }
+
  private:
   const SharedMemory memory_;
 };

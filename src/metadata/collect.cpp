@@ -67,6 +67,7 @@ int readTableStatus(const Request& request, const std::string& db, const std::un
   if (answer.rows() == 0) {
     say.Debug(tag, "for [%s] database query '%s' returned zero rows", db.c_str(), statement.c_str());
     say.Debug(tag, "Previous SHOW FULL TABLES query returned non-zero set.");
+    // Kept: the misspelling, by which people find the line in logs.
     say.Debug(tag, "Tableis of this database might got dropped meanwhile.");
     say.Debug(tag, "Considering the database as empty.");
     return 0;

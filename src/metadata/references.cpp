@@ -116,7 +116,7 @@ int GetMySqlInfoExt::CollectChildTableData(MySqlChildTables& children) {
         return -1;
       }
       for (const std::string& table : tables) {
-        if (const int result = watch.beforeTable(schema); result != 0) return result;
+        if (const int result = watch.beforeTable(schema, table); result != 0) return result;
         if (addTable(request, schema, table, children) != 0) return -1;
         watch.done();
       }

@@ -57,6 +57,7 @@ int findDefaultEngine(const Request& request, std::string& engine) {
   }
 }
 
+/// Kept: "AND" stands right behind the name's quote, where every server reads it.
 int listTables(const Request& request, const std::string& db, std::vector<Table>& tables) {
   const std::string statement = orrery::mysql::behind(
                                     "SELECT `TABLE_SCHEMA` ,`TABLE_NAME` ,`ENGINE` FROM "
@@ -145,6 +146,18 @@ int GetMySqlInfoExt::fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* 
   });
 }
 
+int GetMySqlInfoExt::collectTables(const std::string& db, ClMySqlDbInfo& tables) {
+  constexpr const char* tag = "GetMySqlInfoExt::collectTables";
+  return guarded(evEvent, tag, [&] {
+    if (m_Conn == nullptr) return withoutConnection(tag, noConnection);
+    std::vector<Table> listed;
+    if (listTables({*this, *m_Conn, tag}, db, listed) != 0) return -1;
+    for (Table& table : listed)
+      tables.tables.insert_or_assign(table.name, TblInfo{table.name, std::move(table.engine)});
+    return 0;
+  });
+}
+
 int GetMySqlInfoExt::fillTableInfoForDataBase(std::string db, std::vector<std::string>* records) {
   constexpr const char* tag = "GetMySqlInfoExt::fillTableInfoForDataBase";
   return tableRecords(tag, db, [&](const std::string&, const std::string& bytes) {
@@ -170,7 +183,7 @@ int GetMySqlInfoExt::tableRecords(const char* tag, const std::string& db,
     metadata::Watch watch(request, m_tableWatcher);
     std::string bytes;
     for (const Table& table : tables) {
-      if (const int result = watch.beforeTable(db); result != 0) return result;
+      if (const int result = watch.beforeTable(db, table.name); result != 0) return result;
       if (fetchRecord(request, quotedDb, table, bytes) != 0) return -1;
       watch.done();
       if (!take(table.name, bytes)) return watch.stop(db);
@@ -179,6 +192,7 @@ int GetMySqlInfoExt::tableRecords(const char* tag, const std::string& db,
   });
 }
 
-void GetMySqlInfoExt::watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher) {
+void GetMySqlInfoExt::watchTables(
+    std::function<bool(const std::string& db, const std::string& table, std::size_t tables)> watcher) {
   m_tableWatcher = std::move(watcher);
 }

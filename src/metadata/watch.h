@@ -8,7 +8,7 @@
 
 namespace orrery::mysql::metadata {
 
-using TableWatcher = std::function<bool(const std::string& db, std::size_t tables)>;
+using TableWatcher = std::function<bool(const std::string& db, const std::string& table, std::size_t tables)>;
 
 /// Result of an operation that its caller stopped.
 inline constexpr int stopped = 1;
@@ -18,9 +18,9 @@ class Watch {
  public:
   Watch(const Request& request, const TableWatcher& watcher) : request_(request), watcher_(watcher) {}
 
-  /// Before a table's statement: 0, or `stopped` and logged.
-  int beforeTable(const std::string& db) {
-    if (!watcher_ || watcher_(db, tables_)) return 0;
+  /// Before a table's statement, or one about all tables of `db`: 0, or `stopped` and logged.
+  int beforeTable(const std::string& db, const std::string& table = {}) {
+    if (!watcher_ || watcher_(db, table, tables_)) return 0;
     return stop(db);
   }
   void done(std::size_t tables = 1) noexcept { tables_ += tables; }

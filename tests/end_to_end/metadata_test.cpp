@@ -148,6 +148,14 @@ TEST_F(MetadataTest, ReplacesNothingButAFile) {
   EXPECT_TRUE(failedWith(run(metadata({"--records", directory_ / ""})), "is there and no regular file"));
   EXPECT_TRUE(failedWith(run(metadata({"--records", "/dev/null"})), "is there and no regular file"));
   EXPECT_TRUE(failedWith(run(metadata({"--records", directory_ / "none/x"})), "No such file"));
+  std::filesystem::create_symlink("nowhere", directory_ / "link");
+  EXPECT_TRUE(failedWith(run(metadata({"--records", directory_ / "link"})), "is a link that leads nowhere"));
+  for (const char* name : {"out.999999999.new", "out.1.new", "out.x.new", "xout.999999999.new"}) {
+    writeFile(directory_ / name, "");
+  }
+  EXPECT_EQ(run(metadata({"--database", "shop", "--records", directory_ / "out"})).exitStatus, 0);
+  EXPECT_THAT(namesIn(directory_ / ""),
+              ElementsAre("home", "link", "out", "out.1.new", "out.x.new", "xout.999999999.new"));
   EXPECT_TRUE(refusedUsage(run(metadata({"--records="})), "name"));
   EXPECT_TRUE(failedWith(run(metadata({"--database", "shox"})), "there is no database shox"));
   for (const char* option : {"--records=x", "--job=1", "--database=shop"}) {
@@ -170,8 +178,7 @@ TEST_F(MetadataTest, ThatEndsInTheMiddleLeavesNothingAndChangesNothing) {
       SCOPED_TRACE(form + std::string(isInterrupt ? ", interrupted" : ", broken"));
       std::atomic<pid_t> pid{0};
       StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [&] {
-        while (pid == 0) {
-        }
+        EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
         if (!isInterrupt) return StatementGate::Then::breakConnection;
         ::kill(pid, SIGINT);
         return StatementGate::Then::handOn;
@@ -184,12 +191,94 @@ TEST_F(MetadataTest, ThatEndsInTheMiddleLeavesNothingAndChangesNothing) {
       EXPECT_TRUE(gate.wasSeen());
       EXPECT_EQ(result.output, "");
       EXPECT_EQ(result.signal, isInterrupt ? SIGINT : 0);
-      EXPECT_TRUE(isInterrupt || failedWith(result, "no metadata of the database shop of db: [20")) << result.errors;
+      EXPECT_TRUE(isInterrupt ||
+                  failedWith(result, "no metadata of the database shop of db, at the table shop.orders: [20"))
+          << result.errors;
     }
   }
   EXPECT_EQ(readFile(file), "earlier");
   EXPECT_THAT(namesIn(directory_ / ""), ElementsAre("home", "records"));
   ASSERT_EQ(run({"instance", "set", "db", "--socket", server().socket()}).exitStatus, 0);
+}
+
+/// Sets a global mode for the sessions of the scope.
+class ServerMode {
+ public:
+  ServerMode(const MariaDbSandbox& server, const std::string& mode) : server_(server) {
+    server_.execute("set global sql_mode = '" + mode + "'");
+  }
+  ~ServerMode() { server_.execute("set global sql_mode = default"); }
+  ServerMode(const ServerMode&) = delete;
+  ServerMode& operator=(const ServerMode&) = delete;
+
+ private:
+  const MariaDbSandbox& server_;
+};
+
+TEST_F(MetadataTest, IsTheSameWhateverTheServersMode) {
+  const Json all = runJson(metadata());
+  EXPECT_EQ(all["sql_mode"], "");
+  const std::string tables = run(metadata()).output;
+  const std::string map = run(references()).output;
+  for (const char* mode : {"ANSI_QUOTES,NO_BACKSLASH_ESCAPES", "NO_TABLE_OPTIONS,NO_KEY_OPTIONS,NO_FIELD_OPTIONS"}) {
+    const ServerMode set(server(), mode);
+    EXPECT_EQ(runJson(metadata()), all) << mode;
+    EXPECT_EQ(run(metadata()).output, tables) << mode;
+    EXPECT_EQ(run(references()).output, map) << mode;
+  }
+}
+
+TEST_F(MetadataTest, PeopleSeeEveryTableOfWhichThereAreRecords) {
+  server().execute("create table shop.history (a int) with system versioning; create sequence shop.numbers");
+  EXPECT_THAT(
+      run(metadata({"--database", "shop"})).output,
+      testing::AllOf(HasSubstr(" history "), HasSubstr(" numbers "), HasSubstr("\ntotal 1                   5 ")));
+  EXPECT_THAT(run(metadata()).output, HasSubstr("InnoDB          5       InnoDB 4, MyISAM 1\n"));
+}
+
+TEST_F(MetadataTest, OfOneBrokenOrVanishedTableDoesNotKeepTheOthersFromTheResult) {
+  const std::string frm = server().dataDirectory() + "/shop/log.frm";
+  server().execute("flush tables");
+  const std::string whole = readFile(frm);
+  writeFile(frm, "broken");
+  EXPECT_TRUE(failedWith(run(metadata({"--database", "shop", "--records", "-"})),
+                         "no metadata of the database shop of db, at the table shop.log: [1033]"));
+  const ProgramResult result = run(metadata({"--format", "json"}));
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_THAT(result.errors, HasSubstr("at the table shop.log: [1033]"));
+  const Json document = Json::parse(result.output, nullptr, false);
+  ASSERT_FALSE(document.is_discarded()) << result.output;
+  ASSERT_EQ(document["left_out"].size(), 1U);
+  EXPECT_EQ(document["left_out"][0]["database"], "shop");
+  EXPECT_THAT(result.output, Not(HasSubstr("\"orders\""))) << "no half of a database";
+  EXPECT_EQ(document["databases"].size(), document["totals"]["databases"].get<std::size_t>());
+  EXPECT_TRUE(failedWith(run(references()), "no references from db, at the table shop.log: [1033]"));
+  writeFile(frm, whole);
+
+  StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [] {
+    server().execute("drop table shop.orders");
+    return StatementGate::Then::handOn;
+  });
+  ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
+  EXPECT_EQ(runJson(metadata())["left_out"][0]["database"], "shop") << "with exit status 0";
+}
+
+TEST_F(MetadataTest, EndsAtTheSecondSignalWhenTheServerDoesNotAnswer) {
+  std::atomic<pid_t> pid{0};
+  std::atomic<bool> ended{false};
+  StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [&] {
+    EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
+    ::kill(pid, SIGINT);
+    EXPECT_FALSE(waitUntil([&] { return ended.load(); }, std::chrono::milliseconds(300))) << "the first one waits";
+    ::kill(pid, SIGINT);
+    EXPECT_TRUE(waitUntil([&] { return ended.load(); }));
+    return StatementGate::Then::breakConnection;
+  });
+  ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
+  RunningProgram program(commandLine(home(), metadata({"--database", "shop", "--format", "json"})));
+  pid = program.pid();
+  EXPECT_EQ(program.wait().signal, SIGINT);
+  ended = true;
 }
 
 TEST_F(MetadataTest, ReferencesAreTheAgentsMapOrEveryKeyAndNeverBoth) {
@@ -244,20 +333,20 @@ class RecordedMetadataTest : public ReplicaPairTest {
     primary().execute("drop database shop");
   }
   /// Runs a backup that meets `act` while the tables are recorded.
-  ProgramResult backupThrough(const std::function<StatementGate::Then(pid_t)>& act) {
+  ProgramResult backupThrough(const std::function<StatementGate::Then(pid_t)>& act, const std::string& name = "db") {
     std::atomic<pid_t> pid{0};
-    StatementGate gate(directory_ / "gate.sock", replica().socket(), "`shop`.`u`", [&] {
-      while (pid == 0) {
-      }
-      EXPECT_FALSE(runs()) << "the replica is held meanwhile";
+    const std::string& socket = name == "db" ? replica().socket() : primary().socket();
+    StatementGate gate(directory_ / "gate.sock", socket, "`shop`.`u`", [&] {
+      EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
+      EXPECT_EQ(runs(), name != "db") << "the replica is held meanwhile";
       return act(pid);
     });
-    EXPECT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
-    RunningProgram program(commandLine(home(), {"--access", "library", "backup", "db"}));
+    EXPECT_EQ(run({"instance", "set", name, "--socket", gate.path()}).exitStatus, 0);
+    RunningProgram program(commandLine(home(), {"--access", "library", "backup", name}));
     pid = program.pid();
     ProgramResult result = program.wait();
     EXPECT_TRUE(gate.wasSeen()) << result.errors;
-    EXPECT_EQ(run({"instance", "set", "db", "--socket", replica().socket()}).exitStatus, 0);
+    EXPECT_EQ(run({"instance", "set", name, "--socket", socket}).exitStatus, 0);
     return result;
   }
   Json onlyJob() const { return runJson({"job", "show", "1"}); }
@@ -282,7 +371,37 @@ TEST_F(RecordedMetadataTest, IsShownFromTheIndexWithoutTheServer) {
   EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "the job 1 is not one of primary"));
 }
 
+/// Tables in front of shop.u, enough that the index gets the database in more than one portion.
+void addPortion(const MariaDbSandbox& server) {
+  std::string columns;
+  for (int i = 0; i < 54; ++i) {
+    columns += (i == 0 ? "c" : ", c") + std::to_string(i) + " int comment '" + std::string(1000, 'x') + "'";
+  }
+  std::string statements = "create table shop.a (" + columns + ") engine=MyISAM;";
+  for (int i = 0; i < 80; ++i) statements += "create table shop.a" + std::to_string(i) + " like shop.a;";
+  server.execute(statements);
+}
+
+TEST_F(RecordedMetadataTest, OfABackupThatWasKilledIsNotTakenForWholeAndGoesWithTheNextOne) {
+  addPortion(primary());
+  ASSERT_EQ(run({"databases", "add", "primary", "shop"}).exitStatus, 0);
+  const ProgramResult result = backupThrough(
+      [](pid_t pid) {
+        ::kill(pid, SIGKILL);
+        return StatementGate::Then::handOn;
+      },
+      "primary");
+  EXPECT_EQ(result.signal, SIGKILL);
+  EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "in the middle of the database shop"));
+  EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1", "--database", "shop"}), "in the middle of it"));
+  ASSERT_EQ(run({"--access", "library", "backup", "primary"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "its backup recorded none"));
+  EXPECT_EQ(runJson({"metadata", "primary", "--job", "2"})["totals"]["tables"], 83);
+}
+
 TEST_F(RecordedMetadataTest, ThatFailsIsACauseAndTheBackupGoesOn) {
+  addPortion(primary());
+  ASSERT_TRUE(waitUntil([] { return replica().execute("show tables in shop like 'a79'") == "a79\n"; }));
   const ProgramResult result = backupThrough([](pid_t) {
     replica().execute("set sql_log_bin = 0; drop table shop.u");
     return StatementGate::Then::handOn;

@@ -97,7 +97,7 @@ TEST_F(Metadata, WhereTheCatalogueCannotBeSelectedComesFromEveryDatabase) {
                            [] { return StatementGate::Then::breakConnection; });
   auto session = at(gate.path());
   Texts seen;
-  session->watchTables([&](const std::string& db, std::size_t) {
+  session->watchTables([&](const std::string& db, const std::string&, std::size_t) {
     seen.push_back(db);
     return true;
   });
@@ -191,7 +191,7 @@ TEST_F(Metadata, OfNamesThatCouldEndTheirQuotingAreData) {
 
 TEST_F(Metadata, OfATableThatGoesMeanwhileFailAndWhatWasCollectedStays) {
   server_->execute(schema);
-  session_->watchTables([&](const std::string& db, std::size_t tables) {
+  session_->watchTables([&](const std::string& db, const std::string&, std::size_t tables) {
     EXPECT_EQ(db, "a");
     if (tables == 2) server_->execute("DROP DATABASE a");
     return true;
@@ -212,7 +212,7 @@ TEST_F(Metadata, EndWhereTheirTakerOrTheWatcherSaysSo) {
   EXPECT_EQ(session_->forEachTableRecord("a", take), 1);
   EXPECT_EQ(names.size(), 3U);
   EXPECT_TRUE(logged("stopped by the caller in database [a], 3 tables done"));
-  session_->watchTables([](const std::string&, std::size_t tables) { return tables < 2; });
+  session_->watchTables([](const std::string&, const std::string&, std::size_t tables) { return tables < 2; });
   Texts records;
   EXPECT_EQ(session_->fillTableInfoForDataBase("a", &records), 1);
   EXPECT_EQ(records.size(), 2U);

@@ -203,6 +203,26 @@ TEST_P(ServiceConformance, IndexTakesManyRecordsAtOnceAndGivesThemOneByOne) {
   EXPECT_EQ(seen, "");
 }
 
+TEST_P(ServiceConformance, IndexRemovesRecordsOfOneJobAndKindByTheBeginOfTheirNames) {
+  Index& index = *services_->index;
+  const std::vector<IndexRecord> records{
+      {"T", "`a%`.x", ""}, {"T", "`a%`.\xc3\xa9", ""}, {"T", "`ab`.x", ""}, {"D", "`a%`.x", ""}};
+  for (const long long job : {7, 8}) ASSERT_TRUE(succeeded(index.addRecords({job, 5, 6, 1, ""}, records)));
+  ASSERT_TRUE(succeeded(index.removeRecords(7, "T", "`a%`.")));
+  ASSERT_TRUE(succeeded(index.removeRecords(7, "T", "none")));
+  std::string seen;
+  const auto take = [&](const IndexRecord& record) {
+    seen += record.kind + record.name + ";";
+    return true;
+  };
+  ASSERT_TRUE(succeeded(index.eachRecord(7, take)));
+  EXPECT_EQ(seen, "T`ab`.x;D`a%`.x;");
+  ASSERT_TRUE(succeeded(index.removeRecords(8, "T", "")));
+  seen.clear();
+  ASSERT_TRUE(succeeded(index.eachRecord(8, take)));
+  EXPECT_EQ(seen, "D`a%`.x;");
+}
+
 TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
   ArchiveManager& archive = *services_->archive;
   Id ids[4];

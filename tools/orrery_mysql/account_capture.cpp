@@ -75,10 +75,10 @@ class Capturing {
  public:
   Capturing(ServerSession& server, GetMySqlInfoExt& session) : server_(server), session_(session) {}
 
-  Capture all(Hexadecimal hexadecimal);
+  Capture all(bool hexadecimal);
 
  private:
-  void setSwitch(Hexadecimal hexadecimal);
+  void setSwitch(bool hexadecimal);
   void addRoles();
   void addAccounts();
   void add(CapturedAccount account, const std::string& listed);
@@ -95,16 +95,14 @@ class Capturing {
 };
 
 /// Servers that do not know the switch print nothing that has to be in hexadecimal digits.
-void Capturing::setSwitch(Hexadecimal hexadecimal) {
-  if (hexadecimal == Hexadecimal::off) return;
+void Capturing::setSwitch(bool hexadecimal) {
+  if (!hexadecimal) return;
   const int rc = server_.attempt([&](GetMySqlInfo&) { return session_.setIdentifiedWithAsHex("ON"); });
   capture_.isHexadecimal = rc == 0;
   if (rc == 0) return;
   if (session_.iErrorCode != kUnknownVariable) server_.fail(std::string(kNothing) + " " + server_.instance());
-  if (hexadecimal == Hexadecimal::on) {
-    capture_.switchRefused = {"", "the server does not know hexadecimal digits for authentication strings",
-                              session_.iErrorCode, onOneLine(session_.strErrorString)};
-  }
+  capture_.switchRefused = {"", "the server does not know hexadecimal digits for authentication strings",
+                            session_.iErrorCode, onOneLine(session_.strErrorString)};
 }
 
 void Capturing::addRoles() {
@@ -196,10 +194,12 @@ void Capturing::orderByGrants() {
   capture_.accounts = std::move(ordered);
 }
 
-Capture Capturing::all(Hexadecimal hexadecimal) {
+Capture Capturing::all(bool hexadecimal) {
+  server_.usePlainStatements(kNothing);
   setSwitch(hexadecimal);
   addRoles();
   addAccounts();
+  server_.requirePlainStatements(kNothing);
   requireThatSomethingWasRead();
   orderByGrants();
   return std::move(capture_);
@@ -207,8 +207,25 @@ Capture Capturing::all(Hexadecimal hexadecimal) {
 
 }  // namespace
 
-Capture captureAccounts(ServerSession& server, Hexadecimal hexadecimal) {
+Capture captureAccounts(ServerSession& server, bool hexadecimal) {
   return Capturing(server, server.library(kNothing)).all(hexadecimal);
+}
+
+bool isOnObject(std::string_view grant) {
+  constexpr std::string_view kOn = " ON ";
+  char quote = 0;
+  std::size_t at = 0;
+  for (; at < grant.size() && (quote != 0 || !grant.substr(at).starts_with(kOn)); ++at) {
+    const char c = grant[at];
+    if (quote != 0 ? c == quote : c == '`' || c == '\'' || c == '"') quote = quote != 0 ? '\0' : c;
+  }
+  if (at >= grant.size()) return false;
+  std::string_view target = grant.substr(at + kOn.size());
+  for (const std::string_view kind : {"PROCEDURE ", "FUNCTION ", "PACKAGE "}) {
+    if (target.starts_with(kind)) return true;
+  }
+  std::string database;
+  return takeName(target, database) && takeWord(target, ".") && !target.starts_with('*');
 }
 
 std::string quotedName(const std::string& name) {

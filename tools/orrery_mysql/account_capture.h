@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "context.h"
@@ -32,11 +33,13 @@ struct Capture {
   std::vector<LeftOut> leftOut;
 };
 
-enum class Hexadecimal { whereKnown, on, off };
-
 /// The server's accounts and roles with what creates them. An account that cannot be captured does not keep the others
-/// from it. Throws Failure when the server does not tell of any.
-Capture captureAccounts(ServerSession& server, Hexadecimal hexadecimal);
+/// from it. `hexadecimal`: authentication strings in hexadecimal digits, where the server knows that. Throws Failure
+/// when the server does not tell of any.
+Capture captureAccounts(ServerSession& server, bool hexadecimal);
+
+/// Whether a grant is one of a single table, of columns or of a routine, which must be there to be granted.
+bool isOnObject(std::string_view grant);
 
 /// `name` between back-ticks, those inside doubled.
 std::string quotedName(const std::string& name);

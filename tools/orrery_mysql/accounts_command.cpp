@@ -21,26 +21,22 @@ struct Arguments {
   std::string instance;
   std::string as;  ///< empty: what the format says
   std::string output = "-";
-  Hexadecimal hexadecimal = Hexadecimal::whereKnown;
+  bool hexadecimal = true;
 };
 
 /// In front of the statements: how they are written, and nothing else of the mode of whoever runs them.
-std::string headOf(const std::string& instance, const std::string& sqlMode) {
-  std::string modes;
-  for (const char* const mode : {"ANSI_QUOTES", "NO_BACKSLASH_ESCAPES"}) {
-    if (("," + sqlMode + ",").find("," + std::string(mode) + ",") == std::string::npos) continue;
-    modes += (modes.empty() ? "" : ",") + std::string(mode);
-  }
+std::string headOf(const std::string& instance) {
   return "-- Accounts and roles of " + printable(instance) +
          ".\n"
          "-- Accounts of the hosts localhost and 127.0.0.1 are not among them.\n"
-         "-- Grants of single tables, columns and routines want these to be there.\n"
+         "-- Accounts that are there already get these grants and, where a grant names one, its password.\n"
          "SET NAMES utf8mb4;\n"
          "SET SESSION sql_mode = '" +
-         modes + "';\n";
+         std::string(plainMode) + "';\n";
 }
 
-/// An account that is there keeps what it has, root on the name of the machine for one, and gets the grants.
+/// An account that is there, root on the name of the machine for one, keeps what it has but for the password, which
+/// MariaDB sets anew with the first grant.
 std::string creationOf(const CapturedAccount& account) {
   for (const std::string_view words : {"CREATE USER ", "CREATE ROLE "}) {
     if (!account.statement.starts_with(words)) continue;
@@ -53,9 +49,7 @@ std::string creationOf(const CapturedAccount& account) {
 /// accounts that need no such word behind their grants.
 std::string expiryOf(const CapturedAccount& account) {
   constexpr std::string_view words = "CREATE USER ";
-  const auto setsPassword = [](const std::string& grant) {
-    return grant.find(" IDENTIFIED BY PASSWORD ") != std::string::npos;
-  };
+  const auto setsPassword = [](const std::string& grant) { return grant.find(" IDENTIFIED ") != std::string::npos; };
   if (account.statement.find(" PASSWORD EXPIRE") == std::string::npos || !account.statement.starts_with(words) ||
       std::none_of(account.grants.begin(), account.grants.end(), setsPassword)) {
     return {};
@@ -63,14 +57,35 @@ std::string expiryOf(const CapturedAccount& account) {
   return "ALTER USER " + account.statement.substr(words.size()) + ";\n";
 }
 
-std::string sqlOf(const std::string& instance, const std::string& sqlMode, const Capture& capture) {
-  std::string text = headOf(instance, sqlMode);
+/// Stands over an account's statements. Escaped, so that no name can end the comment.
+std::string titleOf(const CapturedAccount& account) {
+  return std::string("\n-- ") + (account.isRole ? "role " : "account ") + printable(quotedAccount(account)) + "\n";
+}
+
+/// The account's grants of one kind.
+std::string grantsOf(const CapturedAccount& account, bool onObjects) {
+  std::string text;
+  for (const std::string& grant : account.grants) {
+    if (isOnObject(grant) == onObjects) text += grant + ";\n";
+  }
+  return text;
+}
+
+/// All are made before anything is granted; last comes what fails on a server without the databases, where a client
+/// stops at the first failure.
+std::string sqlOf(const std::string& instance, const Capture& capture) {
+  std::string text = headOf(instance);
   for (const CapturedAccount& account : capture.accounts) {
-    // Escaped, so that no name can end the comment.
-    text += std::string("\n-- ") + (account.isRole ? "role " : "account ") + printable(quotedAccount(account)) + "\n";
-    if (!account.statement.empty()) text += creationOf(account) + ";\n";
-    for (const std::string& grant : account.grants) text += grant + ";\n";
-    text += expiryOf(account);
+    if (!account.statement.empty()) text += titleOf(account) + creationOf(account) + ";\n";
+  }
+  text += "\n-- What they are granted.\n";
+  for (const CapturedAccount& account : capture.accounts) {
+    const std::string grants = grantsOf(account, false) + expiryOf(account);
+    if (!grants.empty()) text += titleOf(account) + grants;
+  }
+  text += "\n-- Grants of single tables, columns and routines, which have to be there: restore the databases first.\n";
+  for (const CapturedAccount& account : capture.accounts) {
+    if (const std::string grants = grantsOf(account, true); !grants.empty()) text += titleOf(account) + grants;
   }
   return text;
 }
@@ -94,15 +109,15 @@ Json toJson(const CapturedAccount& account) {
   } else {
     addText(document, "statement", account.statement);
   }
-  document["grants"] = account.grants;
+  addTexts(document, "grants", account.grants);
   return document;
 }
 
-std::string jsonOf(const std::string& instance, const std::string& sqlMode, const Capture& capture) {
+std::string jsonOf(const std::string& instance, const Capture& capture) {
   Json document;
   document["instance"] = instance;
   document["hexadecimal"] = capture.isHexadecimal;
-  document["sql_mode"] = sqlMode;
+  document["sql_mode"] = plainMode;
   document["accounts"] = Json::array();
   for (const CapturedAccount& account : capture.accounts) document["accounts"].push_back(toJson(account));
   document["left_out"] = Json::array();
@@ -132,9 +147,7 @@ void accounts(Context& context, const Arguments& arguments) {
   Destination output(context, "the file of the accounts", arguments.output);
   ServerSession server(context, arguments.instance);
   const Capture capture = captureAccounts(server, arguments.hexadecimal);
-  std::string sqlMode;
-  server.readVariable("sql_mode", sqlMode);
-  output.write(as == "sql" ? sqlOf(server.instance(), sqlMode, capture) : jsonOf(server.instance(), sqlMode, capture));
+  output.write(as == "sql" ? sqlOf(server.instance(), capture) : jsonOf(server.instance(), capture));
   output.finish();
   tell(context, capture);
 }
@@ -154,8 +167,7 @@ void addAccountsCommand(CLI::App& program, Action& chosen) {
                    "Write into FILE, which only its owner can read; standard output unless given")
       ->type_name("FILE");
   command->add_flag_function(
-      "--hex,!--no-hex",
-      [arguments](std::int64_t on) { arguments->hexadecimal = on > 0 ? Hexadecimal::on : Hexadecimal::off; },
+      "--hex,!--no-hex", [arguments](std::int64_t on) { arguments->hexadecimal = on > 0; },
       "Authentication strings in hexadecimal digits; where the server knows that unless given");
   command->callback([=, &chosen] { chosen = [=](Context& context) { accounts(context, *arguments); }; });
 }

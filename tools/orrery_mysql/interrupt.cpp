@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "failure.h"
 
@@ -70,9 +73,24 @@ void signalChildren(int signal) {
   }
 }
 
+std::vector<int> openSockets() {
+  std::vector<int> sockets;
+  const std::unique_ptr<DIR, int (*)(DIR*)> descriptors(::opendir("/proc/self/fd"), ::closedir);
+  if (!descriptors) return sockets;
+  while (const dirent* entry = ::readdir(descriptors.get())) {  // NOLINT(concurrency-mt-unsafe): own stream
+    int fd = -1;
+    const char* end = entry->d_name + std::strlen(entry->d_name);
+    struct stat status {};
+    if (std::from_chars(entry->d_name, end, fd).ptr == end && ::fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode)) {
+      sockets.push_back(fd);
+    }
+  }
+  return sockets;
+}
+
 }  // namespace
 
-InterruptGuard::InterruptGuard() {
+InterruptGuard::InterruptGuard() : inherited_(openSockets()) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
     throw Failure("signals cannot be handled", errorText(errno));
@@ -115,8 +133,16 @@ void InterruptGuard::forward() const {
     const int count = signalCount;
     if (firstSignal == 0 || (handedOnOnce && count == handedOn)) continue;
     signalChildren(count > 1 ? SIGKILL : firstSignal.load());
+    // A client library waits without limit for its server. Once: whoever puts things away may connect again.
+    if (count > 1 && count != handedOn && finishing == 0) endConnections();
     handedOn = count;
     timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
+  }
+}
+
+void InterruptGuard::endConnections() const {
+  for (const int fd : openSockets()) {
+    if (std::find(inherited_.begin(), inherited_.end(), fd) == inherited_.end()) ::shutdown(fd, SHUT_RDWR);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "orrery/platform/services.h"
 
@@ -17,9 +18,9 @@ namespace orrery::tool {
 /// Lets Ctrl-C, SIGTERM and SIGHUP end the command in its ordinary way, so that sessions put away what they made.
 ///
 /// The signal is remembered and handed on to the running client programs, whose end makes the library return. A second
-/// signal kills them; a third takes its default action at once. After the clean-up `main` lets the first one take its
-/// default action, so that the caller sees the end by signal. Signals that were ignored at the start stay ignored.
-/// At most one object at a time.
+/// signal kills them and ends connections on which a server does not answer; a third takes its default action at once.
+/// After the clean-up `main` lets the first one take its default action, so that the caller sees the end by signal.
+/// Signals that were ignored at the start stay ignored. At most one object at a time.
 class InterruptGuard {
  public:
   InterruptGuard();
@@ -29,7 +30,9 @@ class InterruptGuard {
 
  private:
   void forward() const;
+  void endConnections() const;
 
+  const std::vector<int> inherited_;  // sockets that others may use as well
   OwnFd wake_;
   OwnFd wakeEnd_;
   std::thread forwarder_;

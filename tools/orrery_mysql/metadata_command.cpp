@@ -30,26 +30,56 @@ struct Arguments {
   bool configuration = false;
 };
 
-/// Hands everything that was asked for to the taker.
-void readAll(Context& context, const Arguments& arguments, RecordTaker& taker) {
+/// Servers' numbers of what was dropped meanwhile (ER_BAD_DB_ERROR, ER_NO_SUCH_TABLE).
+bool isGone(int number) {
+  return number == 1049 || number == 1146;
+}
+
+/// Why the session's last operation failed, in one line.
+std::string reasonOf(const ServerSession& server, const std::string& what) {
+  try {
+    server.fail(what);
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+}
+
+/// One of several databases: what cannot be read of it does not keep the others from the result.
+void leaveOut(Context& context, ServerSession& server, const std::string& name, LeftOutDatabases& leftOut) {
+  const std::string what = "no metadata of the database " + name + " of " + server.instance();
+  if (isClientError((*server).iErrorCode)) server.fail(what);
+  leftOut.push_back({name, reasonOf(server, what)});
+  if (!isGone((*server).iErrorCode)) context.setExitStatus(1);
+}
+
+/// Hands everything that was asked for to the taker. What is left out is told.
+LeftOutDatabases readAll(Context& context, const Arguments& arguments, RecordTaker& taker) {
+  LeftOutDatabases leftOut;
   if (arguments.job != 0) {
-    readRecords(context, arguments.job, {arguments.databases.begin(), arguments.databases.end()}, taker);
-    return;
+    leftOut = readRecords(context, arguments.job, {arguments.databases.begin(), arguments.databases.end()}, taker);
+    for (const LeftOutDatabase& one : leftOut) {
+      context.note("the database " + one.name + " is left out, " + one.reason);
+    }
+    return leftOut;
   }
   ServerSession server(context, arguments.instance);
-  server.library(kNothing);
+  server.usePlainStatements(kNothing);
   std::set<std::string> seen;
   for (const std::string& name : chosenNames(server, arguments.databases)) {
     if (!seen.insert(name).second) continue;
-    if (readRecords(server, name, taker) != 0)
-      server.fail("no metadata of the database " + name + " of " + server.instance());
+    if (readRecords(server, name, taker) == 0) continue;
+    if (!arguments.databases.empty()) server.fail("no metadata of the database " + name + " of " + server.instance());
+    leaveOut(context, server, name, leftOut);
+    context.note(leftOut.back().reason);
   }
+  return leftOut;
 }
 
 Json headOf(const std::string& instance, const Arguments& arguments) {
   Json head;
   head["instance"] = instance;
   head["job"] = arguments.job == 0 ? Json(nullptr) : Json(arguments.job);
+  head["sql_mode"] = plainMode;  // of recorded statements as well
   return head;
 }
 
@@ -58,11 +88,12 @@ void writeRecords(Context& context, const std::string& instance, const Arguments
   const std::string& path = *arguments.records;
   Destination destination(context, what, path);
   RecordFile file(destination);
-  readAll(context, arguments, file);
+  const LeftOutDatabases leftOut = readAll(context, arguments, file);
   destination.finish();
   if (path == "-") return;
   Json document = headOf(instance, arguments);
   document["file"] = path;
+  document["left_out"] = toJson(leftOut);
   document["totals"] = toJson(file.totals());
   Table table;
   table.add({"databases", std::to_string(file.totals().databases)});
@@ -74,16 +105,8 @@ void writeRecords(Context& context, const std::string& instance, const Arguments
 void writeJson(Context& context, const std::string& instance, const Arguments& arguments) {
   Destination destination(context, "the document", "-");
   JsonSchema schema(destination, headOf(instance, arguments));
-  readAll(context, arguments, schema);
-  schema.finish();
+  schema.finish(readAll(context, arguments, schema));
   destination.finish();
-}
-
-ClMySqlMetaData collect(ServerSession& server) {
-  ClMySqlMetaData metadata;
-  GetMySqlInfoExt& session = server.library(kNothing);
-  server.runTables(kNothing, [&](GetMySqlInfo&) { return session.CollectMetadata(metadata); });
-  return metadata;
 }
 
 /// What people look at needs no creation statement, which are most of the work.
@@ -96,23 +119,30 @@ void printSummary(Context& context, const Arguments& arguments) {
     return;
   }
   ServerSession server(context, arguments.instance);
-  server.library(kNothing);
+  server.usePlainStatements(kNothing);
+  GetMySqlInfoExt& session = server.library(kNothing);
   const Names names = chosenNames(server, arguments.databases);
-  const ClMySqlMetaData metadata = collect(server);
-  IdxMetadata::MySqlDbInfo ofAny;  // the default engine is the server's, and every account sees this database
-  server.attempt([&](GetMySqlInfo& session) { return session.fillDatabaseInfo("information_schema", &ofAny); });
+  std::string defaultEngine;  // the server's, which comes with every database
   for (const std::string& name : names) {
-    summary.addDatabase(name, ofAny.getstring(3));
-    const auto found = metadata.databases.find(name);
-    if (found == metadata.databases.end()) continue;
-    for (const auto& [table, info] : found->second.tables) summary.addTable(name, table, info.engine);
+    IdxMetadata::MySqlDbInfo info;
+    if (defaultEngine.empty() &&
+        server.attempt([&](GetMySqlInfo&) { return session.fillDatabaseInfo(name, &info); }) == 0) {
+      defaultEngine = info.getstring(3);
+    }
+    ClMySqlDbInfo tables;
+    server.run(kNothing, [&](GetMySqlInfo&) { return session.collectTables(name, tables); });
+    summary.addDatabase(name, defaultEngine);
+    for (const auto& [table, listed] : tables.tables) summary.addTable(name, table, listed.engine);
   }
   context.print(Json(), summary.toTable(withTables));
 }
 
 void printConfiguration(Context& context, const Arguments& arguments) {
   ServerSession server(context, arguments.instance);
-  const ClMySqlMetaData metadata = collect(server);
+  GetMySqlInfoExt& session = server.library(kNothing);
+  ClMySqlMetaData metadata;
+  server.usePlainStatements(kNothing);
+  server.runTables(kNothing, [&](GetMySqlInfo&) { return session.CollectMetadata(metadata); });
   Json document;
   document["instance"] = server.instance();
   document["configuration"] = Json::object();

@@ -1,11 +1,13 @@
 #include "output_file.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -30,6 +32,24 @@ OwnFd unnamedFile(Context& context, const std::string& what) {
   if (!file.valid()) throw Failure(what + " cannot be put together", path + ": " + errorText(errno));
   ::unlink(path.c_str());
   return file;
+}
+
+/// Removes what killed processes left of earlier attempts at the same file: PATH.PID.new.
+void removeLeftovers(const std::string& path) {
+  const std::string begin = path.substr(path.rfind('/') + 1) + ".";
+  constexpr std::string_view end = ".new";
+  std::error_code none;  // a folder that cannot be read keeps them
+  for (std::filesystem::directory_iterator entry(folderOf(path), none), last; !none && entry != last;
+       entry.increment(none)) {
+    const std::string name = entry->path().filename();
+    if (name.size() <= begin.size() + end.size() || !name.starts_with(begin) || !name.ends_with(end)) continue;
+    const std::string_view digits =
+        std::string_view(name).substr(begin.size(), name.size() - begin.size() - end.size());
+    pid_t writer = 0;
+    const auto [stop, error] = std::from_chars(digits.data(), digits.data() + digits.size(), writer);
+    if (error != std::errc() || stop != digits.data() + digits.size() || writer <= 0) continue;
+    if (::kill(writer, 0) != 0 && errno == ESRCH) ::unlink(entry->path().c_str());
+  }
 }
 
 }  // namespace
@@ -82,8 +102,12 @@ Destination::Destination(Context& context, std::string what, const std::string& 
     throw Failure(what_ + " is not written", path + " is there and no regular file", "- stands for standard output");
   }
   std::error_code missing;
+  if (kind == FileKind::missing && std::filesystem::is_symlink(path, missing)) {
+    throw Failure(what_ + " is not written", path + " is a link that leads nowhere", "make what it leads to");
+  }
   const std::string real = std::filesystem::canonical(path, missing);  // a link stays, what it leads to is replaced
   const std::string& place = missing ? path : real;
+  removeLeftovers(place);
   named_.emplace(what_, place, place + "." + std::to_string(::getpid()) + ".new");
 }
 
@@ -93,8 +117,21 @@ void Destination::write(std::string_view text) {
 }
 
 void Destination::flush() {
-  writeWhole(named_ ? named_->file() : spool_, buffer_, what_);
+  writeWhole(file(), buffer_, what_);
+  written_ += static_cast<std::int64_t>(buffer_.size());
   buffer_.clear();
+}
+
+void Destination::cutBack(std::int64_t place) {
+  if (place >= written_) {
+    buffer_.resize(static_cast<std::size_t>(place - written_));
+    return;
+  }
+  buffer_.clear();
+  if (::ftruncate(file().get(), place) != 0 || ::lseek(file().get(), place, SEEK_SET) < 0) {
+    throw Failure(what_ + " is not written", errorText(errno));
+  }
+  written_ = place;
 }
 
 void Destination::finish() {

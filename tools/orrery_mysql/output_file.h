@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,16 +44,21 @@ class Destination {
   Destination(Context& context, std::string what, const std::string& path);
 
   void write(std::string_view text);
+  /// Where the next text goes, and back to such a place: what came behind it was never written.
+  std::int64_t place() const noexcept { return written_ + static_cast<std::int64_t>(buffer_.size()); }
+  void cutBack(std::int64_t place);
   /// All is written; throws Failure when it cannot be kept.
   void finish();
 
  private:
   void flush();
+  const OwnFd& file() const noexcept { return named_ ? named_->file() : spool_; }
 
   std::string what_;
   std::optional<NewFile> named_;
   OwnFd spool_;  // for standard output: a file without a name
   std::string buffer_;
+  std::int64_t written_ = 0;  // bytes in the file
 };
 
 }  // namespace orrery::tool

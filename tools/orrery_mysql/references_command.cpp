@@ -155,9 +155,10 @@ std::string textOf(const Keys& keys, const std::string& instance, const Argument
 void references(Context& context, const Arguments& arguments) {
   const std::string as = resultForm(context, arguments.as, "text");
   ServerSession server(context, arguments.instance);
-  server.library(kNothing);
+  server.usePlainStatements(kNothing);
   const Names databases = arguments.databases.empty() ? Names() : chosenNames(server, arguments.databases);
   Keys keys = arguments.all ? readCatalogue(server) : readMap(server);
+  server.requirePlainStatements(kNothing);
   if (!databases.empty()) keepOnly(keys, databases);
   const auto byParent = [](const mysql::ForeignKey& a, const mysql::ForeignKey& b) {
     return std::tie(a.referencedDatabase, a.referencedTable) < std::tie(b.referencedDatabase, b.referencedTable);

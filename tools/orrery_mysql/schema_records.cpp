@@ -14,6 +14,9 @@
 
 #include "ascii85.h"
 #include "failure.h"
+#include "interrupt.h"
+#include "printable.h"
+#include "progress.h"
 #include "server_session.h"
 #include "text_json.h"
 
@@ -92,7 +95,11 @@ std::optional<std::string> statementOf(const TableRecord& record) {
 }
 
 std::string recordName(const std::string& database, const std::string& table) {
-  return quoted(database) + "." + quoted(table);
+  return recordNameBegin(database) + quoted(table);
+}
+
+std::string recordNameBegin(const std::string& database) {
+  return quoted(database) + ".";
 }
 
 int readRecords(ServerSession& server, const std::string& database, RecordTaker& taker,
@@ -116,47 +123,104 @@ int readRecords(ServerSession& server, const std::string& database, RecordTaker&
   };
   rc = server.attemptTables([&](GetMySqlInfo&) { return session.forEachTableRecord(database, take); }, mayGoOn);
   if (thrown) std::rethrow_exception(thrown);
+  if (rc != 0) taker.drop();
+  if (rc == 0) server.requirePlainStatements("no metadata of the database " + database + " of");
   return rc;
 }
 
-void readRecords(Context& context, long long job, const std::list<std::string>& databases, RecordTaker& taker) {
-  const std::set<std::string> asked(databases.begin(), databases.end());
-  std::set<std::string> missing = asked;
-  bool isEmpty = true;
-  std::exception_ptr thrown;
-  const auto hand = [&](const platform::IndexRecord& record) {
-    isEmpty = false;
-    const bool isDatabase = record.kind == databaseRecordKind;
-    if (!isDatabase && record.kind != tableRecordKind) return;
-    const std::string database = isDatabase ? record.name : databaseIn(record.name);
-    if (!asked.empty() && asked.count(database) == 0) return;
-    missing.erase(database);
-    if (isDatabase) {
-      taker.database(database, record.bytes);
-    } else {
-      taker.table(database, record.bytes);
-    }
-  };
-  const auto take = [&](const platform::IndexRecord& record) {
+namespace {
+
+/// Hands a job's records to a taker. A database's own record is written behind those of its tables, so a database
+/// without one was not read to its end.
+class RecordedDatabases {
+ public:
+  RecordedDatabases(Context& context, long long job, const std::list<std::string>& asked, RecordTaker& taker)
+      : asked_(asked.begin(), asked.end()), taker_(taker), progress_("reading the index", context.wantsProgress()) {
+    std::vector<std::pair<std::string, std::string>> closed;
+    require(context.services().index->listRecords(job, databaseRecordKind, closed), kUnreadable);
+    for (auto& [name, bytes] : closed) whole_.emplace(std::move(name), std::move(bytes));
+    require(context.services().index->eachRecord(job, [&](const auto& record) { return take(record); }), kUnreadable);
+    if (thrown_) std::rethrow_exception(thrown_);
+  }
+
+  bool isEmpty() const noexcept { return whole_.empty() && halves_.empty(); }
+  bool isWithoutWholeOne() const noexcept { return whole_.empty(); }
+  bool holds(const std::string& database) const { return whole_.count(database) != 0; }
+  const std::set<std::string>& halves() const noexcept { return halves_; }
+
+ private:
+  static constexpr const char* kUnreadable = "the metadata of the job cannot be read";
+
+  /// No exception may pass through the port.
+  bool take(const platform::IndexRecord& record) {
     try {
+      if (interruptSignal() != 0) throw Interrupted();
       hand(record);
       return true;
     } catch (...) {
-      thrown = std::current_exception();
+      thrown_ = std::current_exception();
       return false;
     }
-  };
-  require(context.services().index->eachRecord(job, take), "the metadata of the job cannot be read");
-  if (thrown) std::rethrow_exception(thrown);
+  }
+  void hand(const platform::IndexRecord& record) {
+    const bool isDatabase = record.kind == databaseRecordKind;
+    if (!isDatabase && record.kind != tableRecordKind) return;
+    const std::string database = isDatabase ? record.name : databaseIn(record.name);
+    if (!asked_.empty() && asked_.count(database) == 0) return;
+    const auto closing = whole_.find(database);
+    if (closing == whole_.end()) {
+      halves_.insert(database);
+      return;
+    }
+    if (begun_.insert(database).second) {
+      taker_.database(database, closing->second);
+      progress_.change("reading " + printable(database) + " from the index");
+    }
+    if (!isDatabase) taker_.table(database, record.bytes);
+  }
+
+  const std::set<std::string> asked_;
+  RecordTaker& taker_;
+  Progress progress_;
+  std::map<std::string, std::string> whole_;  // the databases' own records
+  std::set<std::string> begun_;
+  std::set<std::string> halves_;
+  std::exception_ptr thrown_;
+};
+
+}  // namespace
+
+LeftOutDatabases readRecords(Context& context, long long job, const std::list<std::string>& databases,
+                             RecordTaker& taker) {
+  const RecordedDatabases recorded(context, job, databases, taker);
   const std::string id = std::to_string(job);
-  if (isEmpty) {
-    throw Failure("there is no metadata of the job " + id, "its backup recorded none",
-                  "orrery-mysql job show " + id + " tells of the job");
+  const std::string next = "orrery-mysql job show " + id + " tells of the job";
+  constexpr const char* half = "its backup ended, or failed, in the middle of it";
+  for (const std::string& name : databases) {
+    if (recorded.holds(name) || recorded.isEmpty()) continue;
+    const bool isHalf = recorded.halves().count(name) != 0;
+    throw Failure("there is no metadata of the database " + name + " of the job " + id,
+                  isHalf ? half : "its backup recorded none",
+                  isHalf ? next : "without --database the command shows what there is");
   }
-  if (!missing.empty()) {
-    throw Failure("there is no metadata of the database " + *missing.begin() + " of the job " + id,
-                  "its backup recorded none", "without --database the command shows what there is");
+  if (recorded.isEmpty()) throw Failure("there is no metadata of the job " + id, "its backup recorded none", next);
+  if (recorded.isWithoutWholeOne()) {
+    throw Failure("there is no metadata of the job " + id,
+                  "its backup ended, or failed, in the middle of the database " + *recorded.halves().begin(), next);
   }
+  LeftOutDatabases leftOut;
+  for (const std::string& name : recorded.halves()) leftOut.push_back({name, half});
+  return leftOut;
+}
+
+Json toJson(const LeftOutDatabases& leftOut) {
+  Json list = Json::array();
+  for (const LeftOutDatabase& one : leftOut) {
+    Json& shown = list.emplace_back();
+    addText(shown, "database", one.name);
+    addText(shown, "reason", one.reason);
+  }
+  return list;
 }
 
 void SchemaTotals::addTable(const std::string& engine) {
@@ -181,6 +245,11 @@ void SchemaSummary::table(const std::string& database, const std::string& bytes)
 
 void SchemaSummary::addDatabase(const std::string& name, const std::string& defaultEngine) {
   schemas_[name].defaultEngine = defaultEngine;
+  last_ = name;
+}
+
+void SchemaSummary::drop() {
+  schemas_.erase(last_);
 }
 
 void SchemaSummary::addTable(const std::string& database, const std::string& name, const std::string& engine) {
@@ -214,10 +283,17 @@ JsonSchema::JsonSchema(Destination& destination, const Json& head) : destination
 }
 
 void JsonSchema::closeDatabase() {
-  if (totals_.databases > 0) destination_.write(isFirstTable_ ? "]}" : "\n    ]}");
+  if (state_.totals.databases > 0) destination_.write(state_.isFirstTable ? "]}" : "\n    ]}");
+}
+
+void JsonSchema::drop() {
+  destination_.cutBack(placeBefore_);
+  state_ = before_;
 }
 
 void JsonSchema::database(const std::string& name, const std::string& bytes) {
+  placeBefore_ = destination_.place();
+  before_ = state_;
   closeDatabase();
   const DatabaseRecord record = databaseRecordOf(bytes);
   Json shown;
@@ -226,8 +302,8 @@ void JsonSchema::database(const std::string& name, const std::string& bytes) {
   addText(shown, "statement", record.statement);
   std::string text = dumped(shown);
   text.pop_back();
-  destination_.write((totals_.databases++ == 0 ? "\n    " : ",\n    ") + text + ",\"tables\":[");
-  isFirstTable_ = true;
+  destination_.write((state_.totals.databases++ == 0 ? "\n    " : ",\n    ") + text + ",\"tables\":[");
+  state_.isFirstTable = true;
 }
 
 void JsonSchema::table(const std::string&, const std::string& bytes) {
@@ -240,14 +316,15 @@ void JsonSchema::table(const std::string&, const std::string& bytes) {
   } else {
     shown["statement"] = nullptr;
   }
-  destination_.write((std::exchange(isFirstTable_, false) ? "\n      " : ",\n      ") + dumped(shown));
-  totals_.addTable(record.engine);
+  destination_.write((std::exchange(state_.isFirstTable, false) ? "\n      " : ",\n      ") + dumped(shown));
+  state_.totals.addTable(record.engine);
 }
 
-void JsonSchema::finish() {
+void JsonSchema::finish(const LeftOutDatabases& leftOut) {
   closeDatabase();
-  const std::string totals = dumped(toJson(totals_));
-  destination_.write((totals_.databases == 0 ? "],\n  \"totals\": " : "\n  ],\n  \"totals\": ") + totals + "\n}\n");
+  destination_.write(state_.totals.databases == 0 ? "]" : "\n  ]");
+  destination_.write(",\n  \"left_out\": " + dumped(toJson(leftOut)) +
+                     ",\n  \"totals\": " + dumped(toJson(state_.totals)) + "\n}\n");
 }
 
 void RecordFile::write(std::uint32_t field, const std::string& bytes) {
@@ -261,6 +338,8 @@ void RecordFile::write(std::uint32_t field, const std::string& bytes) {
 }
 
 void RecordFile::database(const std::string&, const std::string& bytes) {
+  placeBefore_ = destination_.place();
+  before_ = totals_;
   write(1, bytes);
   ++totals_.databases;
 }
@@ -268,6 +347,11 @@ void RecordFile::database(const std::string&, const std::string& bytes) {
 void RecordFile::table(const std::string&, const std::string& bytes) {
   write(2, bytes);
   totals_.addTable(tableRecordOf(bytes).engine);
+}
+
+void RecordFile::drop() {
+  destination_.cutBack(placeBefore_);
+  totals_ = before_;
 }
 
 }  // namespace orrery::tool

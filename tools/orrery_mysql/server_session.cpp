@@ -27,9 +27,9 @@ std::string settingOf(Context& context, const char* key) {
 
 class [[nodiscard]] Watched {
  public:
-  Watched(GetMySqlInfoExt& session, std::function<bool(const std::string&, std::size_t)> watcher) : session_(session) {
-    session_.watchTables(std::move(watcher));
-  }
+  using Watcher = std::function<bool(const std::string&, const std::string&, std::size_t)>;
+
+  Watched(GetMySqlInfoExt& session, Watcher watcher) : session_(session) { session_.watchTables(std::move(watcher)); }
   ~Watched() { session_.watchTables({}); }
   Watched(const Watched&) = delete;
   Watched& operator=(const Watched&) = delete;
@@ -64,7 +64,7 @@ void ServerSession::open(bool commandMode) {
 }
 
 void ServerSession::fail(const std::string& what) const {
-  throwSessionFailure(context_, record_, *session_, what);
+  throwSessionFailure(context_, record_, *session_, atHand_.empty() ? what : what + ", at the table " + atHand_);
 }
 
 int ServerSession::attempt(const Operation& operation) {
@@ -72,6 +72,7 @@ int ServerSession::attempt(const Operation& operation) {
   {
     Progress progress("waiting for " + record_.name, context_.wantsProgress());
     progress_ = &progress;
+    atHand_.clear();
     session_->clearErrors();
     rc = operation(*session_);
     progress_ = nullptr;
@@ -82,7 +83,8 @@ int ServerSession::attempt(const Operation& operation) {
 
 int ServerSession::attemptTables(const Operation& operation, const std::function<bool()>& mayGoOn) {
   GetMySqlInfoExt& session = library("no tables of");
-  const Watched whileItRuns(session, [&](const std::string& database, std::size_t tables) {
+  const Watched whileItRuns(session, [&](const std::string& database, const std::string& table, std::size_t tables) {
+    atHand_ = table.empty() ? table : database + "." + table;
     if (progress_ != nullptr) {
       progress_->change("reading " + printable(database) + ", table " + std::to_string(tables + 1) + ",");
     }
@@ -105,6 +107,20 @@ GetMySqlInfoExt& ServerSession::library(const std::string& what) {
 
 void ServerSession::run(const std::string& what, const Operation& operation) {
   if (attempt(operation) != 0) fail(what + " " + record_.name);
+}
+
+void ServerSession::usePlainStatements(const std::string& what) {
+  GetMySqlInfoExt& session = library(what);
+  run(what,
+      [&](GetMySqlInfo&) { return session.runExeQuery(std::string("SET SESSION sql_mode='") + plainMode + "'"); });
+}
+
+void ServerSession::requirePlainStatements(const std::string& what) {
+  std::string mode;
+  readVariable("sql_mode", mode);
+  if (mode == plainMode) return;
+  throw Failure(what + " " + record_.name, "the connection was lost meanwhile and made again in another sql_mode",
+                "run the command again");
 }
 
 bool ServerSession::readVariable(const std::string& name, std::string& value) {

@@ -41,9 +41,15 @@ class ServerSession {
   /// The session in library mode. In command mode, which offers only part of the operations, throws Failure; `what`
   /// says what there is not, in front of the instance's name.
   GetMySqlInfoExt& library(const std::string& what);
+  /// Has the server print statements, and read the library's, without any mode of its own: some modes leave out keys
+  /// and options, others exchange the quotes that the library looks for. Library mode only. `what` as in `run`.
+  void usePlainStatements(const std::string& what);
+  /// Throws Failure when that holds no longer: a connection that was lost and made again has the server's mode.
+  void requirePlainStatements(const std::string& what);
   /// Reads a variable by its name. False when the server has none of that name.
   bool readVariable(const std::string& name, std::string& value);
-  /// Throws Failure with what the session knows of its last failure, or Interrupted. `what` says what failed.
+  /// Throws Failure with what the session knows of its last failure and the table at hand, or Interrupted. `what` says
+  /// what failed.
   [[noreturn]] void fail(const std::string& what) const;
 
  private:
@@ -54,7 +60,11 @@ class ServerSession {
   bool commandMode_ = true;
   std::unique_ptr<GetMySqlInfo> session_;
   Progress* progress_ = nullptr;  ///< of the operation that runs
+  std::string atHand_;            ///< the table that the operation asked for last
 };
+
+/// The sql_mode under which statements are printed.
+inline constexpr const char* plainMode = "";
 
 /// A number of the client library's own (errmsg.h): the server was not reached.
 constexpr bool isClientError(int number) {

@@ -1,5 +1,8 @@
 #include "text_json.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "printable.h"
 
 namespace orrery::tool {
@@ -22,6 +25,13 @@ std::string hexDigits(std::string_view bytes) {
 void addText(Json& object, const std::string& key, const std::string& text) {
   object[key] = text;
   if (!isUtf8(text)) object[key + "_hex"] = hexDigits(text);
+}
+
+void addTexts(Json& object, const std::string& key, const std::vector<std::string>& texts) {
+  object[key] = texts;
+  Json digits = Json::array();
+  for (const std::string& text : texts) digits.push_back(isUtf8(text) ? Json(nullptr) : Json(hexDigits(text)));
+  if (!std::all_of(texts.begin(), texts.end(), isUtf8)) object[key + "_hex"] = std::move(digits);
 }
 
 std::string dumped(const Json& json, int indent) {

@@ -159,6 +159,9 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int FetchTableList(std::string db, std::list<std::string>& tables);
   /// Name, creation statement and the server's default engine of one database. `record` changes only on success.
   int fillDatabaseInfo(std::string db, IdxMetadata::MySqlDbInfo* record) override;
+  /// The tables of `db` of which `fillTableInfoForDataBase` makes records, with their engines, added to `tables`: all
+  /// but views, so sequences and system-versioned tables too. One statement.
+  int collectTables(const std::string& db, ClMySqlDbInfo& tables);
   /// Appends one serialized IdxMetadata::MySqlMetaData for each table of `db`, in the server's order, without its
   /// views. 0 with nothing appended for a database without tables, and for none of that name. A failure leaves what was
   /// appended until then; a table that was dropped meanwhile is one (1146).
@@ -181,11 +184,11 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   int collectForeignKeys(std::vector<orrery::mysql::ForeignKey>& keys);
 
   /// Told of operations that ask the server table by table (fillTableInfoForDataBase, forEachTableRecord,
-  /// CollectChildTableData): the database at hand and how many tables were done in the operation, before each table's
-  /// statement. CollectMetadata asks for many at once: it is told before each database, and of nothing where
-  /// information_schema can be selected. False ends the operation with 1, logged, with nothing undone. Empty: nobody is
-  /// told. It must not use this session.
-  void watchTables(std::function<bool(const std::string& db, std::size_t tables)> watcher);
+  /// CollectChildTableData): database and table at hand and how many tables were done in the operation, before each
+  /// table's statement. CollectMetadata asks for many at once: it is told before each database, without a table, and of
+  /// nothing where information_schema can be selected. False ends the operation with 1, logged, with nothing undone.
+  /// Empty: nobody is told. It must not use this session.
+  void watchTables(std::function<bool(const std::string& db, const std::string& table, std::size_t tables)> watcher);
 
   // Accounts. An account is "`user`@`host`", as `getUsers` makes it; the parts are not escaped. Where a name holds a
   // back-tick the text is no account: the server refuses it with 1064 or, with a comment sign in the name, answers
@@ -256,5 +259,5 @@ class ORRERY_MYSQL_EXPORT GetMySqlInfoExt : public GetMySqlInfo {
   DZPlatformInfo m_platformInfo;
   std::unique_ptr<MySqlInterface> m_Conn;
   std::map<std::string, std::string> m_dataPaths;
-  std::function<bool(const std::string&, std::size_t)> m_tableWatcher;
+  std::function<bool(const std::string&, const std::string&, std::size_t)> m_tableWatcher;
 };

@@ -314,6 +314,9 @@ class Index {
   /// Hands over a job's records of every kind one by one, in the order in which they were added, until `take` returns
   /// false. It must use no port and throw nothing.
   virtual Status eachRecord(long long jobId, const std::function<bool(const IndexRecord& record)>& take) = 0;
+  /// Removes the records of a job and a kind whose names begin with `nameBegin`; all of them or, after a failure, none.
+  /// None being there is a success.
+  virtual Status removeRecords(long long jobId, const std::string& kind, const std::string& nameBegin) = 0;
 };
 
 /// One image or file on the media.
