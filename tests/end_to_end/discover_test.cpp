@@ -243,6 +243,8 @@ TEST_F(DiscoverTest, WhatOthersCanChangeIsNotRegistered) {
   const RunningProgram stranger(std::vector<std::string>{
       directory_ / "mysqld", "-q", "-f", "/dev/null", "--pid=" + std::to_string(::getpid()), "--", "--basedir=" + half,
       "--socket=" + half + "/s.sock", "--port=1", "--defaults-file=" + half + "/my.cnf"});
+  const std::string line = "/proc/" + std::to_string(stranger.pid()) + "/cmdline";
+  ASSERT_TRUE(waitUntil([&] { return readFile(line).find("s.sock") != std::string::npos; }));
   const ProgramResult result = run({"--format", "json", "discover", "--register"});
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
   std::string name;
