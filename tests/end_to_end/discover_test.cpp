@@ -248,9 +248,11 @@ TEST_F(DiscoverTest, WhatOthersCanChangeIsNotRegistered) {
   const ProgramResult result = run({"--format", "json", "discover", "--register"});
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
   std::string name;
-  for (const Json& record : Json::parse(result.output)["instances"]) {
-    if (record["socket"] == half + "/s.sock") name = record["instance"];
+  const Json document = Json::parse(result.output);
+  for (const Json& record : document["instances"]) {
+    if (record["socket"] == half + "/s.sock") name = record["instance"].get<std::string>();
   }
+  ASSERT_NE(name, "") << result.errors;
   const Json shown = runJson({"instance", "show", name});
   EXPECT_EQ(shown["socket"], half + "/s.sock");
   EXPECT_EQ(shown["binary_path"], "/usr/bin");
