@@ -243,12 +243,16 @@ TEST_F(DiscoverTest, WhatOthersCanChangeIsNotRegistered) {
   const RunningProgram stranger(std::vector<std::string>{
       directory_ / "mysqld", "-q", "-f", "/dev/null", "--pid=" + std::to_string(::getpid()), "--", "--basedir=" + half,
       "--socket=" + half + "/s.sock", "--port=1", "--defaults-file=" + half + "/my.cnf"});
+  const std::string line = "/proc/" + std::to_string(stranger.pid()) + "/cmdline";
+  ASSERT_TRUE(waitUntil([&] { return readFile(line).find("s.sock") != std::string::npos; }));
   const ProgramResult result = run({"--format", "json", "discover", "--register"});
   ASSERT_EQ(result.exitStatus, 0) << result.errors;
   std::string name;
-  for (const Json& record : Json::parse(result.output)["instances"]) {
-    if (record["socket"] == half + "/s.sock") name = record["instance"];
+  const Json document = Json::parse(result.output);
+  for (const Json& record : document["instances"]) {
+    if (record["socket"] == half + "/s.sock") name = record["instance"].get<std::string>();
   }
+  ASSERT_NE(name, "") << result.errors;
   const Json shown = runJson({"instance", "show", name});
   EXPECT_EQ(shown["socket"], half + "/s.sock");
   EXPECT_EQ(shown["binary_path"], "/usr/bin");

@@ -29,7 +29,8 @@ using State = RegistrationOutcome::State;
 using Kind = mysql::RegistrationDecision::Kind;
 
 constexpr int mostAttempts = 5;
-constexpr const char* notByThese = "the inventory does not take what it could be told by again";
+constexpr const char* notByThese =
+    "its record has no socket, and no port with a data folder, by which it could be told again";
 
 /// The path without links; as it is where there is nothing.
 std::string resolved(const std::string& path) {
