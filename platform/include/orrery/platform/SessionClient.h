@@ -23,6 +23,7 @@ class ORRERY_PLATFORM_EXPORT SessionClient {
   explicit SessionClient(std::int64_t timeoutMilliseconds = 30'000) : timeout_(timeoutMilliseconds) {}
   SessionClient(const SessionClient&) = delete;
   SessionClient& operator=(const SessionClient&) = delete;
+  ~SessionClient() = default;
 
   /// Connects to the service below `temporaryDirectory` and announces itself. statusNotFound when nobody serves that
   /// name; statusFailed when the server refuses or does not speak this protocol.
