@@ -46,7 +46,7 @@ int MySqlSBTUtils::runThroughShell(const std::string& command, int& rc) {
   const std::string line =
       orrery::mysql::sbt::formatted("export LD_LIBRARY_PATH=%s; %s", shellWord(home).c_str(), command.c_str());
   event_.Debug(tag, "Executing command [%s]", line.c_str());
-  rc = std::system(line.c_str());
+  rc = std::system(line.c_str());  // NOLINT(concurrency-mt-unsafe): the C library's is safe
   // Kept: a negative result, of a shell that could not be started, is no failure; callers look at `rc`.
   if (rc <= 0) return 0;
   event_.Error(tag, "Failed to run the command [%s]", command.c_str());

@@ -69,6 +69,8 @@ struct SBTParams {
 class ORRERY_MYSQL_EXPORT MySqlSBTHandler : public DBAgentUtils::DzDbAgentSessionHandler {
  public:
   MySqlSBTHandler();
+  MySqlSBTHandler(const MySqlSBTHandler&) = delete;
+  MySqlSBTHandler& operator=(const MySqlSBTHandler&) = delete;
   ~MySqlSBTHandler() override;
 
   CKyError OnClientConnect(CDzNetwork* network, long long session, CDzNetworkServer* server) override;

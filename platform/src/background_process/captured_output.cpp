@@ -1,6 +1,7 @@
 #include "captured_output.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace orrery::platform::background {
 namespace {
@@ -26,20 +27,31 @@ void CapturedOutput::append(std::string_view bytes) {
 
 /// Looks for lines that tell an error. All others pass without a copy, but for the last one, which may go on.
 void CapturedOutput::follow(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const std::size_t end = bytes.find('\n');
-    const std::string_view part = bytes.substr(0, end);
-    const bool ended = end != std::string_view::npos;
-    if (!ended || !line_.empty() || part.substr(0, errorPrefix.size()) == errorPrefix)
-      line_.append(part.substr(0, longestLine - line_.size()));
-    if (!ended) return;
-    if (line_.compare(0, errorPrefix.size(), errorPrefix) == 0) {
-      lastError_.swap(line_);
-      dropCarriageReturn(lastError_);
-    }
-    line_.clear();
-    bytes.remove_prefix(end + 1);
+  const std::size_t firstEnd = bytes.find('\n');
+  line_.append(bytes.substr(0, std::min(firstEnd, longestLine - line_.size())));
+  if (firstEnd == std::string_view::npos) return;
+  keepLastError(line_);
+  bytes.remove_prefix(firstEnd + 1);
+  if (const std::size_t lastEnd = bytes.rfind('\n'); lastEnd != std::string_view::npos) {
+    keepLastError(bytes.substr(0, lastEnd));
+    bytes.remove_prefix(lastEnd + 1);
   }
+  line_ = bytes.substr(0, longestLine);
+}
+
+void CapturedOutput::keepLastError(std::string_view lines) {
+  constexpr std::string_view mark = "\nERROR:";
+  static_assert(mark.substr(1) == errorPrefix);
+  std::size_t found = lines.substr(0, errorPrefix.size()) == errorPrefix ? 0 : std::string_view::npos;
+  std::string_view rest = lines;
+  while (const void* const at = memmem(rest.data(), rest.size(), mark.data(), mark.size())) {
+    found = static_cast<std::size_t>(static_cast<const char*>(at) - lines.data()) + 1;
+    rest = lines.substr(found);
+  }
+  if (found == std::string_view::npos) return;
+  const std::string_view line = lines.substr(found);
+  lastError_ = line.substr(0, std::min(line.find('\n'), longestLine));
+  dropCarriageReturn(lastError_);
 }
 
 std::string_view CapturedOutput::tail() const {

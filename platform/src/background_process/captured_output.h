@@ -23,6 +23,8 @@ class CapturedOutput {
 
  private:
   void follow(std::string_view bytes);
+  /// Of whole lines, without the end of the last one.
+  void keepLastError(std::string_view lines);
   std::string_view tail() const;
 
   std::string head_;

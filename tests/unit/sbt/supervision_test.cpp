@@ -26,6 +26,10 @@ std::size_t threads() {
 
 class SupervisionTest : public SbtTest {
  protected:
+  // A sanitizer starts a thread of its own with the first one.
+  static void SetUpTestSuite() {
+    std::thread([] {}).join();
+  }
   void SetUp() override {
     SbtTest::SetUp();
     jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);

@@ -57,6 +57,7 @@ class ORRERY_PLATFORM_EXPORT dzsDatabuf_v2 {
   explicit dzsDatabuf_v2(const SbtProgressMessage& message);
   dzsDatabuf_v2(const dzsDatabuf_v2&) = delete;
   dzsDatabuf_v2& operator=(const dzsDatabuf_v2&) = delete;
+  ~dzsDatabuf_v2() = default;
 
   /// Takes a payload apart. False when it is not one of a message with this code.
   bool assign(std::uint32_t code, std::string_view payload);

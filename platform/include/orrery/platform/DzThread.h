@@ -11,6 +11,8 @@
 class ORRERY_PLATFORM_EXPORT DzException : public std::runtime_error {
  public:
   DzException(int error, const std::string& text);
+  DzException(const DzException&) = default;
+  DzException& operator=(const DzException&) = default;
   ~DzException() override;
   int getErrno() const noexcept { return error_; }
 
