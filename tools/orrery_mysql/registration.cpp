@@ -38,7 +38,7 @@ std::string valueOf(const platform::InstanceRecord& record, const char* key) {
 
 /// The port that an instance is known by: discovery's, else that of its address.
 std::string portOf(const platform::InstanceRecord& record) {
-  const std::string port = valueOf(record, property::port);
+  std::string port = valueOf(record, property::port);
   const std::string socket = valueOf(record, property::socketFile);
   if (!port.empty() || socket.empty() || socket.front() == '/') return port;
   return socket.substr(socket.find(':') + 1);
