@@ -206,7 +206,7 @@ class RealHost : public Host {
       if (entry == nullptr) break;
       const std::string name = entry->d_name;
       if (name.size() > 4 && name.compare(name.size() - 4, 4, ".cnf") == 0) {
-        files.push_back(FXPath::Append(folder, name));
+        files.push_back(FXPath::Append(folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder, name));
       }
     }
     std::sort(files.begin(), files.end());
