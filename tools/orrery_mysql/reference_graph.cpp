@@ -10,7 +10,7 @@ namespace orrery::tool {
 namespace {
 
 /// In a quoted string of a label a backslash begins an escape, "&" a character by name, and only the quote ends it.
-std::string quoted(std::string_view text) {
+std::string dotString(std::string_view text) {
   std::string result = "\"";
   for (const char c : printable(text)) {
     if (c == '"' || c == '\\') result += '\\';
@@ -48,9 +48,9 @@ std::string dotText(const std::vector<mysql::ForeignKey>& keys) {
   const Nodes nodes = nodesOf(keys);
   std::size_t cluster = 0;
   for (const auto& [database, tables] : nodes) {
-    text += "  subgraph cluster_" + std::to_string(++cluster) + " {\n    label=" + quoted(database) + ";\n";
+    text += "  subgraph cluster_" + std::to_string(++cluster) + " {\n    label=" + dotString(database) + ";\n";
     for (const auto& [table, node] : tables) {
-      text += "    t" + std::to_string(node) + " [label=" + quoted(table) + "];\n";
+      text += "    t" + std::to_string(node) + " [label=" + dotString(table) + "];\n";
     }
     text += "  }\n";
   }
@@ -59,7 +59,7 @@ std::string dotText(const std::vector<mysql::ForeignKey>& keys) {
             std::to_string(nodes.at(key.referencedDatabase).at(key.referencedTable));
     if (!key.name.empty()) {
       text +=
-          " [label=" + quoted(key.name + ": (" + joined(key.columns) + ") -> (" + joined(key.referencedColumns) + ")") +
+          " [label=" + dotString(key.name + ": (" + joined(key.columns) + ") -> (" + joined(key.referencedColumns) + ")") +
           "]";
     }
     text += ";\n";
