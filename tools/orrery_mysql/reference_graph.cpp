@@ -58,9 +58,8 @@ std::string dotText(const std::vector<mysql::ForeignKey>& keys) {
     text += "  t" + std::to_string(nodes.at(key.database).at(key.table)) + " -> t" +
             std::to_string(nodes.at(key.referencedDatabase).at(key.referencedTable));
     if (!key.name.empty()) {
-      text +=
-          " [label=" + dotString(key.name + ": (" + joined(key.columns) + ") -> (" + joined(key.referencedColumns) + ")") +
-          "]";
+      text += " [label=" +
+              dotString(key.name + ": (" + joined(key.columns) + ") -> (" + joined(key.referencedColumns) + ")") + "]";
     }
     text += ";\n";
   }
