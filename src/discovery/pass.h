@@ -2,13 +2,13 @@
 
 #include <sys/types.h>
 
-#include <compare>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -27,7 +27,9 @@ struct ForeignRuns {
     dev_t device;
     ino_t inode;
     uid_t uid;
-    auto operator<=>(const Program&) const = default;
+    bool operator<(const Program& other) const {
+      return std::tie(device, inode, uid) < std::tie(other.device, other.inode, other.uid);
+    }
   };
   struct Answer {
     bool succeeded;

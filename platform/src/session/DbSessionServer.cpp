@@ -18,7 +18,7 @@ namespace DBAgentUtils {
 namespace {
 
 constexpr std::int64_t ordinaryIdleSeconds = 120;
-constexpr std::int64_t mostIdleSeconds = 24 * 3600;
+constexpr std::int64_t mostIdleSeconds = 86400;
 
 CKyError idleSecondsOfSettings(std::int64_t& seconds) {
   std::optional<std::string> text;
@@ -60,14 +60,12 @@ CKyError DbSessionServer::StartSessionServer(const std::string& serviceName, Idl
     served_ = serviceName;
     servingThread_ = std::this_thread::get_id();
   }
-  struct Leaving {
-    DbSessionServer& server;
-    ~Leaving() {
-      const std::lock_guard held(server.mutex_);
-      server.served_.clear();
-      server.left_.notify_all();
-    }
-  } const leaving{*this};
+  const auto leave = [](DbSessionServer* server) {
+    const std::lock_guard held(server->mutex_);
+    server->served_.clear();
+    server->left_.notify_all();
+  };
+  const std::unique_ptr<DbSessionServer, decltype(leave)> leaving(this, leave);
 
   Serving::Plan plan;
   plan.serviceName = serviceName;

@@ -11,7 +11,7 @@ constexpr std::size_t portion = 16384;
 
 /// Handlers get a number in the place of a handle; it is never followed.
 DznHandle_t handleOf(std::uint64_t number) {
-  return reinterpret_cast<DznHandle_t>(static_cast<std::uintptr_t>(number));
+  return reinterpret_cast<DznHandle_t>(static_cast<std::uintptr_t>(number));  // NOLINT(performance-no-int-to-ptr)
 }
 
 bool isPassing(int error) {
