@@ -41,7 +41,7 @@ std::string homeToUse() {
   // other library can stand in for, as one could for what is exported.
   if (::dladdr(reinterpret_cast<const void*>(&homeToUse), &info) != 0 && info.dli_fname != nullptr) {
     std::error_code error;
-    const std::string folder = std::filesystem::absolute(info.dli_fname, error).parent_path().string();
+    std::string folder = std::filesystem::absolute(info.dli_fname, error).parent_path().string();
     if (!error && isMeantAsHome(folder)) return folder;
   }
   return platform::defaultHome();

@@ -10,7 +10,7 @@ using namespace orrery::libobk;
 
 namespace {
 
-static_assert(sizeof(Context) <= 1024 * 1024);
+static_assert(sizeof(Context) <= std::size_t{1} << 20);
 
 // The interface has no const; nobody writes to these.
 Ulong interfaceVersion = 0x0200;
