@@ -19,36 +19,20 @@
 #include "orrery/platform/DzProcess.h"
 #include "orrery/platform/posix.h"
 
+#include "child_pipe.h"
+
 namespace {
 
 using orrery::platform::aboveStandardStreams;
 using orrery::platform::errorText;
+using orrery::platform::Obstacle;
 using orrery::platform::OwnFd;
+using orrery::platform::Pipe;
 
 constexpr std::size_t bufferSize = std::size_t{16} * 1024;
 constexpr int signalBase = 128;  // as shells count
 constexpr int lookEvery = 100;   // milliseconds
 constexpr int looksOfGrace = 10;
-
-/// Why the program was not started; travels over a pipe that exec closes. The text is a literal.
-struct Obstacle {
-  const char* step = nullptr;
-  int error = 0;
-};
-
-struct Pipe {
-  OwnFd reading;
-  OwnFd writing;
-
-  bool make() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return false;
-    reading = OwnFd(aboveStandardStreams(ends[0]));
-    writing = OwnFd(aboveStandardStreams(ends[1]));
-    // Only our own end: a program may not expect that its output is full for a moment.
-    return reading && writing && fcntl(reading.get(), F_SETFL, O_NONBLOCK) == 0;
-  }
-};
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;

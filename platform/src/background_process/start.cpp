@@ -14,6 +14,7 @@
 
 #include "orrery/platform/arguments.h"
 
+#include "../child_pipe.h"
 #include "../sanitized.h"
 
 namespace orrery::platform::background {
@@ -22,26 +23,6 @@ namespace {
 constexpr std::size_t largestGroupEntry = std::size_t{1024} * 1024;
 /// In builds with a sanitizer nobody waits for exec but us.
 constexpr int longestStart = isSanitized ? 30000 : 0;
-
-/// Why the program was not started; travels over a pipe that exec closes. The text is a literal.
-struct Obstacle {
-  const char* step = nullptr;
-  int error = 0;
-};
-
-struct Pipe {
-  OwnFd reading;
-  OwnFd writing;
-
-  bool make() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return false;
-    reading = OwnFd(aboveStandardStreams(ends[0]));
-    writing = OwnFd(aboveStandardStreams(ends[1]));
-    // Only our own end: a program may not expect that its output is full for a moment.
-    return reading && writing && fcntl(reading.get(), F_SETFL, O_NONBLOCK) == 0;
-  }
-};
 
 struct Plan {
   explicit Plan(const Command& from) : command(from) {
