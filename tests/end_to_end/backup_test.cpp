@@ -37,7 +37,7 @@ class BackupTest : public ReplicaPairTest {
   }
   static void makeOnBoth(const std::string& database) {
     primary().execute("create database " + database + "; create table " + database + ".t (a int primary key)");
-    ASSERT_TRUE(waitUntil([&] { return replica().execute("show databases like '" + database + "'") != ""; }));
+    awaitReplica();
   }
 };
 
@@ -75,7 +75,7 @@ TEST_F(BackupTest, FindsWhatToProtectWhileTheReplicaIsHeld) {
 
   // The next one knows the databases; what discovery added goes with its database, in silence for the user's own.
   primary().execute("drop database shop");
-  ASSERT_TRUE(waitUntil([&] { return replica().execute("show databases like 'shop'").empty(); }));
+  awaitReplica();
   const Json second = runJson(backup({"--level", "incremental"}));
   EXPECT_THAT(second["databases"]["added"], IsEmpty());
   EXPECT_EQ(second["databases"]["removed"], Json({"shop"}));
@@ -193,7 +193,6 @@ TEST_F(GatedBackupTest, AKilledBackupIsSeenToHaveDiedAndItsHoldIsReleased) {
 
 TEST_F(GatedBackupTest, AReplicaThatDoesNotGoOnByItselfIsToldOf) {
   makeOnBoth("shop");
-  ASSERT_TRUE(waitUntil([] { return !replica().execute("show tables in shop").empty(); }));
   const ProgramResult result = runThrough(moments[1], [](pid_t) {
     replica().execute("set sql_log_bin = 0; insert into shop.t values (1)");
     primary().execute("insert into shop.t values (1)");

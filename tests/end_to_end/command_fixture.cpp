@@ -134,6 +134,13 @@ std::string ReplicaPairTest::counter() const {
   return text.empty() ? "0" : text;
 }
 
+void ReplicaPairTest::awaitReplica() {
+  std::string position = primary_->execute("select @@global.gtid_binlog_pos");
+  position.pop_back();
+  EXPECT_EQ(replica_->execute("select master_gtid_wait('" + position + "', 20)"), "0\n")
+      << replica_->execute("show slave status");
+}
+
 bool ReplicaPairTest::runs() {
   return replica_->execute("select count(*) from information_schema.processlist where command like 'Slave_%'") == "2\n";
 }

@@ -80,6 +80,8 @@ class ReplicaPairTest : public CommandTest {
   static MariaDbSandbox& replica() { return *replica_; }
   /// Whether both threads of the replica run.
   static bool runs();
+  /// Waits until the replica has applied all that the primary has written.
+  static void awaitReplica();
   /// What the counter of those who hold the replica says; "0" also before the first of them.
   std::string counter() const;
 

@@ -324,7 +324,7 @@ class RecordedMetadataTest : public ReplicaPairTest {
   void SetUp() override {
     ReplicaPairTest::SetUp();
     primary().execute("create or replace database shop; create table shop.t (a int); create table shop.u (a int)");
-    ASSERT_TRUE(waitUntil([] { return replica().execute("show tables in shop") == "t\nu\n"; }));
+    awaitReplica();
     ASSERT_EQ(run({"databases", "add", "db", "shop"}).exitStatus, 0);
   }
   void TearDown() override {
@@ -406,7 +406,7 @@ TEST_F(RecordedMetadataTest, OfABackupThatWasKilledIsNotTakenForWholeAndGoesWith
 
 TEST_F(RecordedMetadataTest, ThatFailsIsACauseAndTheBackupGoesOn) {
   addPortion(primary());
-  ASSERT_TRUE(waitUntil([] { return replica().execute("show tables in shop like 'a79'") == "a79\n"; }));
+  awaitReplica();
   const ProgramResult result = backupThrough([](pid_t) {
     replica().execute("set sql_log_bin = 0; drop table shop.u");
     return StatementGate::Then::handOn;
