@@ -47,7 +47,7 @@ void dd(const Work& work, const std::string& from, const std::string& to, const 
 void checksumAsMuch(const Work& work) {
   const std::string block(work.blockSize, '\0');
   std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < work.blocks; ++i) sum += orrery::libobk::checksum(block.data(), block.size());
+  for (std::size_t i = 0; i < work.blocks; ++i) sum += orrery::media::checksum(block.data(), block.size());
   require(sum != 1, "checksums");
 }
 

@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "libobk/image_format.h"
-#include "libobk/image_name.h"
+#include "media/image_format.h"
+#include "media/image_name.h"
 
 namespace {
 
-using namespace orrery::libobk;
+using namespace orrery::media;
 
 void require(bool condition) {
   if (!condition) std::abort();

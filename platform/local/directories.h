@@ -13,6 +13,7 @@ struct HomePaths {
   std::string temporary() const { return root + "/tmp"; }
   std::string results() const { return root + "/results"; }
   std::string log() const { return root + "/log"; }
+  std::string media() const { return root + "/media"; }
   std::string store() const { return root + "/store.db"; }
 
   const std::string root;

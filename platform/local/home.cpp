@@ -10,6 +10,7 @@
 
 #include "orrery/platform/CKyDirectory.h"
 
+#include "archive_store.h"
 #include "clock.h"
 #include "directories.h"
 #include "holder_store.h"
@@ -114,7 +115,7 @@ std::shared_ptr<const Services> openServices(const HomePaths& paths) {
   opened->vault = std::make_shared<Vault>(paths.root);
   opened->jobs = std::make_shared<JobStore>(database);
   opened->index = std::make_shared<IndexStore>(database);
-  opened->archive = std::make_shared<ArchiveStore>(database);
+  opened->archive = std::make_shared<ArchiveStore>(database, paths.media());
   opened->proxies = std::make_shared<ProxySettings>(opened->settings);
   opened->holders = std::make_shared<HolderStore>(database);
   opened->clock = std::make_shared<SystemClock>();

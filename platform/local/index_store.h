@@ -26,22 +26,4 @@ class IndexStore final : public Index {
   const std::shared_ptr<Database> database_;
 };
 
-/// The files on the media.
-class ArchiveStore final : public ArchiveManager {
- public:
-  explicit ArchiveStore(std::shared_ptr<Database> database) : database_(std::move(database)) {}
-
-  Status addFile(const ArchiveFile& file, Id& id) override;
-  Status listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
-                   std::vector<ArchiveFile>& files) override;
-  Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) override;
-  Status removeFile(Id id) override;
-
- private:
-  template <class... Values>
-  Status filesWhere(const char* condition, std::vector<ArchiveFile>& files, const Values&... values);
-
-  const std::shared_ptr<Database> database_;
-};
-
 }  // namespace orrery::platform::local

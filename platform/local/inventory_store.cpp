@@ -231,11 +231,12 @@ Status InventoryStore::listSubclients(Id backupSetId, std::vector<SubclientRecor
   std::vector<SubclientRecord> found;
   Status status = database_->read("read the subclients", [&] {
     requireBackupSet(*database_, backupSetId);
-    Statement statement(*database_, "SELECT id, name, is_default FROM subclients WHERE backup_set_id = ? ORDER BY id");
+    Statement statement(*database_,
+                        "SELECT id, name, is_default, force_full FROM subclients WHERE backup_set_id = ? ORDER BY id");
     statement.with(backupSetId);
     while (statement.next())
-      found.push_back(
-          {static_cast<Id>(statement.integer(0)), backupSetId, statement.text(1), statement.integer(2) != 0});
+      found.push_back({static_cast<Id>(statement.integer(0)), backupSetId, statement.text(1), statement.integer(2) != 0,
+                       statement.integer(3) != 0});
   });
   if (status.ok()) subclients = std::move(found);
   return status;
@@ -244,12 +245,20 @@ Status InventoryStore::listSubclients(Id backupSetId, std::vector<SubclientRecor
 Status InventoryStore::findSubclient(Id id, SubclientRecord& subclient) {
   SubclientRecord found;
   Status status = database_->read("read the subclient", [&] {
-    Statement statement(*database_, "SELECT backup_set_id, name, is_default FROM subclients WHERE id = ?");
+    Statement statement(*database_, "SELECT backup_set_id, name, is_default, force_full FROM subclients WHERE id = ?");
     if (!statement.with(id).next()) throwNotFound("subclient", std::to_string(id));
-    found = {id, static_cast<Id>(statement.integer(0)), statement.text(1), statement.integer(2) != 0};
+    found = {id, static_cast<Id>(statement.integer(0)), statement.text(1), statement.integer(2) != 0,
+             statement.integer(3) != 0};
   });
   if (status.ok()) subclient = std::move(found);
   return status;
+}
+
+Status InventoryStore::setForceFull(Id subclientId, bool forceFull) {
+  return database_->write("change the subclient", [&] {
+    requireSubclient(*database_, subclientId);
+    Statement(*database_, "UPDATE subclients SET force_full = ? WHERE id = ?").with(forceFull, subclientId).run();
+  });
 }
 
 Status InventoryStore::listContent(Id subclientId, std::vector<ContentEntry>& content) {

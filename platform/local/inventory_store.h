@@ -29,6 +29,7 @@ class InventoryStore final : public Inventory {
   Status removeSubclient(Id id) override;
   Status listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) override;
   Status findSubclient(Id id, SubclientRecord& subclient) override;
+  Status setForceFull(Id subclientId, bool forceFull) override;
   Status listContent(Id subclientId, std::vector<ContentEntry>& content) override;
   Status putContent(Id subclientId, const std::vector<ContentEntry>& content) override;
   Status removeContent(Id subclientId, int type, const std::vector<std::string>& names) override;

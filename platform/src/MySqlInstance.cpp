@@ -105,11 +105,24 @@ int MySqlInstance::getDbAutoDiscovery(int& value) const {
   return rc;
 }
 
-int MySqlInstance::getIsMariaDB(bool& value) const {
+int MySqlInstance::flag(const char* key, bool& value) const {
   std::string number;
-  const int rc = text(property::isMariaDb, number);
+  const int rc = text(key, number);
   if (rc == 0) value = number == "1";
   return rc;
+}
+
+int MySqlInstance::getIsMariaDB(bool& value) const {
+  return flag(property::isMariaDb, value);
+}
+int MySqlInstance::getMySqlMEBEnabled(bool& value) const {
+  return flag(property::mebEnabled, value);
+}
+int MySqlInstance::getMySqlNoLockingEnabled(bool& value) const {
+  return flag(property::mebNoLocking, value);
+}
+int MySqlInstance::getMySqlMEBBinPath(std::string& value) const {
+  return text(property::mebBinPath, value);
 }
 
 int MySqlInstance::setIsMariaDB(bool value) {
@@ -122,6 +135,13 @@ int MySqlInstance::getMySqlDataDir(std::string& value) const {
 
 int MySqlInstance::setMySqlDataDir(const std::string& value) {
   return services().inventory->writeProperties(getInstanceId(), {{property::dataDirOwner, value}}).code;
+}
+
+ApplicationId::ApplicationId(long, unsigned long, int, unsigned long instanceId, std::string backupSetName, std::string)
+    : instanceId_(instanceId), backupSetName_(std::move(backupSetName)) {}
+
+const char* ApplicationId::defaultBackupSetName() noexcept {
+  return "defaultBackupSet";
 }
 
 std::unique_ptr<Instance> ApplicationId::getInstance() const {
@@ -143,6 +163,43 @@ std::unique_ptr<MySqlBackupSet> ApplicationId::getBackupSet() const {
   orrery::platform::SubclientRecord record;
   if (!services().inventory->findSubclient(subclientId_, record).ok()) return nullptr;
   return std::make_unique<MySqlBackupSet>(record.backupSetId);
+}
+
+int ApplicationId::getBackupSetId(unsigned long& backupSetId) const {
+  if (subclientId_ != 0) {
+    orrery::platform::SubclientRecord record;
+    const Status status = services().inventory->findSubclient(subclientId_, record);
+    if (status.ok()) backupSetId = record.backupSetId;
+    return status.code;
+  }
+  std::vector<orrery::platform::BackupSet> sets;
+  if (const Status status = services().inventory->listBackupSets(instanceId_, sets); !status.ok()) return status.code;
+  for (const orrery::platform::BackupSet& set : sets) {
+    if (set.name != backupSetName_) continue;
+    backupSetId = set.id;
+    return 0;
+  }
+  return orrery::platform::statusNotFound;
+}
+
+int ApplicationId::getAppIdInfo(AppIdInfo& info) const {
+  orrery::platform::InstanceRecord instance;
+  if (const Status status = services().inventory->findInstance(instanceId_, instance); !status.ok()) return status.code;
+  AppIdInfo found{subclientId_, instance.clientId, instance.applicationType, instanceId_, 0};
+  if (subclientId_ != 0) {
+    if (const int rc = getBackupSetId(found.backupSetId); rc != 0) return rc;
+  }
+  info = found;
+  return 0;
+}
+
+int ApplicationId::getClientName(std::string& name) const {
+  orrery::platform::InstanceRecord instance;
+  if (const Status status = services().inventory->findInstance(instanceId_, instance); !status.ok()) return status.code;
+  orrery::platform::Client client;
+  const Status status = services().inventory->findClient(instance.clientId, client);
+  if (status.ok()) name = std::move(client.name);
+  return status.code;
 }
 
 int ClientFromInstanceId::getClientId(unsigned long instanceId, unsigned long& clientId) {

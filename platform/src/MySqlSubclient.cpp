@@ -71,6 +71,19 @@ bool MySqlSubclient::isDefaultSubclient() const {
   return false;
 }
 
+int MySqlSubclient::getForceFull(bool& forceFull) const {
+  SubclientRecord record;
+  const Status status = services().inventory->findSubclient(subclientId(), record);
+  if (!status.ok()) return keep(status.code, status.text);
+  forceFull = record.forceFull;
+  return 0;
+}
+
+int MySqlSubclient::SetForceFull(bool forceFull) {
+  const Status status = services().inventory->setForceFull(subclientId(), forceFull);
+  return status.ok() ? 0 : keep(status.code, status.text);
+}
+
 int ClientApplicationList::getSubclientList(std::list<unsigned long>& ids, std::list<std::string>& names, unsigned long,
                                             unsigned long backupSetId, const char*, int kind) {
   if (kind != subclientsOfBackupSet) return orrery::platform::statusInvalid;

@@ -96,6 +96,7 @@ class NoInventory final : public Inventory, private Unavailable {
   Status removeSubclient(Id) override { return no(); }
   Status listSubclients(Id, std::vector<SubclientRecord>&) override { return no(); }
   Status findSubclient(Id, SubclientRecord&) override { return no(); }
+  Status setForceFull(Id, bool) override { return no(); }
   Status listContent(Id, std::vector<ContentEntry>&) override { return no(); }
   Status putContent(Id, const std::vector<ContentEntry>&) override { return no(); }
   Status removeContent(Id, int, const std::vector<std::string>&) override { return no(); }
@@ -137,6 +138,7 @@ class NoArchive final : public ArchiveManager, private Unavailable {
   ORRERY_UNAVAILABLE(NoArchive)
   Status addFile(const ArchiveFile&, Id&) override { return no(); }
   Status listFiles(Id, int, std::int64_t, std::int64_t, std::vector<ArchiveFile>&) override { return no(); }
+  Status restoreChain(const ChainQuery&, std::vector<ArchiveFile>&) override { return no(); }
   Status findFiles(int, const std::string&, std::vector<ArchiveFile>&) override { return no(); }
   Status removeFile(Id) override { return no(); }
 };

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "local/archive_chain.h"
 #include "memory.h"
 
 namespace orrery::platform::testing {
@@ -104,6 +105,18 @@ class MemoryArchive final : public ArchiveManager {
       files.clear();
       for (const auto& [id, file] : memory_->archive)
         if (file.applicationType == applicationType && file.name == name) files.push_back(file);
+      return Status::success();
+    });
+  }
+
+  /// Nothing here has bytes that could be read: a test that wants a damaged image lets the call fail.
+  Status restoreChain(const ChainQuery& query, std::vector<ArchiveFile>& files) override {
+    std::vector<ArchiveFile> found;
+    Status status = listFiles(query.backupSetId, query.applicationType, query.from, query.to, found);
+    if (!status.ok()) return status;
+    return attempt(*memory_, "ArchiveManager::restoreChain", {std::to_string(query.backupSetId)}, [&] {
+      if (!local::keepChain(found)) return Status::notFound("there is no full image");
+      files = std::move(found);
       return Status::success();
     });
   }

@@ -71,7 +71,7 @@ class MemoryInventory final : public Inventory {
       const Id set = ++memory_->lastId;
       memory_->backupSets[set] = {set, added, "defaultBackupSet", true};
       const Id subclient = ++memory_->lastId;
-      memory_->subclients[subclient] = {subclient, set, "default", true};
+      memory_->subclients[subclient] = {subclient, set, "default", true, false};
       id = added;
       return Status::success();
     });
@@ -150,7 +150,7 @@ class MemoryInventory final : public Inventory {
       if (findIf(memory_->subclients, same) != nullptr)
         return Status::exists("there is a subclient " + name + " already");
       id = ++memory_->lastId;
-      memory_->subclients[id] = {id, backupSetId, name, false};
+      memory_->subclients[id] = {id, backupSetId, name, false, false};
       return Status::success();
     });
   }
@@ -180,6 +180,15 @@ class MemoryInventory final : public Inventory {
   Status findSubclient(Id id, SubclientRecord& subclient) override {
     return attempt(*memory_, "Inventory::findSubclient", {std::to_string(id)},
                    [&] { return copyOf(memory_->subclients, id, "subclient", subclient); });
+  }
+
+  Status setForceFull(Id subclientId, bool forceFull) override {
+    return attempt(*memory_, "Inventory::setForceFull", {std::to_string(subclientId)}, [&] {
+      const auto found = memory_->subclients.find(subclientId);
+      if (found == memory_->subclients.end()) return none("subclient", subclientId);
+      found->second.forceFull = forceFull;
+      return Status::success();
+    });
   }
 
   Status listContent(Id subclientId, std::vector<ContentEntry>& content) override {

@@ -93,7 +93,7 @@ TEST_F(AgentTest, ARunIsToldFromItsBeginToItsEndWithSumsOverAllImages) {
     std::string text;
     ASSERT_EQ(session.get("one", 1000, text), 0U);
     ASSERT_EQ(session.backup("given up", 1), 0U);
-    EXPECT_EQ(session.close(libobk::flagGiveUp), 0U);
+    EXPECT_EQ(session.close(media::flagGiveUp), 0U);
   }
   ASSERT_TRUE(waitUntil([&] { return recorder_->seen().back() == "disconnect"; }));
   EXPECT_THAT(recorder_->seen(),
@@ -111,7 +111,7 @@ TEST_F(AgentTest, AFastRunIsToldEvery64MiBAndNotPerBlock) {
   const std::size_t told = recorder_->seen().size();
   EXPECT_GE(told, 5U);
   EXPECT_LT(told, 60U);
-  EXPECT_EQ(session.close(libobk::flagGiveUp), 0U);
+  EXPECT_EQ(session.close(media::flagGiveUp), 0U);
 }
 
 TEST_F(AgentTest, ARefusalIsLoggedOnceAndTheRunGoesOn) {

@@ -7,7 +7,7 @@
 
 namespace orrery::test {
 
-using namespace libobk;
+using namespace media;
 
 MediaLibrary::MediaLibrary(const std::string& path) : handle_(::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (handle_ == nullptr) throw std::runtime_error(::dlerror());

@@ -18,13 +18,13 @@ class MediaLibrary {
   MediaLibrary(const MediaLibrary&) = delete;
   MediaLibrary& operator=(const MediaLibrary&) = delete;
 
-  const libobk::SbtFunctions& calls() const noexcept { return *calls_; }
+  const media::SbtFunctions& calls() const noexcept { return *calls_; }
   std::size_t contextSize() const noexcept { return contextSize_; }
   void* symbol(const char* name) const;
 
  private:
   void* handle_;
-  const libobk::SbtFunctions* calls_ = nullptr;
+  const media::SbtFunctions* calls_ = nullptr;
   std::size_t contextSize_ = 0;
 };
 
@@ -49,7 +49,7 @@ class MediaSession {
   unsigned long close(unsigned long flags = 0) { return answer(calls_.sbtclose2(context(), flags)); }
   unsigned long remove(const std::string& name);
   /// What sbtinfo2 tells of these images; none when it fails.
-  std::vector<libobk::SbtEntry> describe(const std::vector<std::string>& names);
+  std::vector<media::SbtEntry> describe(const std::vector<std::string>& names);
   /// Text of the last failure.
   std::string error();
   void* context() noexcept { return memory_.get(); }
@@ -62,7 +62,7 @@ class MediaSession {
  private:
   unsigned long answer(int result);
 
-  const libobk::SbtFunctions& calls_;
+  const media::SbtFunctions& calls_;
   const std::unique_ptr<std::max_align_t[]> memory_;
 };
 

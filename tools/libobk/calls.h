@@ -4,6 +4,8 @@
 
 namespace orrery::libobk {
 
+using namespace media;
+
 /// The calls of a session.
 const SbtFunctions& callTable() noexcept;
 

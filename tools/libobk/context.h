@@ -7,6 +7,8 @@
 
 namespace orrery::libobk {
 
+using namespace media;
+
 class Session;
 
 /// What lies in the memory that the client keeps for a session. The last failure stands here and not in the session, so

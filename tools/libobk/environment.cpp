@@ -12,6 +12,8 @@
 #include "failure.h"
 
 namespace orrery::libobk {
+
+using namespace media;
 namespace {
 
 std::string variable(const char* name) {

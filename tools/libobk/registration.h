@@ -6,6 +6,8 @@
 
 namespace orrery::libobk {
 
+using namespace media;
+
 /// Where an image belongs in the inventory. All 0 for a run by hand that names no instance.
 struct Place {
   platform::Id instance = 0;

@@ -14,6 +14,8 @@
 
 namespace orrery::libobk {
 
+using namespace media;
+
 /// One session of a backup program: a home, and at most one open image. Everything throws MediaFailure. One thread uses
 /// one session at a time.
 class Session {

@@ -7,6 +7,8 @@
 #include "image_name.h"
 
 namespace orrery::libobk {
+
+using namespace media;
 namespace {
 
 constexpr std::uint64_t applicationTypeMySql = 104;

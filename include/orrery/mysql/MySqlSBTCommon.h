@@ -43,6 +43,8 @@ enum class DZJobType : std::uint32_t { none = 0, backup = 1, restore = 2 };
 inline constexpr int kMySqlApplicationType = 104;
 
 /// The parameters of a job. A plain record; the utilities themselves read `clientNameText` and `clientName` only.
+/// Client and instance are those whose images they are; of a restore to another place, the destination has its own
+/// fields.
 struct SBTParams {
   std::int64_t realmId = 0;
   std::int64_t reserved = 0;  ///< not read
@@ -51,18 +53,18 @@ struct SBTParams {
   std::string clientNameText;  ///< the source client; handed to `mysqlbackup` as DzSrcClientName
   std::uint64_t clientId = 0;
   std::string clientName;  ///< the local client
-  // Settings of a restore, by its driver's own meaning.
-  std::int64_t restoreNumber1 = 0;
-  std::int64_t restoreNumber2 = 0;
-  std::string restoreText1;
-  std::string restoreText2;
-  std::int64_t restoreNumber3 = 0;
-  std::string restoreText3;
-  std::string restoreText4;
-  std::string restoreText5;
+  // Of a restore.
+  std::uint64_t destinationClientId = 0;
+  std::uint64_t destinationInstanceId = 0;
+  std::string binaryDirectory;   ///< folder of `mysqlbackup`
+  std::string dataDirectory;     ///< where to, when no job says it
+  std::int64_t restoreTime = 0;  ///< seconds since the epoch
+  std::string extraOptions;      ///< further options of `mysqlbackup`, as they stand
+  std::string ownerUser;         ///< whose the data directory is to be, when no job says it
+  std::string ownerGroup;
   std::string tokenFile;  ///< handed to `mysqlbackup` as DzKycmdTokenFile
-  std::string restoreText6;
-  std::string restoreText7;
+  std::string reservedText1;
+  std::string reservedText2;
 };
 
 /// What the media library tells the agent. The call-backs run on the session server's thread.

@@ -160,6 +160,9 @@ CREATE INDEX replica_holders_instance ON replica_holders (instance_id);
 )sql",
                                  R"sql(
 CREATE INDEX archive_files_name ON archive_files (name);
+)sql",
+                                 R"sql(
+ALTER TABLE subclients ADD COLUMN force_full INTEGER NOT NULL DEFAULT 0;
 )sql"};
 
 std::int64_t pragma(Database& database, const char* question) {

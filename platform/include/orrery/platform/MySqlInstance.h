@@ -70,9 +70,25 @@ class ORRERY_PLATFORM_EXPORT MySqlInstance : public Instance {
   /// looked.
   int getMySqlDataDir(std::string& value) const;
   int setMySqlDataDir(const std::string& value);
+  /// Whether images are made of this instance with the server's enterprise backup program.
+  int getMySqlMEBEnabled(bool& value) const;
+  /// Directory of the program.
+  int getMySqlMEBBinPath(std::string& value) const;
+  /// Whether such a backup is to take no locks.
+  int getMySqlNoLockingEnabled(bool& value) const;
 
  private:
   ORRERY_PLATFORM_HIDDEN int text(const char* key, std::string& value) const;
+  ORRERY_PLATFORM_HIDDEN int flag(const char* key, bool& value) const;
+};
+
+/// The ids behind an application. A plain record.
+struct AppIdInfo {
+  unsigned long subclientId = 0;
+  unsigned long clientId = 0;
+  int applicationType = 0;
+  unsigned long instanceId = 0;
+  unsigned long backupSetId = 0;
 };
 
 /// What an agent program works on: a subclient of an instance. Copyable.
@@ -81,6 +97,12 @@ class ORRERY_PLATFORM_EXPORT ApplicationId {
   ApplicationId() = default;
   ApplicationId(unsigned long instanceId, unsigned long subclientId) noexcept
       : instanceId_(instanceId), subclientId_(subclientId) {}
+  /// An application by the names of its backup set and its subclient, for callers that have no subclient's id.
+  /// `realmId` tells suites apart that have several; here there is one. The names are looked up by what asks for them.
+  ApplicationId(long realmId, unsigned long clientId, int applicationType, unsigned long instanceId,
+                std::string backupSetName, std::string subclientName);
+  /// Name of the backup set that every instance has.
+  static const char* defaultBackupSetName() noexcept;
 
   /// The instance of this application; null when it has none or the inventory does not know it.
   std::unique_ptr<Instance> getInstance() const;
@@ -88,12 +110,19 @@ class ORRERY_PLATFORM_EXPORT ApplicationId {
   /// inventory does not know it.
   std::unique_ptr<MySqlSubclient> getSubclient() const;
   std::unique_ptr<MySqlBackupSet> getBackupSet() const;
+  /// Its backup set, of the subclient or by its name. 0, or a code.
+  int getBackupSetId(unsigned long& backupSetId) const;
+  /// What the inventory knows of it; a subclient that is not known stays 0, and so does its backup set. 0, or a code.
+  int getAppIdInfo(AppIdInfo& info) const;
+  /// Name of the client that owns the instance. 0, or a code.
+  int getClientName(std::string& name) const;
   unsigned long getInstanceId() const noexcept { return instanceId_; }
   unsigned long getSubclientId() const noexcept { return subclientId_; }
 
  private:
   unsigned long instanceId_ = 0;
   unsigned long subclientId_ = 0;
+  std::string backupSetName_;
 };
 
 /// Explicit parameters of a connection, for callers that have no instance in the inventory. A plain record.

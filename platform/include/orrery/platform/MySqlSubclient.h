@@ -84,6 +84,9 @@ class ORRERY_PLATFORM_EXPORT MySqlSubclient : public ApplProperties {
   /// Whether this is the subclient that takes what no other has. False also when the inventory cannot tell, which is
   /// logged: nothing is then added to it by itself.
   bool isDefaultSubclient() const;
+  /// Whether the next backup has to be a full one, because what the earlier ones stand on is gone.
+  int getForceFull(bool& forceFull) const;
+  int SetForceFull(bool forceFull);
 };
 
 /// A backup set: the subclients that are backed up as one.

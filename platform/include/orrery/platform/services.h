@@ -163,6 +163,7 @@ struct SubclientRecord {
   Id backupSetId = 0;
   std::string name;
   bool isDefault = false;
+  bool forceFull = false;  ///< its next backup has to be a full one
 };
 
 /// One entry of a subclient's content.
@@ -205,6 +206,7 @@ class Inventory {
   virtual Status removeSubclient(Id id) = 0;
   virtual Status listSubclients(Id backupSetId, std::vector<SubclientRecord>& subclients) = 0;
   virtual Status findSubclient(Id id, SubclientRecord& subclient) = 0;
+  virtual Status setForceFull(Id subclientId, bool forceFull) = 0;
   virtual Status listContent(Id subclientId, std::vector<ContentEntry>& content) = 0;
   /// Adds entries or replaces those of the same type and name, all or nothing.
   virtual Status putContent(Id subclientId, const std::vector<ContentEntry>& content) = 0;
@@ -332,6 +334,16 @@ struct ArchiveFile {
   std::int64_t size = 0;     ///< bytes
 };
 
+/// Which images a restore asks for.
+struct ChainQuery {
+  Id backupSetId = 0;
+  int applicationType = 0;
+  std::int64_t from = 0;  ///< seconds since the epoch, as ArchiveFile::created
+  std::int64_t to = 0;
+  /// Asked some times a second, may be empty: once true, the answer is a failure.
+  std::function<bool()> isStopped;
+};
+
 class ArchiveManager {
  public:
   virtual ~ArchiveManager() = default;
@@ -342,6 +354,11 @@ class ArchiveManager {
   /// Files of this name in every backup set, in the order they were added.
   virtual Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) = 0;
   virtual Status removeFile(Id id) = 0;
+  /// The images that together give what was protected at `to`: the last full one and the incremental ones after it, in
+  /// the order in which they are to be applied. A success says that each of them is there and can be read from its
+  /// first byte to its last, so a caller may destroy what they replace; otherwise the text names the image that cannot.
+  /// statusNotFound when there is no full image between the two times.
+  virtual Status restoreChain(const ChainQuery& query, std::vector<ArchiveFile>& files) = 0;
 };
 
 // -------------------------------------------------------------------------------------------------------------- proxy

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 inline constexpr std::size_t headerSize = 4096;
 inline constexpr std::size_t trailerSize = 64;
@@ -55,4 +55,4 @@ bool decodeTrailer(std::string_view bytes, ImageTrailer& trailer, std::string& p
 bool fitTogether(const ImageHeader& header, std::uint64_t headerSum, const ImageTrailer& trailer,
                  std::uint64_t fileSize, std::string& problem);
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -9,7 +9,7 @@
 
 #include "sbt_interface.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 /// How a failure travels inside the library, up to the call of the interface: a code of the interface, and a text that
 /// says what failed, why, and what to do.
@@ -32,4 +32,4 @@ inline void require(const platform::Status& status, const std::string& step) {
   if (!status.ok()) throw MediaFailure("cannot " + step + ": " + status.text);
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

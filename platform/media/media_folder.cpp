@@ -11,7 +11,7 @@
 #include <memory>
 #include <string_view>
 
-namespace orrery::libobk {
+namespace orrery::media {
 namespace {
 
 using platform::aboveStandardStreams;
@@ -155,4 +155,4 @@ void MediaFolder::removeLeftovers() const {
   }
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -7,7 +7,7 @@
 
 #include "sbt_interface.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 namespace {
 
 constexpr std::string_view headerMagic("ORRIMAGE", 8);
@@ -134,4 +134,4 @@ bool fitTogether(const ImageHeader& header, std::uint64_t headerSum, const Image
   return true;
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 /// The file of an image in the media folder. No two names have one file, no file leaves the folder or begins with a
 /// dot, and none has more than 255 bytes: bytes other than letters, digits and "-_.:" stand as %XX, and of a name that
@@ -14,4 +14,4 @@ std::string fileNameOf(std::string_view imageName);
 /// The name for messages: what is not printable ASCII is shown as "?".
 std::string printable(std::string_view name);
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -4,7 +4,7 @@
 
 #include "failure.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 namespace {
 
 constexpr std::size_t longestPlain = 240;
@@ -61,4 +61,4 @@ std::string printable(std::string_view name) {
   return shown;
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

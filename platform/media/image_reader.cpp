@@ -9,7 +9,7 @@
 
 #include "image_name.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 namespace {
 
 MediaFailure damaged(const std::string& what, const std::string& problem) {
@@ -61,8 +61,8 @@ ImageContents readContents(int fd, const std::string& name) {
 ImageReader::ImageReader(OwnFd file, const std::string& name, std::size_t blockSize)
     : file_(std::move(file)),
       what_(printable(name)),
-      blockSize_(blockSize),
       contents_(readContents(file_.get(), name)),
+      blockSize_(blockSize != 0 ? blockSize : contents_.header.blockSize),
       chunkSize_(chunkSizeOf(contents_.header.blockSize)) {
   if (contents_.trailer.bytes % blockSize_ != 0)
     throw MediaFailure("the image " + what_ + " has " + std::to_string(contents_.trailer.bytes) +
@@ -109,4 +109,4 @@ void ImageReader::readChunk(char* to) {
   ++nextChunk_;
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -5,7 +5,7 @@
 #include "image_format.h"
 #include "media_folder.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 /// Writes one image, which others see when it is finished and not before. Everything throws MediaFailure; after a
 /// failure the image can only be given up, which the destructor does.
@@ -38,4 +38,4 @@ class ImageWriter {
   std::uint64_t startedBack_ = 0;
 };
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace orrery::libobk {
+namespace orrery::media {
 namespace {
 
 /// How much is left to the system before it is asked to start writing. Without that the disk idles at first, and the
@@ -72,4 +72,4 @@ void ImageWriter::put(const void* bytes, std::size_t size) {
   broken_ = false;
 }
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -5,7 +5,7 @@
 #include "image_format.h"
 #include "media_folder.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 /// Header and trailer of a whole image, and the checksums of its chunks.
 struct ImageContents {
@@ -21,8 +21,10 @@ ImageContents readContents(int fd, const std::string& name);
 class ImageReader {
  public:
   /// Blocks may have another size than they were written with; the image must be a whole number of them.
-  ImageReader(OwnFd file, const std::string& name, std::size_t blockSize);
+  /// 0: those that it was written with.
+  ImageReader(OwnFd file, const std::string& name, std::size_t blockSize = 0);
 
+  std::size_t blockSize() const noexcept { return blockSize_; }
   bool atEnd() const noexcept { return handedOut_ == contents_.trailer.bytes; }
   const ImageHeader& header() const noexcept { return contents_.header; }
   /// False at the end of the image, with nothing read. Throws MediaFailure, after which the content of `block` means
@@ -34,8 +36,8 @@ class ImageReader {
 
   const OwnFd file_;
   const std::string what_;  ///< the image, for messages
-  const std::size_t blockSize_;
   const ImageContents contents_;
+  const std::size_t blockSize_;
   const std::size_t chunkSize_;
   std::unique_ptr<char[]> staged_;  ///< the current chunk; none when a block is a chunk
   std::size_t stagedBytes_ = 0;
@@ -45,4 +47,4 @@ class ImageReader {
   bool broken_ = false;
 };
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 using Ulong = unsigned long;
 using Uint = unsigned int;
@@ -83,8 +83,8 @@ static_assert(offsetof(SbtFunctions, sbterror) == std::size_t{4} * 8 &&
 static_assert(offsetof(SbtFunctions, sbtwrite2) == std::size_t{10} * 8 &&
               offsetof(SbtFunctions, proxyCopy) == std::size_t{11} * 8);
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media
 
 /// The one entry point that a backup program looks up; all other calls are reached through the table in `output`.
-extern "C" int sbtinit(orrery::libobk::SbtError* error, const orrery::libobk::SbtEntry* input,
-                       orrery::libobk::SbtEntry** output);
+extern "C" int sbtinit(orrery::media::SbtError* error, const orrery::media::SbtEntry* input,
+                       orrery::media::SbtEntry** output);

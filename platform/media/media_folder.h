@@ -4,7 +4,7 @@
 
 #include "failure.h"
 
-namespace orrery::libobk {
+namespace orrery::media {
 
 using platform::OwnFd;
 
@@ -57,4 +57,4 @@ class MediaFolder {
   OwnFd folder_;
 };
 
-}  // namespace orrery::libobk
+}  // namespace orrery::media
