@@ -74,6 +74,22 @@ constexpr Message catalogue[] = {
      "What these databases hold is not in the index: %1 (%2); the rest of the backup is not affected. Correct that, "
      "then "
      "start the backup again, or keep what `orrery-mysql metadata` writes."},
+    {0x57000100,
+     "The %1 was ended by a signal (%2); start it again. A data directory that was being restored is not complete."},
+    {0x57000101,
+     "The %1 was asked to stop and did so; start it again when it suits. A data directory that was being restored is "
+     "not "
+     "complete."},
+    {0x57000102,
+     "The image %1 was written, but the archive does not know it, so no restore would find it; look into the log, then "
+     "start the backup again."},
+    {0x57000103,
+     "The image is complete, but the databases that it holds are not in the index: %1; restores by time are not "
+     "affected."},
+    {0x57000104,
+     "Where the server keeps its data could not be noted: %1; a restore has to find the server running, or to be told "
+     "a "
+     "folder."},
 };
 
 constexpr bool inOrder() {

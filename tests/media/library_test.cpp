@@ -19,7 +19,7 @@
 namespace orrery::test {
 namespace {
 
-using namespace libobk;
+using namespace media;
 namespace fs = std::filesystem;
 
 using LibraryTest = MediaTest;

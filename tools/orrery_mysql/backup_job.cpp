@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "enterprise_job.h"
 #include "failure.h"
 #include "interrupt.h"
 #include "job_text.h"
@@ -13,26 +14,21 @@ namespace {
 constexpr const char* jobManager = "";  // this home's own
 constexpr int messageType = 300;
 
-long long startJob(Context& context, const platform::InstanceRecord& instance,
-                   const platform::SubclientRecord& subclient, int level) {
-  platform::JobManager& jobs = *context.services().jobs;
+platform::JobRecord recordOf(const platform::InstanceRecord& instance, const platform::SubclientRecord& subclient,
+                             int level) {
   platform::JobRecord job;
   job.type = platform::JobType::backup;
   job.instanceId = instance.id;
   job.subclientId = subclient.id;
   job.level = level;
-  job.processId = ::getpid();
-  long long id = 0;
-  require(jobs.start(job, id), "no job can be started");
-  require(jobs.writeTaskOption(id, processStartOption, markOf(::getpid()).start), "the job cannot be described");
-  return id;
+  return job;
 }
 
 }  // namespace
 
 BackupJob::BackupJob(Context& context, const platform::InstanceRecord& instance,
                      const platform::SubclientRecord& subclient, int level)
-    : context_(context), id_(startJob(context, instance, subclient, level)), scope_(id_), control_(2) {
+    : context_(context), id_(startJob(context, recordOf(instance, subclient, level))), scope_(id_), control_(2) {
   if (!client_.init(jobManager, id_, 0, 4, 0, nullptr) || control_.Init2(id_, jobManager, 1, 4, "", 0) != 1) {
     throw Failure("the job " + std::to_string(id_) + " cannot be used", context.lastWords());
   }

@@ -12,6 +12,8 @@
 
 #include "backup_job.h"
 #include "backup_metadata.h"
+#include "enterprise_backup.h"
+#include "enterprise_job.h"
 #include "failure.h"
 #include "held_replica.h"
 #include "instance_lookup.h"
@@ -190,11 +192,6 @@ class RemovedUnlessKept {
   std::string path_;
 };
 
-std::string signalText(int signal) {
-  const char* const name = ::sigabbrev_np(signal);
-  return name == nullptr ? std::to_string(signal) : std::string("SIG") + name;
-}
-
 void noteWhatIsNotProtected(Context& context, const Manifest& manifest) {
   if (!manifest.missing.empty() && manifest.level != 2) context.note("databases of the content are not on the server");
   if (manifest.databases.empty()) {
@@ -220,10 +217,9 @@ void runBackup(Context& context, const BackupRequest& request) {
   manifest.subclient = findSubclient(context, manifest.instance, request.subclient);
   manifest.level = request.level;
   const std::string what = "the backup of " + manifest.instance.name;
-  const auto enterprise = manifest.instance.properties.find(platform::property::mebEnabled);
-  if (enterprise != manifest.instance.properties.end() && enterprise->second == "1") {
-    throw Failure(what + " is not made", "enterprise backups are not offered by this version",
-                  "orrery-mysql instance set " + manifest.instance.name + " --meb off asks for a manifest instead");
+  if (isEnterprise(manifest.instance)) {
+    runEnterpriseBackup(context, request, manifest.instance, manifest.subclient);
+    return;
   }
   BackupJob job(context, manifest.instance, manifest.subclient, manifest.level);
   manifest.job = job.id();

@@ -84,6 +84,8 @@ void addMetadataCommand(CLI::App& program, Action& chosen);
 void addReferencesCommand(CLI::App& program, Action& chosen);
 void addAccountsCommand(CLI::App& program, Action& chosen);
 void addBackupCommand(CLI::App& program, Action& chosen);
+void addRestoreCommand(CLI::App& program, Action& chosen);
+void addBrowseCommand(CLI::App& program, Action& chosen);
 void addJobCommands(CLI::App& program, Action& chosen);
 
 }  // namespace orrery::tool

@@ -66,15 +66,6 @@ const char* nameOf(platform::JobState state) {
   return "unknown";
 }
 
-std::string amountOf(double bytes) {
-  static constexpr std::array<const char*, 6> units{"bytes", "KiB", "MiB", "GiB", "TiB", "PiB"};
-  std::size_t unit = 0;
-  for (; (bytes >= 1024 || bytes <= -1024) && unit + 1 < units.size(); ++unit) bytes /= 1024;
-  std::array<char, 48> text{};
-  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-  return text.data();
-}
-
 std::string filesOf(const platform::JobRecord& job) {
   return std::to_string(job.files) + (job.files == 1 ? " file" : " files");
 }
@@ -90,6 +81,15 @@ bool isWorkedOn(Context& context, const platform::JobRecord& job) {
 
 }  // namespace
 
+std::string amountText(double bytes) {
+  static constexpr std::array<const char*, 6> units{"bytes", "KiB", "MiB", "GiB", "TiB", "PiB"};
+  std::size_t unit = 0;
+  for (; (bytes >= 1024 || bytes <= -1024) && unit + 1 < units.size(); ++unit) bytes /= 1024;
+  std::array<char, 48> text{};
+  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+  return text.data();
+}
+
 std::string stateOf(Context& context, const platform::JobRecord& job) {
   if (job.state == platform::JobState::running && !isWorkedOn(context, job)) return "died";
   return nameOf(job.state);
@@ -97,10 +97,10 @@ std::string stateOf(Context& context, const platform::JobRecord& job) {
 
 std::string progressText(const platform::JobRecord& job, std::optional<double> bytesPerSecond) {
   std::string text =
-      "job " + std::to_string(job.id) + ": " + amountOf(static_cast<double>(job.bytes)) + ", " + filesOf(job);
+      "job " + std::to_string(job.id) + ": " + amountText(static_cast<double>(job.bytes)) + ", " + filesOf(job);
   if (job.progress != 0) text += ", " + std::to_string(job.progress) + " %";
   if (job.phaseState != 0) text += std::string(", phase ") + nameOf(static_cast<platform::JobState>(job.phaseState));
-  if (bytesPerSecond) text += ", " + amountOf(*bytesPerSecond) + "/s";
+  if (bytesPerSecond) text += ", " + amountText(*bytesPerSecond) + "/s";
   return text + (job.quitRequested ? ", asked to stop" : "");
 }
 
@@ -142,7 +142,7 @@ Table jobTable(Context& context, const platform::JobRecord& job) {
   table.add({"finished", job.finished == 0 ? "-" : timeText(job.finished)});
   table.add({"progress", std::to_string(job.progress) + " %"});
   if (job.bytes != 0 || job.files != 0)
-    table.add({"moved", amountOf(static_cast<double>(job.bytes)) + " in " + filesOf(job)});
+    table.add({"moved", amountText(static_cast<double>(job.bytes)) + " in " + filesOf(job)});
   if (job.failedFiles != 0) table.add({"failures", std::to_string(job.failedFiles)});
   for (const Note& note : causesOf(context, job.id)) table.add({"cause", note.code + " " + note.text});
   for (const Note& note : eventsOf(context, job.id)) table.add({"event", note.code + " " + note.text});

@@ -20,6 +20,9 @@ std::string stateOf(Context& context, const platform::JobRecord& job);
 Json jobDocument(Context& context, const platform::JobRecord& job);
 Table jobTable(Context& context, const platform::JobRecord& job);
 
+/// "1.5 MiB".
+std::string amountText(double bytes);
+
 /// What a running job has done so far, for one line: bytes, files, per cent where the job tells them, its phase once it
 /// has ended, and `bytesPerSecond` where it is known.
 std::string progressText(const platform::JobRecord& job, std::optional<double> bytesPerSecond);

@@ -151,6 +151,8 @@ int run(int argc, char** argv) {
   addReferencesCommand(program, chosen);
   addAccountsCommand(program, chosen);
   addBackupCommand(program, chosen);
+  addRestoreCommand(program, chosen);
+  addBrowseCommand(program, chosen);
   addJobCommands(program, chosen);
   try {
     std::vector<std::string> arguments = withEmptyValues(argc, argv);

@@ -1,0 +1,146 @@
+#include "enterprise_backup.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "orrery/mysql/MySqlSBTBackupUtils.h"
+#include "orrery/platform/instance_properties.h"
+
+#include "data_paths.h"
+#include "enterprise_job.h"
+#include "failure.h"
+#include "images.h"
+#include "job_text.h"
+#include "server_session.h"
+#include "subclient_lookup.h"
+#include "time_text.h"
+
+namespace orrery::tool {
+namespace {
+
+// Causes of the command's own, in the message catalogue.
+constexpr std::uint32_t imageNotArchived = 0x57000102;
+constexpr std::uint32_t databasesNotInIndex = 0x57000103;
+constexpr std::uint32_t ownerNotKnown = 0x57000104;
+constexpr int full = 1;
+constexpr int incremental = 2;
+
+/// The level that a backup of this one can have.
+int possibleLevel(Context& context, int level, const platform::InstanceRecord& instance,
+                  const platform::SubclientRecord& subclient) {
+  if (level != incremental) return level;
+  std::string reason;
+  if (subclient.forceFull) {
+    reason = "the server was restored since the last one";
+  } else {
+    const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
+    if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
+      reason = "there is no full one to stand on";
+  }
+  if (reason.empty()) return incremental;
+  context.note("a full backup is made: " + reason);
+  return full;
+}
+
+mysqlBackupArgs_t argumentsOf(const EnterpriseJob& job, const platform::InstanceRecord& instance,
+                              const platform::SubclientRecord& subclient, int level) {
+  mysqlBackupArgs_t args;
+  args.jobId = job.id();
+  args.backupLevel = static_cast<std::uint32_t>(level);
+  args.applicationInstance = static_cast<std::uint32_t>(instance.id);
+  args.applicationSubclient = static_cast<std::uint32_t>(subclient.id);
+  return args;
+}
+
+/// A later restore has to know whose files the data directory holds, when no server is there to be asked.
+void rememberDataDirectory(Context& context, EnterpriseJob& job, const platform::InstanceRecord& instance) {
+  try {
+    ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
+    readDataPaths(server);
+  } catch (const Failure& failure) {
+    job.addCause(ownerNotKnown, {failure.what()});
+    context.note(failure.what());
+  }
+}
+
+/// The image as the archive knows it: what it does not know, no restore finds.
+platform::ArchiveFile requireImage(Context& context, EnterpriseJob& job, const std::string& imageName,
+                                   const std::string& title) {
+  constexpr std::size_t prefix = std::char_traits<char>::length("sbt:");
+  std::vector<platform::ArchiveFile> files;
+  const std::string name = imageName.substr(std::min(prefix, imageName.size()));
+  require(context.services().archive->findFiles(platform::property::applicationTypeMySql, name, files),
+          "the archive cannot be read");
+  const auto own = std::find_if(files.begin(), files.end(),
+                                [&](const platform::ArchiveFile& file) { return file.jobId == job.id(); });
+  if (own != files.end()) return *own;
+  job.addCause(imageNotArchived, {name});
+  job.fail(title);
+}
+
+void printImage(Context& context, const platform::JobRecord& job, const platform::InstanceRecord& instance,
+                const platform::SubclientRecord& subclient, const platform::ArchiveFile& image) {
+  std::vector<platform::BrowsePath> databases;
+  require(context.services().index->listPaths(instance.id, job.id, databases), "the index cannot be read");
+  Json document;
+  document["job"] = job.id;
+  document["state"] = stateOf(context, job);
+  document["instance"] = instance.name;
+  document["subclient"] = subclient.name;
+  document["image"] = imageDocument(image);
+  document["databases"] = Json::array();
+  for (const platform::BrowsePath& database : databases) document["databases"].push_back(database.name);
+  Table table;
+  table.add({"job", std::to_string(job.id) + ", " + stateOf(context, job)});
+  table.add({"instance", instance.name});
+  table.add({"subclient", subclient.name});
+  table.add({"image", image.name});
+  table.add({"level", levelText(image.level)});
+  table.add({"made", timeText(image.created * 1000000)});
+  table.add({"size", amountText(static_cast<double>(image.size))});
+  table.add({"databases", std::to_string(databases.size())});
+  context.print(document, table);
+}
+
+}  // namespace
+
+bool isEnterprise(const platform::InstanceRecord& instance) {
+  const auto enabled = instance.properties.find(platform::property::mebEnabled);
+  return enabled != instance.properties.end() && enabled->second == "1";
+}
+
+void runEnterpriseBackup(Context& context, const BackupRequest& request, const platform::InstanceRecord& instance,
+                         const platform::SubclientRecord& subclient) {
+  const std::string title = "the backup of " + instance.name + " failed";
+  const int level = possibleLevel(context, request.level, instance, subclient);
+  platform::JobRecord record;
+  record.type = platform::JobType::backup;
+  record.instanceId = instance.id;
+  record.subclientId = subclient.id;
+  record.level = level;
+  EnterpriseJob job(context, record, "backup");
+  platform::ArchiveFile image;
+  {
+    MySqlSBTBackupUtils driver;
+    mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, level);
+    if (driver.initialize(args) != 0) job.fail(title);
+    rememberDataDirectory(context, job, instance);
+    if (driver.doMEBBackup() != 0 || job.isAskedToStop()) job.fail(title);
+    image = requireImage(context, job, driver.imageName(), title);
+    DZJobStatus status = job.causes().empty() ? DZJobStatus::success : DZJobStatus::completedWithErrors;
+    if (driver.sendIndexingMetaData() != 0) {
+      job.addCause(databasesNotInIndex, {context.lastWords()});
+      status = DZJobStatus::completedWithErrors;
+    }
+    // What stood against incremental backups is overcome by an image that can be found, however the rest ended.
+    if (level == full && MySqlSubclient(subclient.id).SetForceFull(false) != 0) {
+      context.note("the subclient " + subclient.name + " is still marked for a full backup");
+    }
+    require(context.services().jobs->setProgress(job.id(), 100), "the job's progress cannot be told");
+    if (driver.NotifyArbiterJobComplete(status, DZJobStatusFor::job, 0) != 0)
+      throw Failure("the end of the job " + std::to_string(job.id()) + " is not recorded", context.lastWords());
+  }
+  printImage(context, job.record(), instance, subclient, image);
+}
+
+}  // namespace orrery::tool

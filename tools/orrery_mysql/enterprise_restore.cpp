@@ -1,0 +1,87 @@
+#include "enterprise_restore.h"
+
+#include "orrery/mysql/MySqlSBTRestoreUtils.h"
+#include "orrery/platform/DZRestoreTask.h"
+
+#include "enterprise_job.h"
+#include "failure.h"
+#include "images.h"
+#include "instance_lookup.h"
+#include "job_text.h"
+#include "restore_plan.h"
+#include "secrets.h"
+#include "time_text.h"
+
+namespace orrery::tool {
+namespace {
+
+void writeTask(Context& context, long long job, const RestorePlan& plan) {
+  const std::string client = std::to_string(plan.instance.clientId);
+  const std::string instance = std::to_string(plan.instance.id);
+  const std::pair<std::uint32_t, std::string> options[] = {
+      {DZRestoreTask::optionSourceClient, client},
+      {DZRestoreTask::optionSourceInstance, instance},
+      {DZRestoreTask::optionDestinationClient, client},
+      {DZRestoreTask::optionDestinationInstance, instance},
+      {DZRestoreTask::optionRestoreType, plan.isIntoServer() ? "0" : "1"},
+      {DZRestoreTask::optionRestoreToTime, std::to_string(plan.request.toTime)},
+  };
+  for (const auto& [option, value] : options)
+    require(context.services().jobs->writeTaskOption(job, option, value), "the restore cannot be described");
+  if (!plan.isIntoServer()) {
+    require(context.services().jobs->writeTaskOption(job, DZRestoreTask::optionDestinationFolder, plan.directory),
+            "the restore cannot be described");
+  }
+}
+
+void requireConsent(const RestorePlan& plan) {
+  if (!plan.isIntoServer() || !plan.request.asks) return;
+  const std::string question = "The data of " + plan.instance.name + " in " + plan.directory +
+                               " will be replaced by those of " + timeText(plan.images.back().created * 1000000) +
+                               ". Go on?";
+  if (!askYesOrNo(question, "--yes")) throw Failure(plan.instance.name + " is not restored", "it was not wanted");
+}
+
+void printResult(Context& context, const platform::JobRecord& job, const RestorePlan& plan) {
+  Json document = toJson(plan);
+  document["job"] = job.id;
+  document["state"] = stateOf(context, job);
+  document["bytes"] = job.bytes;
+  Table table;
+  table.add({"job", std::to_string(job.id) + ", " + stateOf(context, job)});
+  table.add({"instance", plan.instance.name});
+  table.add({"as of", timeText(plan.images.back().created * 1000000)});
+  table.add({"folder", plan.directory});
+  table.add({"images", std::to_string(plan.images.size())});
+  if (plan.isIntoServer()) table.add({"server", plan.manualStart ? "is left stopped" : "answers"});
+  context.print(document, table);
+}
+
+}  // namespace
+
+void runRestore(Context& context, const RestoreRequest& request) {
+  const RestorePlan plan = planRestore(context, request);
+  if (request.planOnly) {
+    context.print(toJson(plan), toTable(plan));
+    return;
+  }
+  requireConsent(plan);
+  const std::string title = "the restore of " + plan.instance.name + " failed";
+  platform::JobRecord record;
+  record.type = platform::JobType::restore;
+  record.instanceId = plan.instance.id;
+  EnterpriseJob job(context, record, "restore");
+  writeTask(context, job.id(), plan);
+  {
+    SBTParams params;
+    params.restoreTime = request.toTime;
+    MySqlSBTRestoreUtils driver;
+    if (driver.initialize(params, job.id()) != 0) job.fail(title);
+    const int rc = driver.sbtRestoreToTime();
+    driver.cleanUp();
+    if (rc != 0) job.fail(title);
+  }
+  printResult(context, job.record(), plan);
+}
+
+}  // namespace orrery::tool

@@ -1,0 +1,165 @@
+#include "restore_plan.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/instance_properties.h"
+
+#include "data_paths.h"
+#include "enterprise_backup.h"
+#include "failure.h"
+#include "images.h"
+#include "instance_lookup.h"
+#include "interrupt.h"
+#include "job_text.h"
+#include "progress.h"
+#include "server_session.h"
+#include "time_text.h"
+
+namespace orrery::tool {
+namespace {
+
+constexpr long usualStartWait = 180;  // seconds
+
+std::vector<platform::ArchiveFile> imagesFor(Context& context, const RestorePlan& plan) {
+  const Progress progress("reading the images", context.wantsProgress());
+  platform::ChainQuery query;
+  query.backupSetId = defaultBackupSet(context, plan.instance).id;
+  query.applicationType = platform::property::applicationTypeMySql;
+  query.to = plan.request.toTime;
+  query.isStopped = [] { return interruptSignal() != 0; };
+  std::vector<platform::ArchiveFile> images;
+  const platform::Status status = context.services().archive->restoreChain(query, images);
+  if (interruptSignal() != 0) throw Interrupted();
+  require(status, plan.instance.name + " cannot be restored to " + timeText(plan.request.toTime * 1000000),
+          status.code == platform::statusNotFound ? "orrery-mysql browse " + plan.instance.name + " lists what there is"
+                                                  : std::string());
+  return images;
+}
+
+/// Where the server keeps its data was noted by the last backup; a server that answers can still be asked.
+void findDirectory(Context& context, RestorePlan& plan) {
+  const std::string id = std::to_string(plan.instance.id);
+  if (!plan.isIntoServer()) {
+    plan.directory = plan.request.into;
+  } else if (plan.instance.properties[platform::property::dataDirOwner].empty()) {
+    ServerSession server(context, id, ServerSession::LibraryMode{});
+    readDataPaths(server);
+    plan.instance = findInstance(context, id);
+  }
+  std::string directory;
+  GetMySqlInfo::extractDataDir(plan.instance.properties[platform::property::dataDirOwner], directory, plan.user,
+                               plan.group);
+  if (plan.directory.empty()) plan.directory = directory;
+  if (plan.directory.empty()) {
+    throw Failure("it is not known where " + plan.instance.name + " keeps its data", "no backup has noted it",
+                  "start the server and run orrery-mysql paths " + plan.instance.name);
+  }
+}
+
+void lookAtDirectory(RestorePlan& plan) {
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(plan.directory, error), end; !error && entry != end;
+       entry.increment(error))
+    ++plan.entries;
+  if (error && error != std::errc::no_such_file_or_directory)
+    throw Failure("the folder " + plan.directory + " cannot be used", error.message());
+  if (!plan.isIntoServer() && plan.entries != 0) {
+    throw Failure("nothing is restored into " + plan.directory, "the folder is not empty",
+                  "empty it or choose another one");
+  }
+}
+
+bool answers(Context& context, const platform::InstanceRecord& instance) {
+  try {
+    ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
+    return server.attempt([](GetMySqlInfo& session) { return session.PingServer(); }) == 0;
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+void readStart(RestorePlan& plan) {
+  constexpr const char* section = "MySQL";
+  const DZPlatformInfo settings;
+  long manual = 0;
+  plan.manualStart = settings.getNumber(section, "bManualServerStart", manual) && manual != 0;
+  settings.getString(section, "sServerStartCmd", plan.startCommand);
+  if (!settings.getNumber(section, "nStartServerWaitTime", plan.startWait)) plan.startWait = usualStartWait;
+}
+
+std::string ownerOf(const RestorePlan& plan) {
+  return plan.user.empty() ? "this agent's account" : plan.user + ":" + plan.group;
+}
+
+std::string startOf(const RestorePlan& plan) {
+  if (plan.manualStart) return "left to you (bManualServerStart is set)";
+  return (plan.startCommand.empty() ? std::string("by the default command") : plan.startCommand) + ", asked after " +
+         std::to_string(plan.startWait) + " s";
+}
+
+std::string contentOf(const RestorePlan& plan) {
+  return plan.entries == 0
+             ? "is empty"
+             : "is emptied: " + std::to_string(plan.entries) + (plan.entries == 1 ? " entry" : " entries") +
+                   ", binary logs among them if they are there";
+}
+
+}  // namespace
+
+RestorePlan planRestore(Context& context, const RestoreRequest& request) {
+  RestorePlan plan;
+  plan.request = request;
+  plan.instance = findInstance(context, request.instance);
+  if (!isEnterprise(plan.instance)) {
+    throw Failure(plan.instance.name + " is not restored", "enterprise backup is not on for it",
+                  "orrery-mysql instance set " + plan.instance.name + " --meb on turns it on");
+  }
+  plan.images = imagesFor(context, plan);
+  findDirectory(context, plan);
+  lookAtDirectory(plan);
+  if (plan.isIntoServer()) {
+    plan.serverAnswers = answers(context, plan.instance);
+    readStart(plan);
+  }
+  return plan;
+}
+
+Json toJson(const RestorePlan& plan) {
+  Json document;
+  document["instance"] = plan.instance.name;
+  document["to_time"] = timeText(plan.request.toTime * 1000000);
+  document["into_server"] = plan.isIntoServer();
+  document["directory"] = plan.directory;
+  document["entries_removed"] = plan.entries;
+  document["owner"] = plan.user.empty() ? Json(nullptr) : Json(plan.user + ":" + plan.group);
+  document["images"] = Json::array();
+  for (const platform::ArchiveFile& image : plan.images) document["images"].push_back(imageDocument(image));
+  if (plan.isIntoServer()) {
+    document["server_answers"] = plan.serverAnswers;
+    document["manual_start"] = plan.manualStart;
+    document["start_command"] = plan.startCommand.empty() ? Json(nullptr) : Json(plan.startCommand);
+    document["start_wait_seconds"] = plan.startWait;
+  }
+  return document;
+}
+
+Table toTable(const RestorePlan& plan) {
+  Table table;
+  table.add({"instance", plan.instance.name});
+  table.add(
+      {"to", timeText(plan.request.toTime * 1000000) + ", as of " + timeText(plan.images.back().created * 1000000)});
+  if (plan.isIntoServer()) table.add({"server", plan.serverAnswers ? "answers, is stopped" : "does not answer"});
+  table.add({"folder", plan.directory + " " + contentOf(plan)});
+  for (const platform::ArchiveFile& image : plan.images) {
+    table.add({"image", std::string(levelText(image.level)) + " of " + timeText(image.created * 1000000) + ", " +
+                            amountText(static_cast<double>(image.size)) + ", read and found whole: " + image.name});
+  }
+  table.add({"owner", ownerOf(plan)});
+  if (plan.isIntoServer()) table.add({"start", startOf(plan)});
+  return table;
+}
+
+}  // namespace orrery::tool

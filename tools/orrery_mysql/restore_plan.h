@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "orrery/platform/services.h"
+
+#include "enterprise_restore.h"
+
+namespace orrery::tool {
+
+/// What a restore uses and replaces.
+struct RestorePlan {
+  platform::InstanceRecord instance;
+  RestoreRequest request;
+  std::vector<platform::ArchiveFile> images;  ///< in the order in which they are applied; each was read as a whole
+  std::string directory;                      ///< where to
+  std::string user, group;                    ///< whose the files will be; empty: not known
+  bool serverAnswers = false;
+  std::size_t entries = 0;  ///< in the directory, which go
+  bool manualStart = false;
+  std::string startCommand;  ///< empty: the default one
+  long startWait = 0;        ///< seconds
+
+  bool isIntoServer() const noexcept { return request.into.empty(); }
+};
+
+/// Finds out without changing anything. Throws Failure when the restore could not be done.
+RestorePlan planRestore(Context& context, const RestoreRequest& request);
+
+Json toJson(const RestorePlan& plan);
+Table toTable(const RestorePlan& plan);
+
+}  // namespace orrery::tool
