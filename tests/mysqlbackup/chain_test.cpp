@@ -21,16 +21,7 @@ class MysqlbackupChain : public MysqlbackupTest {
 
 const std::string checksums = "CHECKSUM TABLE shop.goods, shop.orders";
 
-/// A row for the client's group, and where it is allowed to be read.
-ProgramResult ask(const std::string& socket, const std::string& password, const std::string& statement) {
-  ProgramOptions options;
-  options.input = "[client]\nuser=agent\npassword='" + password + "'\nsocket=" + socket + "\n";
-  return runProgram({"mariadb", "--defaults-file=/dev/stdin", "--batch", "--skip-column-names", "-e", statement},
-                    options);
-}
-
 std::string MysqlbackupChain::checksumsOfData() const {
-  const std::string socket = folder_ / "s.sock";
   std::vector<std::string> command;
   if (::geteuid() == 0) {
     EXPECT_EQ(runProgram({"chown", "-R", server_->account() + ":", data()}).exitStatus, 0);
@@ -41,10 +32,16 @@ std::string MysqlbackupChain::checksumsOfData() const {
   command.insert(command.end(),
                  {"--datadir=" + data(), "--socket=" + data() + "/s.sock", "--pid-file=" + data() + "/pid"});
   RunningProgram server(command);
+  // Its accounts are those of the server that was backed up.
+  const std::vector<std::string> client{"mariadb",
+                                        "--defaults-file=" + server_->directory() + "/agent.cnf",
+                                        "--socket=" + data() + "/s.sock",
+                                        "--batch",
+                                        "--skip-column-names",
+                                        "--execute=" + checksums};
   ProgramResult answer;
   EXPECT_TRUE(waitUntil([&] {
-    return fs::exists(data() + "/s.sock") &&
-           (answer = ask(data() + "/s.sock", server_->agentPassword(), checksums)).exitStatus == 0;
+    return fs::exists(data() + "/s.sock") && (answer = runProgram(client)).exitStatus == 0;
   })) << answer.errors;
   server.signalGroup(SIGTERM);
   const ProgramResult ended = server.wait();

@@ -13,8 +13,8 @@ std::unique_ptr<MariaDbSandbox> MysqlbackupTest::server_;
 void MysqlbackupTest::SetUpTestSuite() {
   server_ = std::make_unique<MariaDbSandbox>();
   server_->execute(
-      "CREATE DATABASE shop; CREATE TABLE shop.goods (id INT AUTO_INCREMENT PRIMARY KEY, name VARCHAR(200)) "
-      "ENGINE=InnoDB; INSERT INTO shop.goods (name) SELECT REPEAT(MD5(seq), 4) FROM seq_1_to_5000;");
+      "CREATE DATABASE shop; USE shop; CREATE TABLE goods (id INT AUTO_INCREMENT PRIMARY KEY, name VARCHAR(200)) "
+      "ENGINE=InnoDB; INSERT INTO goods (name) SELECT REPEAT(MD5(seq), 4) FROM seq_1_to_5000;");
 }
 
 std::vector<std::string> MysqlbackupTest::backupCommand(const std::string& name,
