@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -62,7 +63,7 @@ std::string findInPath(const std::string& name) {
   ::signal(SIGPIPE, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
   ::execv(file, argv);
   ::_exit(127);
 }
@@ -98,6 +99,7 @@ void ChildProgram::start(const std::vector<std::string>& arguments, int input, i
   const std::string file = findInPath(name_);
   std::vector<std::string> texts = arguments;
   std::vector<char*> argv;
+  argv.reserve(texts.size() + 1);
   for (std::string& text : texts) argv.push_back(text.data());
   argv.push_back(nullptr);
   const int streams[3] = {input, output, errors};

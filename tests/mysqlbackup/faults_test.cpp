@@ -1,6 +1,7 @@
 // Failures, asked for and real: each is told, and leaves neither an image nor a process.
 
 #include <signal.h>
+#include <stdlib.h>
 
 #include <filesystem>
 
@@ -16,7 +17,18 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-using MysqlbackupFaults = MysqlbackupTest;
+class MysqlbackupFaults : public MysqlbackupTest {
+ protected:
+  /// A value of PATH that finds, in place of the real one, a mariadb-backup that writes some MiB and then fails.
+  std::string breakingProgram() const {
+    fs::create_directory(folder_ / "bin");
+    writeFile(folder_ / "bin/mariadb-backup",
+              "#!/bin/sh\nhead -c 3000000 /dev/zero\necho 'ERROR: not ours' >&2\necho 'no space' >&2\nexit 3\n", 0755);
+    return folder_ / ("bin:" + std::string(::secure_getenv("PATH")));
+  }
+  static constexpr const char* brokenOff =
+      "mariadb-backup failed with exit status 3; its last words: ERROR: not ours | no space";
+};
 
 TEST_F(MysqlbackupFaults, EveryFaultOfABackupLeavesNothing) {
   for (const std::string fault : {"start", "options", "server", "stream:2", "media_write:3", "close", "history"}) {
@@ -41,14 +53,21 @@ TEST_F(MysqlbackupFaults, EveryFaultOfARestoreIsTold) {
     EXPECT_TRUE(fs::exists(restoreDirectory("full") + "/image")) << "stays to be looked at";
     EXPECT_FALSE(someProcessMentions(folder_.path()));
   }
+  ASSERT_TRUE(completed(backupIncrement("one")));
+  ASSERT_TRUE(completed(restore("full")));
+  EXPECT_TRUE(failedWith(restore("one", {"--incremental"}, "apply"), "the fault \"apply\""));
+  EXPECT_TRUE(failedWith(restore("one", {"--incremental"}, "", breakingProgram()), brokenOff));
+  EXPECT_TRUE(failedWith(restore("one", {"--incremental"}), "holds no restored backup")) << "it is half applied";
 }
 
 TEST_F(MysqlbackupFaults, RealFailuresAreToldInTheWordsOfTheProgramThatFailed) {
   writeFile(folder_ / "password.cnf", "[client]\npassword=wrong\n", 0600);
   EXPECT_TRUE(
       failedWith(runProgram(backupCommand("b")), "mariadb failed with exit status 1; its last words: ERROR 1045"));
+  EXPECT_TRUE(failedWith(backup("broken", {}, "", breakingProgram()), brokenOff));
+  EXPECT_THAT(mediaFiles(), IsEmpty());
   fs::remove_all(media());
-  EXPECT_TRUE(failedWith(backup("c"), "media folder"));
+  EXPECT_TRUE(failedWith(backup("c"), "the media library cannot begin the session of the image c: "));
 }
 
 TEST_F(MysqlbackupFaults, AKilledRunLeavesNoImageAndNoProcess) {

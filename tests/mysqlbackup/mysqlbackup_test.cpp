@@ -8,6 +8,19 @@ namespace orrery::test {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+constexpr const char* environment = "--sbt-environment=DzSrcClientName=,DzKycmdTokenFile=,DzMySQLSBTInstance=db1,";
+
+ProgramOptions with(const std::string& fault, const std::string& path) {
+  ProgramOptions options;
+  options.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault};
+  if (!path.empty()) options.environment.push_back("PATH=" + path);
+  return options;
+}
+
+}  // namespace
+
 std::unique_ptr<MariaDbSandbox> MysqlbackupTest::server_;
 
 void MysqlbackupTest::SetUpTestSuite() {
@@ -28,11 +41,9 @@ std::vector<std::string> MysqlbackupTest::backupCommand(const std::string& name,
                                    "--backup-dir=" + backupDirectory(name),
                                    "--backup-image=sbt:" + name};
   command.insert(command.end(), options.begin(), options.end());
-  command.insert(command.end(),
-                 {"--sbt-environment=DzSrcClientName=,DzKycmdTokenFile=,DzMySQLSBTInstance=db1,ThreadCommandLine=-j 17 "
-                  "-a " +
-                      std::to_string(instance_) + ":0 -at 104 -t 1",
-                  "--verbose", "--debug=all", "backup-to-image"});
+  const std::string job = "-j 17 -a " + std::to_string(instance_) + ":0 -at 104 -t 1";
+  command.insert(command.end(), {std::string(environment) + "ThreadCommandLine=" + job, "--verbose", "--debug=all",
+                                 "backup-to-image"});
   return command;
 }
 
@@ -42,17 +53,14 @@ std::vector<std::string> MysqlbackupTest::restoreCommand(const std::string& name
                                    "--backup-image=sbt:" + name, "--sbt-lib-path=" ORRERY_LIBOBK};
   command.insert(command.end(), options.begin(), options.end());
   command.insert(command.end(),
-                 {"--datadir=" + data(), "--sbt-environment=DzSrcClientName=,DzKycmdTokenFile=,DzMySQLSBTInstance=db1,",
-                  "--verbose", "--debug=all", "copy-back-and-apply-log"});
+                 {"--datadir=" + data(), environment, "--verbose", "--debug=all", "copy-back-and-apply-log"});
   return command;
 }
 
 ProgramResult MysqlbackupTest::backup(const std::string& name, const std::vector<std::string>& options,
-                                      const std::string& fault) const {
+                                      const std::string& fault, const std::string& path) const {
   writeFile(folder_ / "password.cnf", "[client]\npassword='" + server_->agentPassword() + "'\n", 0600);
-  ProgramOptions run;
-  run.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault};
-  return runProgram(backupCommand(name, options), run);
+  return runProgram(backupCommand(name, options), with(fault, path));
 }
 
 ProgramResult MysqlbackupTest::backupIncrement(const std::string& name) const {
@@ -60,12 +68,10 @@ ProgramResult MysqlbackupTest::backupIncrement(const std::string& name) const {
 }
 
 ProgramResult MysqlbackupTest::restore(const std::string& name, const std::vector<std::string>& options,
-                                       const std::string& fault) const {
+                                       const std::string& fault, const std::string& path) const {
   std::error_code error;
   fs::remove_all(restoreDirectory(name), error);
-  ProgramOptions run;
-  run.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault};
-  return runProgram(restoreCommand(name, options), run);
+  return runProgram(restoreCommand(name, options), with(fault, path));
 }
 
 std::string MysqlbackupTest::fingerprintOfData() const {

@@ -18,12 +18,13 @@ class MysqlbackupTest : public MediaTest {
 
   std::vector<std::string> backupCommand(const std::string& name, const std::vector<std::string>& options = {}) const;
   std::vector<std::string> restoreCommand(const std::string& name, const std::vector<std::string>& options = {}) const;
+  /// `path`: where programs are looked for; empty: where they are.
   ProgramResult backup(const std::string& name, const std::vector<std::string>& options = {},
-                       const std::string& fault = {}) const;
+                       const std::string& fault = {}, const std::string& path = {}) const;
   ProgramResult backupIncrement(const std::string& name) const;
   /// Into data().
   ProgramResult restore(const std::string& name, const std::vector<std::string>& options = {},
-                        const std::string& fault = {}) const;
+                        const std::string& fault = {}, const std::string& path = {}) const;
   std::string data() const { return folder_ / "data"; }
   std::string backupDirectory(const std::string& name) const { return folder_ / ("b/" + name); }
   std::string restoreDirectory(const std::string& name) const { return folder_ / ("r/" + name); }

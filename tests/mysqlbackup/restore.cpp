@@ -51,7 +51,7 @@ void copyDescription(const std::string& folder, const std::string& dataDirectory
   for (const auto& entry : fs::directory_iterator(folder)) {
     const std::string name = entry.path().filename().string();
     if (name == "backup-my.cnf" || name.starts_with("xtrabackup_"))
-      fs::copy_file(entry.path(), dataDirectory + "/" + name, fs::copy_options::overwrite_existing);
+      fs::copy_file(entry.path(), fs::path(dataDirectory) / name, fs::copy_options::overwrite_existing);
   }
 }
 

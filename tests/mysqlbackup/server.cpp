@@ -57,7 +57,8 @@ std::string Server::dataDirectory() const {
 
 void Server::findBase(ImageFacts& facts) const {
   const bool hasHistory =
-      query("SELECT 1 FROM information_schema.tables WHERE table_schema='mysql' AND table_name='backup_history'") != "";
+      !query("SELECT 1 FROM information_schema.tables WHERE table_schema='mysql' AND table_name='backup_history'")
+           .empty();
   std::istringstream row(hasHistory ? query("SELECT backup_id, end_lsn FROM mysql.backup_history WHERE "
                                             "exit_state='SUCCESS' ORDER BY end_time DESC, backup_id DESC LIMIT 1")
                                     : "");
