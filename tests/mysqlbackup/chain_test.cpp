@@ -86,7 +86,12 @@ TEST_F(MysqlbackupChain, WhatIsLeftInTheFoldersAndInTheHistory) {
             "FULL\tSUCCESS\tsbt:full\t1\t" + server_->dataDirectory() + "\n");
   EXPECT_TRUE(failedWith(backup("full"), "is not empty"));
 
-  ASSERT_TRUE(completed(restore("full")));
+  writeFile(folder_ / "server.cnf", "[client]\ndatadir=/nowhere\n[mysqld]\nport=1\ndatadir = " + data() + "\n");
+  std::vector<std::string> command = restoreCommand("full");
+  std::erase(command, "--datadir=" + data());
+  command.insert(command.begin() + 1, "--defaults-file=" + (folder_ / "server.cnf"));
+  ASSERT_TRUE(completed(runProgram(command)));
+  EXPECT_TRUE(fs::exists(data() + "/ibdata1"));
   EXPECT_EQ(readFile(restoreDirectory("full") + "/server-my.cnf"), "[mysqld]\ndatadir=" + data() + "\n");
   EXPECT_FALSE(fs::exists(restoreDirectory("full") + "/image"));
 }

@@ -37,7 +37,7 @@ std::vector<std::string> MysqlbackupTest::backupCommand(const std::string& name,
                                    "-u",
                                    "agent",
                                    "--socket=" + server_->socket(),
-                                   "--sbt-lib-path=" ORRERY_LIBOBK,
+                                   std::string("--sbt-lib-path=") + ORRERY_LIBOBK,
                                    "--backup-dir=" + backupDirectory(name),
                                    "--backup-image=sbt:" + name};
   command.insert(command.end(), options.begin(), options.end());
@@ -50,7 +50,7 @@ std::vector<std::string> MysqlbackupTest::backupCommand(const std::string& name,
 std::vector<std::string> MysqlbackupTest::restoreCommand(const std::string& name,
                                                          const std::vector<std::string>& options) const {
   std::vector<std::string> command{ORRERY_MYSQLBACKUP, "--backup-dir=" + restoreDirectory(name),
-                                   "--backup-image=sbt:" + name, "--sbt-lib-path=" ORRERY_LIBOBK};
+                                   "--backup-image=sbt:" + name, std::string("--sbt-lib-path=") + ORRERY_LIBOBK};
   command.insert(command.end(), options.begin(), options.end());
   command.insert(command.end(),
                  {"--datadir=" + data(), environment, "--verbose", "--debug=all", "copy-back-and-apply-log"});
