@@ -7,7 +7,7 @@ set -euo pipefail
 build_packages=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev libinih-dev libxxhash-dev libcli11-dev
   nlohmann-json3-dev libprotozero-dev)
 # The server's core and the clients only: the full server package would start a service of its own.
-servers_packages=(mariadb-server-core mariadb-client openssl passwd procps iproute2)
+servers_packages=(mariadb-server-core mariadb-client mariadb-backup openssl passwd procps iproute2)
 checks_packages=(git libgtest-dev libgmock-dev clang clang-format clang-tidy libclang-rt-dev
   binutils man-db protobuf-compiler graphviz)
 
