@@ -25,7 +25,7 @@ Media::Media(const Options& options)
 
 bool Media::read(void* block) {
   const unsigned long code = session_.read(block);
-  if (code != libobk::sbtEndOfFile) require(code, "read");
+  if (code != media::sbtEndOfFile) require(code, "read");
   return code == 0;
 }
 

@@ -20,7 +20,7 @@ class Media {
   bool read(void* block);
   void close() { require(session_.close(), "complete"); }
   /// Leaves nothing of the image that is being created. Can be asked for when a failure is under way already.
-  void giveUp() noexcept { session_.close(libobk::flagGiveUp); }
+  void giveUp() noexcept { session_.close(media::flagGiveUp); }
   void remove(const std::string& name) { require(session_.remove(name), "remove"); }
   void end() { require(session_.end(), "end the session of"); }
 

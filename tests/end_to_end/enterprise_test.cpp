@@ -1,0 +1,245 @@
+// Enterprise backup and restore through the command, on a real server: images made by a stand-in for the vendor's
+// program from real physical backups, moved by the media library, put back to each of their times.
+
+#include <signal.h>
+
+#include <filesystem>
+
+#include "command_fixture.h"
+
+namespace orrery::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// One server for each test: it is stopped, emptied and filled again.
+class EnterpriseTest : public CommandTest {
+ protected:
+  void SetUp() override {
+    CommandTest::SetUp();
+    addServer("db", server_, {"--meb", "on", "--meb-bin", ORRERY_MYSQLBACKUP_FOLDER});
+    set("sServerStartCmd", server_.startCommand());
+    set("nStartServerWaitTime", "3");
+    server_.execute("create database shop; create table shop.t (id int primary key auto_increment, text varchar(200))");
+    write(100);
+  }
+  void TearDown() override {
+    EXPECT_THAT(namesIn(home() + "/tmp"), IsEmpty());
+    for (const std::string& name : namesIn(home() + "/media")) EXPECT_THAT(name, Not(HasSubstr(".new-")));
+  }
+
+  void set(const std::string& key, const std::string& value) const {
+    ASSERT_EQ(run({"setting", "set", "MySQL." + key, value}).exitStatus, 0);
+  }
+  void write(int rows) {
+    server_.execute("insert into shop.t (text) select repeat(char(65 + seq % 26), 150) from seq_1_to_" +
+                    std::to_string(rows));
+  }
+  /// Data that take a while to move.
+  void writeMuch() { write(200000); }
+  std::string checksum() const { return server_.execute("checksum table shop.t"); }
+  Json backup(const std::string& level = "full") const { return runJson({"backup", "db", "--level", level}); }
+  static std::string timeOf(const Json& backup) { return backup["image"]["created"]; }
+  Json restoreTo(const std::string& time, std::vector<std::string> more = {}) const {
+    more.insert(more.begin(), {"restore", "db", "--yes", "--to-time", time});
+    return runJson(more);
+  }
+  std::vector<std::string> images() const { return namesIn(home() + "/media"); }
+  Json job(int id) const { return runJson({"job", "show", std::to_string(id)}); }
+  Json lastJob() const { return job(runJson({"job", "list"})["jobs"][0]["id"]); }
+  /// The command, with a fault of the backup program, in the background.
+  RunningProgram start(const std::vector<std::string>& arguments, const std::string& fault) const {
+    return RunningProgram(commandLine(home(), arguments), {.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault}});
+  }
+  ProgramResult runWith(const std::string& fault, const std::vector<std::string>& arguments) const {
+    return run(arguments, {.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault}});
+  }
+  /// Waits until a job has moved something.
+  bool moves(int id) const {
+    return waitUntil([&] {
+      const ProgramResult shown = run({"--format", "json", "job", "show", std::to_string(id)});
+      return shown.exitStatus == 0 && Json::parse(shown.output)["bytes"] > 0;
+    });
+  }
+
+  MariaDbSandbox server_{MariaDbSandbox::Options{.logBin = true}};
+};
+
+TEST_F(EnterpriseTest, RestoresToTheTimeOfEachImage) {
+  std::vector<std::pair<std::string, std::string>> times;  // of the image, and what the data were
+  for (int i = 0; i < 4; ++i) {
+    const std::string before = checksum();
+    const Json made = backup(i == 0 ? "full" : "incremental");
+    EXPECT_EQ(made["state"], "succeeded") << job(i + 1);
+    EXPECT_EQ(made["image"]["level"], i == 0 ? "full" : "incremental");
+    EXPECT_THAT(made["databases"].get<std::vector<std::string>>(), testing::Contains("shop"));
+    EXPECT_EQ(job(i + 1)["bytes"], made["image"]["bytes"]);
+    times.emplace_back(timeOf(made), before);
+    write(1000);
+  }
+  const Json known = runJson({"browse", "db", "--database", "shop"})["images"];
+  ASSERT_EQ(known.size(), 4U);
+
+  std::size_t count = 4;
+  for (auto time = times.rbegin(); time != times.rend(); ++time, --count) {
+    const Json restored = restoreTo(time->first);
+    EXPECT_EQ(restored["state"], "succeeded") << lastJob();
+    EXPECT_EQ(restored["images"].size(), count);
+    EXPECT_EQ(lastJob()["progress"], 100);
+    EXPECT_EQ(checksum(), time->second) << count;
+  }
+  EXPECT_EQ(std::filesystem::status(server_.dataDirectory() + "/shop").type(), std::filesystem::file_type::directory);
+
+  // What a restore leaves behind is no base for an incremental backup.
+  const ProgramResult next = run({"--format", "json", "backup", "db", "--level", "incremental"});
+  EXPECT_THAT(next.errors, HasSubstr("a full backup is made: the server was restored"));
+  EXPECT_EQ(Json::parse(next.output)["image"]["level"], "full");
+  EXPECT_EQ(backup("incremental")["image"]["level"], "incremental") << "once is enough";
+}
+
+TEST_F(EnterpriseTest, RestoresIntoAFolderAndLeavesTheServerAlone) {
+  const std::string time = timeOf(backup());
+  const std::string folder = directory_ / "it's \"my\" folder";
+  EXPECT_TRUE(failedWith(run({"restore", "db", "--to-time", time, "--into", folder}), "\"")) << "cannot be handed over";
+  const std::string plain = directory_ / "it's my folder";
+  EXPECT_EQ(restoreTo(time, {"--into", plain})["state"], "succeeded") << lastJob();
+  EXPECT_TRUE(std::filesystem::exists(plain + "/shop/t.ibd"));
+  EXPECT_EQ(server_.execute("select 1"), "1\n");
+  EXPECT_FALSE(server_.hasEnded());
+  EXPECT_TRUE(failedWith(run({"restore", "db", "--to-time", time, "--into", plain}), "not empty"));
+}
+
+TEST_F(EnterpriseTest, PlanChangesNothing) {
+  const std::string time = timeOf(backup());
+  const std::string before = checksum();
+  const Json plan = restoreTo(time, {"--plan"});
+  EXPECT_EQ(plan["directory"], server_.dataDirectory() + "/");
+  EXPECT_EQ(plan["owner"], server_.account() + ":" + server_.account());
+  EXPECT_EQ(plan["server_answers"], true);
+  EXPECT_EQ(plan["images"].size(), 1U);
+  EXPECT_EQ(runJson({"job", "list"})["jobs"].size(), 1U);
+  EXPECT_FALSE(server_.hasEnded());
+  EXPECT_EQ(checksum(), before);
+  EXPECT_TRUE(failedWith(run({"restore", "db", "--plan", "--to-time", "2001-01-01T00:00:00Z"}), "no image was made"));
+  EXPECT_TRUE(refusedUsage(run({"restore", "db", "--plan", "--to-time", "2026-01-01 10:00"}), "is no time"));
+}
+
+TEST_F(EnterpriseTest, AnImageThatCannotBeReadLeavesTheServerAlone) {
+  const Json full = backup();
+  write(10);
+  const Json last = backup("incremental");
+  const std::string before = checksum();
+  const std::string time = timeOf(last);
+  const std::string name = full["image"]["name"];
+  const std::string file = home() + "/media/" + name;
+  std::filesystem::copy_file(file, directory_ / "kept");
+  const auto refused = [&](const std::string& reason) {
+    const ProgramResult result = run({"restore", "db", "--yes", "--to-time", time});
+    EXPECT_TRUE(failedWith(result, reason));
+    EXPECT_THAT(result.errors, HasSubstr(name));
+    EXPECT_FALSE(server_.hasEnded());
+    EXPECT_EQ(checksum(), before);
+  };
+  std::filesystem::resize_file(file, std::filesystem::file_size(file) - 1);
+  refused("refused");
+  std::filesystem::remove(file);
+  refused("not in the folder");
+  std::string bytes = readFile(directory_ / "kept");
+  bytes[bytes.size() / 2] = static_cast<char>(~bytes[bytes.size() / 2]);
+  writeFile(file, bytes);
+  refused("damaged");
+}
+
+TEST_F(EnterpriseTest, ServerThatIsDownIsRestoredAndLeftDownWhenAskedTo) {
+  const std::string before = checksum();
+  const std::string time = timeOf(backup());
+  write(10);
+  server_.crash();
+  set("bManualServerStart", "1");
+  EXPECT_EQ(restoreTo(time)["state"], "succeeded") << lastJob();
+  EXPECT_TRUE(server_.hasEnded());
+  server_.start();
+  EXPECT_EQ(checksum(), before);
+}
+
+TEST_F(EnterpriseTest, ServerThatDoesNotComeBackFailsTheJob) {
+  const std::string time = timeOf(backup());
+  for (const char* command : {"/bin/true", "/no/such/program"}) {
+    set("sServerStartCmd", command);
+    set("nStartServerWaitTime", "1");
+    EXPECT_TRUE(failedWith(run({"restore", "db", "--yes", "--to-time", time}), "did not answer after the restore"));
+    EXPECT_EQ(lastJob()["state"], "failed") << command;
+    EXPECT_EQ(lastJob()["causes"][0]["code"], "0x57000071");
+  }
+  server_.start();
+}
+
+TEST_F(EnterpriseTest, BackupProgramThatFailsIsToldInWords) {
+  const struct {
+    const char* fault;
+    const char* words;
+  } cases[] = {{"stream:1", "mysqlbackup failed: ERROR:"},
+               {"close", "mysqlbackup failed: ERROR:"},
+               {"no_error_line", "mysqlbackup failed: mysqlbackup failed."},
+               {"crash:1", "mysqlbackup failed"}};
+  for (const auto& [fault, words] : cases) {
+    EXPECT_TRUE(failedWith(runWith(fault, {"backup", "db"}), words)) << fault;
+    EXPECT_EQ(lastJob()["state"], "failed") << fault;
+    EXPECT_EQ(lastJob()["causes"][0]["code"], "0x5700006b");
+    EXPECT_THAT(runJson({"browse", "db"})["images"], IsEmpty()) << fault;
+  }
+  const std::string time = timeOf(backup());
+  for (const char* fault : {"unpack", "prepare", "copy_back"}) {
+    EXPECT_TRUE(failedWith(runWith(fault, {"restore", "db", "--yes", "--to-time", time}), "mysqlbackup failed: ERROR:"))
+        << fault;
+    EXPECT_EQ(lastJob()["state"], "failed");
+  }
+  EXPECT_EQ(restoreTo(time)["state"], "succeeded") << "a second try mends it";
+}
+
+TEST_F(EnterpriseTest, StopsOnRequestInBackupAndRestore) {
+  writeMuch();
+  {
+    RunningProgram program = start({"backup", "db"}, "slow:200");
+    ASSERT_TRUE(moves(1));
+    EXPECT_EQ(run({"job", "stop", "1"}).exitStatus, 0);
+    EXPECT_TRUE(failedWith(program.wait(), "asked to stop"));
+    EXPECT_EQ(job(1)["state"], "failed");
+    EXPECT_THAT(images(), IsEmpty());
+  }
+  {
+    RunningProgram program = start({"backup", "db"}, "slow:200");
+    ASSERT_TRUE(moves(2));
+    ::kill(program.pid(), SIGINT);
+    EXPECT_EQ(program.wait().signal, SIGINT);
+    EXPECT_THAT(job(2)["causes"].dump(), HasSubstr("SIGINT"));
+    EXPECT_THAT(images(), IsEmpty());
+  }
+  const std::string before = checksum();
+  const std::string time = timeOf(backup());
+  RunningProgram program = start({"restore", "db", "--yes", "--to-time", time}, "slow:200");
+  ASSERT_TRUE(moves(4));
+  EXPECT_EQ(run({"job", "stop", "4"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(program.wait(), "asked to stop"));
+  EXPECT_EQ(job(4)["state"], "failed");
+  EXPECT_EQ(restoreTo(time)["state"], "succeeded") << "a second try mends it";
+  EXPECT_EQ(checksum(), before);
+}
+
+TEST_F(EnterpriseTest, KilledAgentIsFollowedByASecondTry) {
+  writeMuch();
+  RunningProgram program = start({"backup", "db"}, "slow:200");
+  ASSERT_TRUE(moves(1));
+  ::kill(program.pid(), SIGKILL);
+  EXPECT_EQ(program.wait().signal, SIGKILL);
+  EXPECT_EQ(runJson({"job", "list"})["jobs"][0]["state"], "died");
+  const Json made = backup();
+  EXPECT_EQ(made["state"], "succeeded");
+  EXPECT_THAT(images(), testing::Contains(made["image"]["name"].get<std::string>()));
+}
+
+}  // namespace
+}  // namespace orrery::test
