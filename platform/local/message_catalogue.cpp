@@ -56,10 +56,13 @@ constexpr Message catalogue[] = {
      "start "
      "the job again."},
     {0x5700006F,
-     "There is no enterprise backup image for the chosen time; choose a later time, see `orrery-mysql browse`."},
+     "There is no usable enterprise backup image for the chosen time (%1); choose another time, see `orrery-mysql "
+     "browse`."},
     {0x57000070, "The folder to restore into is not empty; empty it or choose another one."},
     {0x57000071, "The server did not answer after the restore; look into the server's error log."},
-    {0x57000072, "The server could not be stopped before the restore; stop it yourself, then start the restore again."},
+    {0x57000072,
+     "The server could not be stopped before the restore, or its directory is still in use (%1); nothing was removed. "
+     "Stop it yourself, then start the restore again."},
     {0x570000F0,
      "The read lock on the server %1 was lost before the backup gave it back, so what was read may not belong "
      "together; "
@@ -74,6 +77,15 @@ constexpr Message catalogue[] = {
      "What these databases hold is not in the index: %1 (%2); the rest of the backup is not affected. Correct that, "
      "then "
      "start the backup again, or keep what `orrery-mysql metadata` writes."},
+    {0x570000F6,
+     "This cannot be handed over to mysqlbackup, because it is empty or holds a quote, a line break or, where that "
+     "parts values, a blank or a comma: %1; change it, then start the job again."},
+    {0x570000F7,
+     "The restore was refused before anything was changed: %1; correct that, then start the restore again."},
+    {0x570000F8,
+     "The folder to restore into could not be made ready: %1; what was removed before that is gone. Correct that, then "
+     "start the restore again."},
+    {0x570000F9, "The restore was asked to stop and did so %1; start it again when it suits."},
     {0x57000100,
      "The %1 was ended by a signal (%2); start it again. A data directory that was being restored is not complete."},
     {0x57000101,

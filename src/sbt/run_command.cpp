@@ -7,21 +7,13 @@
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/LibMySqlProcess.h"
 
+#include "sbt/command_values.h"
 #include "sbt/texts.h"
 #include "session/guarded.h"
 
 namespace {
 
 constexpr const char* tag = "MySqlSBTUtils::runCommand";
-
-/// As a shell reads it: as it stands, or in quotes when it holds anything that a shell would not take so.
-std::string shellWord(const std::string& text) {
-  constexpr const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./,:=@%+-";
-  if (text.find_first_not_of(plain) == std::string::npos) return text;
-  std::string word = "'";
-  for (const char character : text) word += character == '\'' ? std::string("'\\''") : std::string(1, character);
-  return word + "'";
-}
 
 }  // namespace
 
@@ -43,8 +35,8 @@ int MySqlSBTUtils::runThroughShell(const std::string& command, int& rc) {
     event_.Error(tag, "the agent has no home");
     return -1;
   }
-  const std::string line =
-      orrery::mysql::sbt::formatted("export LD_LIBRARY_PATH=%s; %s", shellWord(home).c_str(), command.c_str());
+  const std::string line = orrery::mysql::sbt::formatted("export LD_LIBRARY_PATH=%s; %s",
+                                                         orrery::mysql::sbt::shellWord(home).c_str(), command.c_str());
   event_.Debug(tag, "Executing command [%s]", line.c_str());
   rc = std::system(line.c_str());  // NOLINT(concurrency-mt-unsafe): the C library's is safe
   // Kept: a negative result, of a shell that could not be started, is no failure; callers look at `rc`.

@@ -3,7 +3,19 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "orrery/platform/FXString.h"
+#include "orrery/platform/services.h"
+
 namespace orrery::mysql::sbt {
+
+std::int64_t secondsNow() {
+  constexpr std::int64_t microsecondsPerSecond = 1'000'000;
+  return platform::services().clock->now() / microsecondsPerSecond;
+}
+
+std::string timedFolder(const std::string& folder) {
+  return FXPath::Append(folder, std::to_string(secondsNow()));
+}
 
 std::string formatted(const char* format, ...) {
   va_list arguments;

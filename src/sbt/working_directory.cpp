@@ -6,7 +6,6 @@
 #include "orrery/mysql/MySqlSBTCommon.h"
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/FXString.h"
-#include "orrery/platform/services.h"
 
 #include "sbt/texts.h"
 #include "session/guarded.h"
@@ -14,7 +13,6 @@
 namespace {
 
 constexpr const char* tag = "MySqlSBTUtils::initializeCommonParams";
-constexpr std::int64_t microsecondsPerSecond = 1'000'000;
 
 const char* folderOf(DZJobType type) {
   switch (type) {
@@ -33,7 +31,6 @@ int MySqlSBTUtils::initializeCommonParams(std::uint64_t instanceId) {
   return orrery::mysql::guarded(event_, tag, [&] {
     DZPI_CommClient platform;
     platform.setFocusClientName(platform.getFocusClientName(true));
-    const std::int64_t seconds = orrery::platform::services().clock->now() / microsecondsPerSecond;
     jobResultsDir_.clear();
     std::string folder;
     std::string home;
@@ -43,8 +40,7 @@ int MySqlSBTUtils::initializeCommonParams(std::uint64_t instanceId) {
       return -1;
     }
     if (const char* const ofType = folderOf(jobType_); ofType != nullptr) folder = FXPath::Append(folder, ofType);
-    folder = FXPath::Append(folder, std::to_string(seconds));
-    jobResultsDir_ = FXPath::Append(folder, std::to_string(instanceId));
+    jobResultsDir_ = FXPath::Append(orrery::mysql::sbt::timedFolder(folder), std::to_string(instanceId));
 
     sbtLibraryPath_ = FXPath::Append(home, "libobk.so");
     bool isFile = false;

@@ -39,10 +39,11 @@ class ORRERY_MYSQL_EXPORT MySqlSBTBackupUtils : public MySqlSBTUtils {
   /// Reads what `mysqlbackup` needs to know of the instance, and makes up the image's name. Part of `initialize`.
   int fetchProperties();
   /// Runs `mysqlbackup` under supervision. A failure is told to the job (0x5700006B) and leaves the working directory,
-  /// where the program may have left words of its own; a success removes it.
+  /// where the program may have left words of its own; a success removes it. What its command line cannot carry, a
+  /// double quote in a path or a comma in a name, is refused and told to the job (0x570000F6); nothing runs then.
   int doMEBBackup();
   /// Enters the instance's databases in the index, for restores to be chosen by. Tells the job when they cannot be
-  /// listed (0x57000034). 0, -1, or the code of the index.
+  /// listed (0x57000034).
   int sendIndexingMetaData();
   /// The base's.
   void cleanUp() override;
@@ -55,6 +56,7 @@ class ORRERY_MYSQL_EXPORT MySqlSBTBackupUtils : public MySqlSBTUtils {
  private:
   ORRERY_MYSQL_HIDDEN int initializeWith(const mysqlBackupArgs_t& args);
   ORRERY_MYSQL_HIDDEN int backupCommand(std::string& command);
+  ORRERY_MYSQL_HIDDEN int refuseUnfit(const std::string& directory);
   ORRERY_MYSQL_HIDDEN int sendDatabases();
 
   std::string imageName_;

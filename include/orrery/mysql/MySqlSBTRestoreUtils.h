@@ -43,13 +43,17 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   /// end to end.
   int getBackupImages(std::vector<ArchFileListByTimeElement_t>& images);
   /// The whole restore: images, stop, empty directory, images in order, owner, full backups next, start, ping. Ends the
-  /// job. Causes: 0x5700006F no usable images, 0x57000072 the server would not stop or keeps its directory open,
-  /// 0x57000070 the directory is not empty, 0x5700006C an image failed, 0x5700006A the owner could not be set,
-  /// 0x57000071 the server does not answer.
+  /// job; where it could not even begin, getJobStatus() is still 0 and the caller has to. Causes: 0x5700006F no usable
+  /// images, 0x570000F6 and 0x570000F7 refused before anything was changed, 0x57000072 the server would not stop or
+  /// keeps its directory open, 0x57000070 the directory is not empty, 0x570000F8 it could not be emptied or made,
+  /// 0x5700006C an image failed, 0x5700006A the owner could not be set, 0x57000071 the server does not answer,
+  /// 0x570000F9 the job was asked to stop, which is looked at before the server is stopped, before its directory is
+  /// emptied and after each image.
   int sbtRestoreToTime();
   /// One run of `mysqlbackup`, supervised when there is a job, else through the shell. Prints its success.
   int sbtRestoreFromImage(const std::string& imageName, bool incremental);
-  /// Gives the data directory to the account of the server.
+  /// Gives the data directory to the account of the server. Without a target directory the last full image tells it;
+  /// without an owner it is that of the destination instance, and when that has none the files stay as they are.
   int setPermissionsToDataDir();
   /// Makes the next backup of every subclient of the destination instance a full one.
   int setForceFullFlags();
@@ -59,13 +63,63 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   const std::string& targetDirectory() const noexcept { return targetDirectory_; }
   bool isIntoServer() const noexcept { return restoreToServer_; }
 
- private:
+ protected:
+  // The server, for drivers of one's own; as the operations of the session. `command` null: the built-in one.
+  virtual int stopServer();
+  virtual int startServer(const char* command);
+  virtual int pingServer();
+
   std::string targetDirectory_;
   std::string extraOptions_;
-  bool commandLineInputs_ = false;
+  bool commandLineInputs_ = false;  ///< `mysqlbackup` was looked for, because nobody said where it is
   bool restoreToServer_ = false;
   std::unique_ptr<DZRestoreTask> task_;
   std::string ownerUser_;
   std::string ownerGroup_;
   GetMySqlInfoExt session_;
+
+ private:
+  ORRERY_MYSQL_HIDDEN int initializeForJob();
+  ORRERY_MYSQL_HIDDEN int initializeByHand();
+  ORRERY_MYSQL_HIDDEN int findProgram();
+
+  // The task; -1 with the reason in the log.
+  ORRERY_MYSQL_HIDDEN int readTask(std::uint32_t& cause);
+  ORRERY_MYSQL_HIDDEN int readSource();
+  ORRERY_MYSQL_HIDDEN int readDestination(std::uint32_t& cause);
+  ORRERY_MYSQL_HIDDEN int readTarget();
+  ORRERY_MYSQL_HIDDEN int readServerTarget();
+  ORRERY_MYSQL_HIDDEN int readRestoreTime();
+
+  // The steps of sbtRestoreToTime. Each ends the job when it fails, unless it says otherwise.
+  ORRERY_MYSQL_HIDDEN int restoreToTime();
+  ORRERY_MYSQL_HIDDEN int findImages(std::vector<ArchFileListByTimeElement_t>& images);
+  ORRERY_MYSQL_HIDDEN int checkBeforehand(const std::vector<ArchFileListByTimeElement_t>& images);
+  ORRERY_MYSQL_HIDDEN std::string whyNotPossible() const;
+  ORRERY_MYSQL_HIDDEN int stopForRestore();
+  ORRERY_MYSQL_HIDDEN int prepareTarget();
+  ORRERY_MYSQL_HIDDEN int emptyTarget();
+  ORRERY_MYSQL_HIDDEN int createTarget();
+  ORRERY_MYSQL_HIDDEN int applyImages(const std::vector<ArchFileListByTimeElement_t>& images);
+  ORRERY_MYSQL_HIDDEN int endAfterImage(const ArchFileListByTimeElement_t& image, int result);
+  ORRERY_MYSQL_HIDDEN int giveToOwner();
+  ORRERY_MYSQL_HIDDEN int bringServerUp();
+  ORRERY_MYSQL_HIDDEN void launchServer();
+  ORRERY_MYSQL_HIDDEN int endSuccessfully();
+  ORRERY_MYSQL_HIDDEN bool isToStop() const;
+  ORRERY_MYSQL_HIDDEN int stopOnRequest(const std::string& when);
+  /// Tells the cause with its arguments and, as the job's end, the failure; nothing without a job. Always -1.
+  ORRERY_MYSQL_HIDDEN int failJob(std::uint32_t cause, const std::vector<std::string>& arguments = {});
+  ORRERY_MYSQL_HIDDEN void tellCause(std::uint32_t cause, const std::vector<std::string>& arguments = {});
+
+  ORRERY_MYSQL_HIDDEN int imageCommand(const std::string& imageName, bool incremental, const std::string& directory,
+                                       std::string& command);
+  ORRERY_MYSQL_HIDDEN int readDefaultsFile(std::string& path) const;
+  ORRERY_MYSQL_HIDDEN std::string runDirectory() const;
+  ORRERY_MYSQL_HIDDEN std::string unfitValues(const std::string& imageName, const std::string& defaultsFile,
+                                              const std::string& directory) const;
+  ORRERY_MYSQL_HIDDEN int findRestoredDirectory(std::string& directory);
+  ORRERY_MYSQL_HIDDEN void takeOwnerOfInstance();
+
+  std::string imagesProblem_;  // why getBackupImages failed last
 };

@@ -33,7 +33,7 @@ class ORRERY_PLATFORM_EXPORT DZRestoreTask {
   int getText(std::uint32_t option, std::string& value) const;
 
  private:
-  ORRERY_PLATFORM_HIDDEN int number(std::uint32_t option, unsigned long& value) const;
+  int number(std::uint32_t option, unsigned long& value) const;
 
   long long jobId_;
 };

@@ -1,0 +1,112 @@
+#include "sbt/emptying.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "orrery/platform/posix.h"
+
+using orrery::platform::errorText;
+using orrery::platform::OwnFd;
+
+namespace orrery::mysql::sbt {
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const noexcept { closedir(directory); }
+};
+
+std::string failed(const std::string& path, int error) {
+  return path + ": " + errorText(error);
+}
+
+/// The names in an open directory. They are read to the end before one of them goes: file systems need not list a
+/// directory well that changes meanwhile.
+std::string listNames(int directory, const std::string& path, std::vector<std::string>& names) {
+  OwnFd copy(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, CloseDirectory> stream(copy ? fdopendir(copy.get()) : nullptr);
+  if (stream == nullptr) return failed(path, errno);
+  copy.release();
+  errno = 0;
+  while (const dirent* entry = readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): the stream is ours alone
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
+  }
+  return errno == 0 ? std::string() : failed(path, errno);
+}
+
+/// By descriptors: a name that is exchanged for a link meanwhile leads nowhere else.
+std::string removeContents(int directory, const std::string& path, dev_t device) {
+  std::vector<std::string> names;
+  if (std::string problem = listNames(directory, path, names); !problem.empty()) return problem;
+  for (const std::string& name : names) {
+    const std::string below = path + "/" + name;
+    struct stat info {};
+    if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) continue;
+      return failed(below, errno);
+    }
+    if (S_ISDIR(info.st_mode)) {
+      if (info.st_dev != device) return below + ": another file system is mounted there";
+      const OwnFd inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      if (!inner) return failed(below, errno);
+      if (std::string problem = removeContents(inner.get(), below, device); !problem.empty()) return problem;
+    }
+    if (unlinkat(directory, name.c_str(), S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) != 0 && errno != ENOENT)
+      return failed(below, errno);
+  }
+  return {};
+}
+
+/// The table writes blanks and the like as a backslash and three octal digits.
+std::string unescaped(const std::string& field) {
+  std::string text;
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    if (field[i] != '\\' || i + 3 >= field.size()) {
+      text += field[i];
+      continue;
+    }
+    text += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0'));
+    i += 3;
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string emptyDirectory(const std::string& path) {
+  const OwnFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct stat info {};
+  if (!directory || fstat(directory.get(), &info) != 0) return failed(path, errno);
+  if (std::string mount = mountBelow(path); !mount.empty()) return mount;
+  return removeContents(directory.get(), path, info.st_dev);
+}
+
+std::string mountBelow(const std::string& path, const std::string& mounts) {
+  std::error_code error;
+  std::string above = std::filesystem::canonical(path, error).native();
+  if (error) return error == std::errc::no_such_file_or_directory ? std::string() : path + ": " + error.message();
+  if (above.back() != '/') above += '/';
+  std::ifstream table(mounts);
+  if (!table) return "what is mounted cannot be told: " + mounts + " cannot be read";
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream fields(line);
+    std::string field;
+    for (int i = 0; i < 5; ++i) fields >> field;
+    const std::string place = unescaped(field);
+    if (place.compare(0, above.size(), above) == 0) return place + ": something is mounted there";
+  }
+  return {};
+}
+
+}  // namespace orrery::mysql::sbt

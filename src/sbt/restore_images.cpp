@@ -1,0 +1,62 @@
+// Restore: the images that lead up to the chosen time.
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "orrery/mysql/MySqlSBTRestoreUtils.h"
+#include "orrery/platform/MySqlInstance.h"
+
+#include "sbt/texts.h"
+#include "session/guarded.h"
+
+namespace {
+
+constexpr const char* tag = "MySqlSBTRestoreUtils::getBackupImages";
+constexpr int forRestoreToTime = 1;
+
+/// The last full image and what follows it: what stands before it has no part in the chain.
+auto chainOf(const std::vector<ArchFileListByTimeElement_t>& found) {
+  const auto full = std::find_if(found.rbegin(), found.rend(), [](const auto& file) { return !file.isIncremental(); });
+  return full == found.rend() ? found.end() : std::prev(full.base());
+}
+
+}  // namespace
+
+int MySqlSBTRestoreUtils::getBackupImages(std::vector<ArchFileListByTimeElement_t>& images) {
+  return orrery::mysql::guarded(event_, tag, [&] {
+    const auto fail = [&](std::string reason) {
+      imagesProblem_ = std::move(reason);
+      event_.Error(tag, "%s", imagesProblem_.c_str());
+      return -1;
+    };
+    const ApplicationId application(params_.realmId, params_.clientId, kMySqlApplicationType, params_.instanceId,
+                                    ApplicationId::defaultBackupSetName(), "(command line)");
+    GetArchFileListByTimeArgs_t query;
+    if (application.getBackupSetId(query.backupSetId) != 0)
+      return fail(orrery::mysql::sbt::formatted("Failed to get backupset id for [%s]", params_.instanceName.c_str()));
+    query.applicationType = kMySqlApplicationType;
+    query.flag = forRestoreToTime;
+    query.toTime = params_.restoreTime;
+    query.isStopped = [this] { return isToStop(); };
+    event_.Debug(tag, "Querying Images for Instance [%ld]!", static_cast<long>(params_.instanceId));
+    std::vector<ArchFileListByTimeElement_t> found;
+    std::string reason;
+    if (ArMgrClientAPI::getArchFileListByTime(query, found, reason) != 0) return fail(reason);
+    if (found.empty()) return fail("No backup images found.");
+    const auto first = chainOf(found);
+    if (first == found.end()) {
+      constexpr const char* nothingKept = "Enterprise backup image(s) not found for the chosen time range.";
+      std::puts(nothingKept);
+      return fail(nothingKept);
+    }
+    for (auto image = first; image != found.end(); ++image) {
+      event_.Debug(tag, "Adding afile:%s, ctime:%d, scId:%d", image->fileName.c_str(),
+                   static_cast<int>(image->creationTime), static_cast<int>(image->subclientId));
+      images.push_back(*image);
+    }
+    return 0;
+  });
+}
