@@ -35,7 +35,7 @@ class EnterpriseTest : public CommandTest {
     ASSERT_EQ(run({"setting", "set", "MySQL." + key, value}).exitStatus, 0);
   }
   void write(int rows) {
-    server_.execute("insert into shop.t (text) select repeat(char(65 + seq % 26), 150) from seq_1_to_" +
+    server_.execute("insert into shop.t (text) select repeat(char(65 + seq % 26), 150) from shop.seq_1_to_" +
                     std::to_string(rows));
   }
   /// Data that take a while to move.

@@ -113,4 +113,10 @@ Table toTable(const std::vector<DataPath>& paths) {
   return table;
 }
 
+void noteDataDirectory(ServerSession& server) {
+  const std::string directory = readDataPaths(server).dataDirectory;
+  server.run("the data directory is not noted of",
+             [&](GetMySqlInfo& session) { return session.setDataPathsToARDB(directory); });
+}
+
 }  // namespace orrery::tool

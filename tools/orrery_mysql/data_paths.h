@@ -36,4 +36,8 @@ Json toJson(const DataPath& path);
 /// Columns: kind, path, owner, origin.
 Table toTable(const std::vector<DataPath>& paths);
 
+/// Keeps with the instance where its server has its data, and whose they are, for the time when no server can be asked.
+/// Throws Failure.
+void noteDataDirectory(ServerSession& server);
+
 }  // namespace orrery::tool

@@ -56,7 +56,7 @@ mysqlBackupArgs_t argumentsOf(const EnterpriseJob& job, const platform::Instance
 void rememberDataDirectory(Context& context, EnterpriseJob& job, const platform::InstanceRecord& instance) {
   try {
     ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
-    readDataPaths(server);
+    noteDataDirectory(server);
   } catch (const Failure& failure) {
     job.addCause(ownerNotKnown, {failure.what()});
     context.note(failure.what());
@@ -121,6 +121,7 @@ void runEnterpriseBackup(Context& context, const BackupRequest& request, const p
   EnterpriseJob job(context, record, "backup");
   platform::ArchiveFile image;
   {
+    const OutputAside aside;
     MySqlSBTBackupUtils driver;
     mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, level);
     if (driver.initialize(args) != 0) job.fail(title);

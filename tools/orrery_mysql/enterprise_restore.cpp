@@ -75,6 +75,7 @@ void runRestore(Context& context, const RestoreRequest& request) {
   {
     SBTParams params;
     params.restoreTime = request.toTime;
+    const OutputAside aside;
     MySqlSBTRestoreUtils driver;
     if (driver.initialize(params, job.id()) != 0) job.fail(title);
     const int rc = driver.sbtRestoreToTime();

@@ -1,5 +1,8 @@
 #include "output.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -53,6 +56,19 @@ void print(Format format, const Json& document, const Table& table) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure("the result cannot be written to standard output", errorText(errno));
   }
+}
+
+OutputAside::OutputAside() {
+  std::fflush(stdout);
+  kept_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (kept_ >= 0) ::dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+OutputAside::~OutputAside() {
+  std::fflush(stdout);
+  if (kept_ < 0) return;
+  ::dup2(kept_, STDOUT_FILENO);
+  ::close(kept_);
 }
 
 }  // namespace orrery::tool

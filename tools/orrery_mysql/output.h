@@ -29,4 +29,17 @@ class Table {
 /// Prints one of the two, whole; throws Failure when standard output does not take it.
 void print(Format format, const Json& document, const Table& table);
 
+/// While one lives, what is written to standard output goes to standard error: drivers tell people what they do, and
+/// the command's own result shall stand alone.
+class [[nodiscard]] OutputAside {
+ public:
+  OutputAside();
+  ~OutputAside();
+  OutputAside(const OutputAside&) = delete;
+  OutputAside& operator=(const OutputAside&) = delete;
+
+ private:
+  int kept_;
+};
+
 }  // namespace orrery::tool

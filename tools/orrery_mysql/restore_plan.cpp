@@ -46,7 +46,7 @@ void findDirectory(Context& context, RestorePlan& plan) {
     plan.directory = plan.request.into;
   } else if (plan.instance.properties[platform::property::dataDirOwner].empty()) {
     ServerSession server(context, id, ServerSession::LibraryMode{});
-    readDataPaths(server);
+    noteDataDirectory(server);
     plan.instance = findInstance(context, id);
   }
   std::string directory;
