@@ -99,55 +99,60 @@ TEST_F(BackupDriver, SuccessOfTheJobControlIsToldAsAnErrorKept) {
 }
 
 TEST_F(BackupDriver, EachStepOfTheInitialisationFailsInItsOwnWords) {
-  const std::string noProperties = "Failed to fetch required properties.";
-  const auto readFails = [&](const char* key) {
-    backend_.failures().failWhen("Inventory::readProperty", key, Status::failure("no"));
-  };
   const struct {
     std::function<void()> arrange;
-    std::string last, before;
+    std::string text;
     std::vector<std::string> causes;
   } cases[] = {
-      {[&] { args_.jobId = 99; }, "Failed to intialize Job Control SBT Agent", "", {}},
-      {[&] { args_.applicationInstance = 0; }, "Failed to intialize GetMySqlInfoEx object", "", {"5700004a 0 300 "}},
+      {[&] { args_.jobId = 99; }, "Failed to intialize Job Control SBT Agent", {}},
+      {[&] { args_.applicationInstance = 0; }, "Failed to intialize GetMySqlInfoEx object", {"5700004a 0 300 "}},
       {[&] { std::filesystem::remove(backend_.directory() + "/libobk.so"); },
        "Failed to initialize the MEB Parameters.",
-       "",
-       {plain("12000022 0 300 ") + backend_.directory() + "/libobk.so||"}},
-      {[&] { readFails(property::mebBinPath); },
-       noProperties,
-       "Failed to get MEB path from MySQL instance",
-       {"5700004a 0 300 "}},
-      {[&] { setProperty(property::mebBinPath, ""); },
-       noProperties,
-       "Failed to get MEB path from MySQL instance",
-       {"5700004a 0 300 "}},
-      // The session reads account, socket and name as well, so it is the second or third time that fails.
-      {[&] { setProperty(property::saUser, ""); },
-       noProperties,
-       "Failed to get SA User from MySQL instance",
-       {"5700004a 0 300 "}},
+       {"12000022 0 300 " + backend_.directory() + "/libobk.so||"}},
+      {[&] { setProperty(property::mebBinPath, ""); }, "Failed to fetch required properties.", {"5700004a 0 300 "}},
   };
   for (const auto& row : cases) {
-    TearDown();
     SbtTest::SetUp();
     args_.jobId = jobId_;
     args_.applicationInstance = static_cast<std::uint32_t>(instance_);
-    setProperty(property::mebBinPath, bin_);
-    setProperty(property::saUser, "agent");
-    backend_.failures().clear();
-    backend_.log().clear();
     row.arrange();
     Backup driver;
-    EXPECT_EQ(driver.initialize(args_), -1) << row.last;
-    EXPECT_EQ(said("MySqlSBTBackupUtils::initialize").back(), "error: " + row.last);
-    if (!row.before.empty()) {
-      EXPECT_THAT(said("MySqlSBTBackupUtils::fetchProperties"), ElementsAre("error: " + row.before));
-    }
-    EXPECT_EQ(causes(), row.causes) << row.last;
+    EXPECT_EQ(driver.initialize(args_), -1) << row.text;
+    EXPECT_EQ(said("MySqlSBTBackupUtils::initialize").back(), "error: " + row.text);
+    EXPECT_EQ(causes(), row.causes) << row.text;
     EXPECT_EQ(driver.doMEBBackup(), -1);
     EXPECT_EQ(said("MySqlSBTBackupUtils::doMEBBackup").back(), "error: Initialization not done.");
     EXPECT_EQ(driver.sendIndexingMetaData(), -1);
+  }
+}
+
+TEST_F(BackupDriver, PropertiesAreReadInTheirOrderAndEachFailureHasItsText) {
+  const auto unreadable = [&](const char* key) {
+    return [this, key] { backend_.failures().failWhen("Inventory::readProperty", key, Status::failure("no")); };
+  };
+  const auto empty = [&](const char* key) { return [this, key] { setProperty(key, ""); }; };
+  const struct {
+    std::function<void()> arrange;
+    std::string text;
+  } cases[] = {
+      {unreadable(property::mebBinPath), "Failed to get MEB path from MySQL instance"},
+      {unreadable(property::saUser), "Failed to get SA User from MySQL instance"},
+      {unreadable(property::socketFile), "Failed to get Socket from MySQL instance"},
+      {[&] { backend_.failures().failNth("Inventory::findInstance", 1, Status::failure("no")); },
+       "Failed to get MySql Client Name"},
+      {[&] { backend_.failures().failNth("Inventory::findInstance", 2, Status::failure("no")); },
+       "Failed to get MySql Instance Name"},
+      {empty(property::socketFile), "Failed to get Socket from MySQL instance"},
+      {empty(property::saUser), "Failed to get SA User from MySQL instance"},
+      {empty(property::mebBinPath), "Failed to get MEB path from MySQL instance"},
+  };
+  Backup driver;
+  ASSERT_EQ(driver.initialize(args_), 0);
+  for (const auto& row : cases) {
+    row.arrange();
+    EXPECT_EQ(driver.fetchProperties(), -1) << row.text;
+    EXPECT_EQ(said("MySqlSBTBackupUtils::fetchProperties").back(), "error: " + row.text);
+    backend_.failures().clear();
   }
 }
 

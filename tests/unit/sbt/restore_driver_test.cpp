@@ -152,7 +152,7 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
        ""},
       {"a server that does not stop",
        [&](Restore& driver) { driver.stopResult = -1; },
-       {"57000072 0 300 |"},
+       {"57000072 0 300 it still answers|"},
        {"stop"},
        true,
        ""},
