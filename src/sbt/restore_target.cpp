@@ -108,7 +108,8 @@ std::string MySqlSBTRestoreUtils::whyNotPossible() const {
 int MySqlSBTRestoreUtils::stopForRestore() {
   if (stopServer() != 0) {
     event_.Error(tag, "Stopping MySQL server failed. Cannot proceed without stopping the server.");
-    return failJob(sbt::causeServerNotStopped, {session_.strErrorString});
+    return failJob(sbt::causeServerNotStopped,
+                   {session_.strErrorString.empty() ? "it still answers" : session_.strErrorString});
   }
   // That nobody answers a ping is no proof that nobody is there: a refused account does not answer either, and after a
   // shutdown a server writes its last pages.
