@@ -123,6 +123,7 @@ void runEnterpriseBackup(Context& context, const BackupRequest& request, const p
   {
     const OutputAside aside;
     MySqlSBTBackupUtils driver;
+    driver.setInstanceId(instance.id);
     mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, level);
     if (driver.initialize(args) != 0) job.fail(title);
     rememberDataDirectory(context, job, instance);

@@ -11,6 +11,7 @@
 
 #include "failure.h"
 #include "posix.h"
+#include "posix.h"
 #include "printable.h"
 
 namespace orrery::tool {
@@ -61,7 +62,9 @@ void print(Format format, const Json& document, const Table& table) {
 OutputAside::OutputAside() {
   std::fflush(stdout);
   kept_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (kept_ >= 0) ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  if (kept_ < 0) return;
+  const OwnFd nowhere(::isatty(STDERR_FILENO) == 1 ? -1 : ::open("/dev/null", O_WRONLY | O_CLOEXEC));
+  ::dup2(nowhere.valid() ? nowhere.get() : STDERR_FILENO, STDOUT_FILENO);
 }
 
 OutputAside::~OutputAside() {

@@ -29,8 +29,8 @@ class Table {
 /// Prints one of the two, whole; throws Failure when standard output does not take it.
 void print(Format format, const Json& document, const Table& table);
 
-/// While one lives, what is written to standard output goes to standard error: drivers tell people what they do, and
-/// the command's own result shall stand alone.
+/// While one lives, what is written to standard output goes to the terminal behind standard error, or nowhere: drivers
+/// tell people what they do, and the command's own result, or its one line of failure, shall stand alone.
 class [[nodiscard]] OutputAside {
  public:
   OutputAside();
