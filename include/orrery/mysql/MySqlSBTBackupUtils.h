@@ -50,10 +50,10 @@ class ORRERY_MYSQL_EXPORT MySqlSBTBackupUtils : public MySqlSBTUtils {
 
   /// "sbt:INSTANCE_JOB_SECONDS" once the properties are known. The media know it without "sbt:".
   const std::string& imageName() const noexcept { return imageName_; }
-  /// Handed to `mysqlbackup` with the next run; empty unless the caller sets it.
   /// The last part of the working directory's name, 0 unless the caller sets it before `initialize`: runs of several
   /// instances that begin in the same second need folders of their own.
   void setInstanceId(std::uint64_t id) noexcept { params_.instanceId = id; }
+  /// Handed to `mysqlbackup` with the next run; empty unless the caller sets it.
   void setTokenFile(std::string path) { params_.tokenFile = std::move(path); }
 
  private:
