@@ -1,20 +1,28 @@
 // The library as a backup program uses it.
 
+#include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
+#include <thread>
+
+#include <sqlite3.h>
 
 #include "orrery/platform/home.h"
 
 #include "media_test.h"
+#include "support/program.h"
 
 namespace orrery::test {
 namespace {
@@ -53,9 +61,10 @@ TEST_F(LibraryTest, AReadBlockSizeThatDoesNotFitIsRefused) {
 }
 
 TEST_F(LibraryTest, AnImageIsEnteredWithItsJobAndPlace) {
+  setThreadCommandLine("-j 17 -a " + std::to_string(instance_) + ":0 -at 104 -t 2");
   OpenSession session(library_);
-  ASSERT_EQ(session.put("sbt:1_17_5", pattern(3000), 1000), 0U) << session.error();
-  const auto found = records("sbt:1_17_5");
+  ASSERT_EQ(session.put("1_17_5", pattern(3000), 1000), 0U) << session.error();
+  const auto found = records("1_17_5");
   ASSERT_EQ(found.size(), 1U);
   EXPECT_EQ(found[0].backupSetId, backupSet_);
   EXPECT_EQ(found[0].subclientId, subclient_);
@@ -65,7 +74,7 @@ TEST_F(LibraryTest, AnImageIsEnteredWithItsJobAndPlace) {
   EXPECT_EQ(found[0].size, 3000);
   EXPECT_NEAR(static_cast<double>(found[0].created), static_cast<double>(::time(nullptr)), 60);
   struct stat status {};
-  ASSERT_EQ(::stat((media() + "/sbt:1_17_5").c_str(), &status), 0);
+  ASSERT_EQ(::stat((media() + "/1_17_5").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600U);
 }
 
@@ -136,9 +145,12 @@ TEST_F(LibraryTest, LinksInTheMediaFolderAreNotFollowed) {
   fs::create_symlink(folder_ / "outside", media() + "/image");
   OpenSession session(library_);
   EXPECT_EQ(session.backup("image", 1), 7503U);
-  EXPECT_EQ(session.restore("image", 1), 7501U);
+  EXPECT_TRUE(failedWith(session.restore("image", 1), session, 7501, "is a link and no image"));
   EXPECT_EQ(session.remove("image"), 0U);
   EXPECT_EQ(readFile(folder_ / "outside"), "somebody's");
+  fs::create_directory(media() + "/image");
+  EXPECT_TRUE(failedWith(session.restore("image", 1), session, 7501, "is a folder and no image"));
+  EXPECT_TRUE(failedWith(session.remove("image"), session, 7501, "is a folder and no image"));
 }
 
 TEST_F(LibraryTest, ImagesAreDescribed) {
@@ -155,7 +167,7 @@ TEST_F(LibraryTest, ImagesAreDescribed) {
   for (const SbtEntry& entry : list) told[entry.type] = entry.value;
   EXPECT_EQ(*static_cast<Ulong*>(told.at(infoMethod)), methodStream);
   EXPECT_EQ(static_cast<std::int64_t>(*static_cast<Ulong*>(told.at(infoCreated))), records("one")[0].created);
-  EXPECT_STREQ(static_cast<char*>(told.at(infoComment)), "incremental, job 17, 2000 bytes");
+  EXPECT_STREQ(static_cast<char*>(told.at(infoComment)), "incremental, job 0, 2000 bytes");
   EXPECT_TRUE(session.describe({}).empty());
 }
 
@@ -168,6 +180,10 @@ TEST_F(LibraryTest, RemovalTakesFileAndRecord) {
   EXPECT_TRUE(failedWith(session.remove("image"), session, 7502, "there is no image image"));
   EXPECT_EQ(session.restore("image", 1), 7502U);
   EXPECT_EQ(session.put("image", "y", 1), 0U) << "the name is free again";
+  fs::remove(media() + "/image");
+  EXPECT_EQ(session.put("image", "zz", 1), 0U) << session.error();
+  ASSERT_EQ(records("image").size(), 1U) << "the record of what was removed by hand is gone";
+  EXPECT_EQ(records("image")[0].size, 2);
 }
 
 TEST_F(LibraryTest, AnImageIsNeverReplaced) {
@@ -264,12 +280,17 @@ TEST_F(LibraryTest, NullArgumentsFail) {
     EXPECT_EQ(calls.sbterror(memory, 0, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(calls.sbtend(memory, 0), -1);
   }
+  ASSERT_EQ(session.put("whole", "abcd", 4), 0U);
+  ASSERT_EQ(session.restore("whole", 4), 0U);
+  EXPECT_TRUE(failedWith(calls.sbtread2(context, 0, nullptr) == -1 ? 7501 : 0, session, 7501, "no block"));
+  ASSERT_EQ(session.close(), 0U);
+  ASSERT_EQ(session.backup("image", 4), 0U);
+  EXPECT_TRUE(failedWith(calls.sbtwrite2(context, 0, nullptr) == -1 ? 7501 : 0, session, 7501, "no block"));
+  ASSERT_EQ(session.close(flagGiveUp), 0U);
   SbtEntry* list = nullptr;
   const char* const names[] = {"image", nullptr};
   EXPECT_EQ(calls.sbtbackup(context, 0, nullptr, nullptr, 4, 0, 0, 0), -1);
   EXPECT_EQ(calls.sbtrestore(context, 0, nullptr, 4), -1);
-  EXPECT_EQ(calls.sbtwrite2(context, 0, nullptr), -1);
-  EXPECT_EQ(calls.sbtread2(context, 0, nullptr), -1);
   EXPECT_EQ(calls.sbtinfo2(context, 0, nullptr, &list), -1);
   EXPECT_EQ(calls.sbtinfo2(context, 0, names, nullptr), -1);
   EXPECT_EQ(calls.sbtremove2(context, 0, nullptr), -1);
@@ -300,9 +321,27 @@ TEST_F(LibraryTest, TheFolderItWasLoadedThroughIsTheHome) {
   EXPECT_TRUE(failedWith(session.begin(), session, 7501, "media missing")) << "and no other home is used instead";
 }
 
+TEST_F(LibraryTest, ARelativeHomeStaysWhereItWasWhenTheLibraryWasLoaded) {
+  EXPECT_EQ(inChild([&] {
+              fs::copy_file(ORRERY_LIBOBK, home() + "/libobk.so");
+              fs::current_path(folder_.path());
+              const MediaLibrary byPath("home/libobk.so");
+              ::setenv("ORRERY_HOME", "home", 1);
+              const MediaLibrary byDefault(ORRERY_LIBOBK);
+              fs::current_path("/");
+              MediaSession one(byPath), two(byDefault);
+              return one.begin() == 0 && two.begin() == 0 && one.put("one", "x", 1) == 0 &&
+                             two.put("two", "x", 1) == 0 && mediaFiles().size() == 2
+                         ? 0
+                         : 1;
+            }),
+            0);
+}
+
 TEST_F(LibraryTest, AMissingHomeIsNamed) {
   ::setenv("ORRERY_HOME", (folder_ / "none").c_str(), 1);
-  MediaSession session(library_);
+  const MediaLibrary library(ORRERY_LIBOBK);
+  MediaSession session(library);
   EXPECT_TRUE(failedWith(session.begin(), session, 7501, "run `orrery-mysql init`"));
 }
 
@@ -312,6 +351,7 @@ TEST_F(LibraryTest, AFullDiskIsToldAndLeavesNothing) {
   ASSERT_EQ(session.backup("image", block.size()), 0U);
   {
     const FullDisk full(1 << 21);
+    ::signal(SIGXFSZ, SIG_DFL);  // as most programs leave it; given back with the limit
     ASSERT_EQ(session.write(block.data()), 0U);
     EXPECT_TRUE(failedWith(session.write(block.data()), session, 7501, "make room on the disk"));
     EXPECT_TRUE(failedWith(session.write(block.data()), session, 7501, "an earlier block"));
@@ -324,6 +364,9 @@ TEST_F(LibraryTest, AFullDiskIsToldAndLeavesNothing) {
     EXPECT_TRUE(failedWith(session.backup("image", 1), session, 7501, "make room on the disk"));
   }
   EXPECT_TRUE(mediaFiles().empty());
+  ASSERT_EQ(session.end(), 0U);
+  const FullDisk full(0);
+  EXPECT_TRUE(failedWith(session.begin(), session, 7501, "make room")) << "the store, too";
 }
 
 /// Makes the media folder of this process a small disk of its own; false where the system does not let it.
@@ -368,8 +411,9 @@ TEST_F(LibraryTest, AFolderThatCannotBeWrittenIsTold) {
               const TemporaryDirectory own;
               if (!platform::createHome(own / "home", "thisclient").ok()) return 1;
               ::setenv("ORRERY_HOME", (own / "home").c_str(), 1);
-              setThreadCommandLine("-j 5");
-              MediaSession session(library_);
+              setThreadCommandLine("");
+              const MediaLibrary library(ORRERY_LIBOBK);
+              MediaSession session(library);
               if (session.begin() != 0 || session.put("kept", "x", 1) != 0) return 2;
               const std::string folder = own / "home/media";
               fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);
@@ -389,6 +433,73 @@ TEST_F(LibraryTest, AHomeThatOthersCanWriteIsRefused) {
   fs::permissions(home(), fs::perms::others_write, fs::perm_options::add);
   MediaSession session(library_);
   EXPECT_TRUE(failedWith(session.begin(), session, 7501, "chmod go-w"));
+}
+
+TEST_F(LibraryTest, TheHomeOfAnotherAccountIsToldWithItsOwner) {
+  fs::permissions(folder_.path(), fs::perms::others_exec, fs::perm_options::add);
+  const uid_t owner = ::geteuid();
+  EXPECT_EQ(asOrdinaryUser([&] {
+              MediaSession session(library_);
+              const unsigned long code = session.begin();
+              if (::geteuid() == owner) return code == 0 ? 0 : 1;
+              return failedWith(code, session, 7501, "must run as the account that owns the home (user id 0)") ? 0 : 2;
+            }),
+            0);
+}
+
+/// Keeps the store of a home from being changed.
+class BusyStore {
+ public:
+  explicit BusyStore(const std::string& home) {
+    EXPECT_EQ(sqlite3_open((home + "/store.db").c_str(), &store_), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(store_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  }
+  ~BusyStore() { sqlite3_close(store_); }
+  BusyStore(const BusyStore&) = delete;
+  BusyStore& operator=(const BusyStore&) = delete;
+
+ private:
+  sqlite3* store_ = nullptr;
+};
+
+TEST_F(LibraryTest, AFinishedImageWaitsForABusyStoreAndNobodyRemovesItMeanwhile) {
+  OpenSession session(library_), other(library_);
+  ASSERT_EQ(session.backup("image", 1), 0U);
+  ASSERT_EQ(session.write("x"), 0U);
+  std::optional<BusyStore> busy(std::in_place, home());
+  const auto start = std::chrono::steady_clock::now();
+  std::thread closing([&] { EXPECT_EQ(session.close(), 0U) << session.error(); });
+  EXPECT_TRUE(waitUntil([&] { return fs::exists(media() + "/image"); }));
+  EXPECT_TRUE(failedWith(other.remove("image"), other, 7501, "is being completed"));
+  // Longer than any other change of the store waits.
+  EXPECT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - start > std::chrono::milliseconds(10500); }));
+  busy.reset();
+  closing.join();
+  EXPECT_EQ(records("image").size(), 1U);
+  EXPECT_EQ(other.remove("image"), 0U) << other.error();
+  EXPECT_TRUE(mediaFiles().empty());
+}
+
+TEST_F(LibraryTest, AThreadIsCancelledBehindItsCallAndNotInIt) {
+  OpenSession session(library_);
+  const std::function<void()> body = [&] {
+    ::pthread_cancel(::pthread_self());
+    EXPECT_EQ(session.put("image", "x", 1), 0U) << session.error();
+    ::pthread_testcancel();
+  };
+  pthread_t thread{};
+  ASSERT_EQ(::pthread_create(
+                &thread, nullptr,
+                [](void* what) -> void* {
+                  (*static_cast<const std::function<void()>*>(what))();
+                  return nullptr;
+                },
+                const_cast<std::function<void()>*>(&body)),
+            0);
+  void* result = nullptr;
+  ASSERT_EQ(::pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_EQ(records("image").size(), 1U);
 }
 
 TEST_F(LibraryTest, LeftoversOfTheDeadGoThoseOfTheLivingStay) {
@@ -454,8 +565,10 @@ TEST_F(LibraryTest, DamageIsRefused) {
   EXPECT_EQ(session.close(), 0U);
   EXPECT_TRUE(session.describe({"image"}).size() == 7) << "what describes it is whole";
   // Another image's file under this name.
-  writeFile(path, good);
   ASSERT_EQ(session.put("other", "x", 1), 0U);
+  writeFile(path, good.substr(0, 5000));
+  EXPECT_EQ(session.describe({"image", "other"}).size(), 2U + 7U) << "the damaged one hides the other";
+  writeFile(path, good);
   fs::copy_file(path, media() + "/other", fs::copy_options::overwrite_existing);
   EXPECT_TRUE(failedWith(session.restore("other", size), session, 7501, "holds another one"));
 }
