@@ -18,18 +18,23 @@ using platform::aboveStandardStreams;
 
 constexpr std::string_view temporaryPrefix = ".new-";
 
-/// False when somebody else has the file locked. Throws where files cannot be locked.
-bool tryLock(int fd, const std::string& path) {
-  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno == EWOULDBLOCK) return false;
-    if (errno != EINTR) throw systemFailure("lock " + path, errno);
-  }
+/// False, with errno, when the calling process is not the one that holds the open file.
+bool tryLock(int fd) {
+  while (::flock(fd, LOCK_EX | LOCK_NB) != 0)
+    if (errno != EINTR) return false;
   return true;
 }
 
+/// False when somebody else has the file locked. Throws where files cannot be locked.
+bool lockedUnlessTaken(int fd, const std::string& path) {
+  if (tryLock(fd)) return true;
+  if (errno == EWOULDBLOCK) return false;
+  throw systemFailure("lock " + path, errno);
+}
+
 bool isNameOf(int folder, const std::string& name, int fd) noexcept {
-  struct stat named {
-  }, opened{};
+  struct stat named {};
+  struct stat opened {};
   return ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 && ::fstat(fd, &opened) == 0 &&
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
@@ -46,10 +51,11 @@ int openAt(int folder, const std::string& name, int flags, mode_t mode = 0) {
 void removeWhenDead(int folder, const std::string& name, const std::function<bool(int)>& isSettled) {
   const OwnFd file(openAt(folder, name, O_RDONLY | O_NONBLOCK));
   struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || !tryLock(file.get(), name)) return;
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || !tryLock(file.get())) return;
   // Another session may have removed the name before this one had the lock; it may be a new file's by now.
   if (!isNameOf(folder, name, file.get()) || ::fstat(file.get(), &status) != 0) return;
-  if (status.st_nlink == 1 || isSettled(file.get())) ::unlinkat(folder, name.c_str(), 0);
+  // What is settled must outlast a loss of power, so the image's own name does first.
+  if (status.st_nlink == 1 || (::fsync(folder) == 0 && isSettled(file.get()))) ::unlinkat(folder, name.c_str(), 0);
 }
 
 MediaFailure notOpened(const std::string& path, int error) {
@@ -120,7 +126,7 @@ TemporaryFile MediaFolder::create() const {
       throw systemFailure("make an image in " + path_, errno);
     }
     // Between making and locking, another session may take the file for a dead writer's. It is made anew then.
-    if (!tryLock(file.get(), path_ + "/" + name) || !isNameOf(folder_.get(), name, file.get())) continue;
+    if (!lockedUnlessTaken(file.get(), path_ + "/" + name) || !isNameOf(folder_.get(), name, file.get())) continue;
     TemporaryFile made(folder_.get(), std::move(name), std::move(file));
     // The umask of a backup program may be anything.
     if (::fchmod(made.fd(), 0600) != 0) throw systemFailure("set the mode of an image in " + path_, errno);
@@ -160,7 +166,7 @@ OwnFd MediaFolder::claim(const std::string& fileName) const {
     // A link has nobody who completes it; it is held as it is.
     if (!file && errno == ELOOP)
       file = OwnFd(openAt(folder_.get(), fileName, O_PATH));
-    else if (file && !tryLock(file.get(), path))
+    else if (file && !lockedUnlessTaken(file.get(), path))
       throw MediaFailure(path + " is being completed or removed by another session; try again when that is done");
     if (!file) {
       if (errno == ENOENT) return file;

@@ -38,7 +38,7 @@ Home& theHome() {
 }
 
 std::string absolute(const std::string& path) {
-  return path.empty() ? path : std::filesystem::absolute(path).lexically_normal().string();
+  return path.empty() ? path : std::filesystem::absolute(path).string();
 }
 
 /// As the library was loaded: a link in a home is not followed.
