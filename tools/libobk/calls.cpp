@@ -19,7 +19,7 @@ namespace {
 constexpr int done = 0;
 constexpr int failed = -1;
 
-/// A thread that were cancelled in a call would unwind through what must not be left half done.
+/// A thread cancelled in a call would unwind through what must not be left half done.
 class [[nodiscard]] NoCancellation {
  public:
   NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
