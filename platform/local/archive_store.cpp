@@ -1,7 +1,6 @@
 #include "archive_store.h"
 
 #include <algorithm>
-#include <chrono>
 #include <exception>
 #include <memory>
 
@@ -42,7 +41,10 @@ void checkImage(const media::MediaFolder& folder, const ArchiveFile& file, const
 
 Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {
   Id added = 0;
-  Status status = database_->write("enter the archive file", [&] {
+  Status status = database_->writePatiently(patience, "enter the archive file", [&] {
+    Statement(*database_, "DELETE FROM archive_files WHERE application_type = ? AND name = ?")
+        .with(file.applicationType, file.name)
+        .run();
     Statement(*database_,
               "INSERT INTO archive_files (backup_set_id, subclient_id, job_id, application_type, level, name, created, "
               "size) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")

@@ -13,6 +13,13 @@ namespace {
 constexpr int busyMilliseconds = 10000;
 constexpr std::size_t mostIdle = 64;
 
+/// The system's reason where it is known, and what to do about it.
+std::string withReason(const std::string& reason, int error) {
+  std::string text = error != 0 ? reason + ": " + errorText(error) : reason;
+  if (error == ENOSPC || error == EDQUOT || error == EFBIG) text += "; make room on its disk and try again";
+  return text;
+}
+
 Status describe(const std::string& path, const std::string& step, int code, const std::string& reason, int error) {
   const std::string what = step + ": ";
   switch (code & 0xff) {
@@ -27,8 +34,12 @@ Status describe(const std::string& path, const std::string& step, int code, cons
     case SQLITE_CANTOPEN:
       if (error == EACCES || error == EPERM)
         return Status::unavailable(what + path + " may not be opened by this account; run the command as its owner");
+      if (error == ENOSPC || error == EDQUOT || error == EFBIG)
+        return Status::unavailable(what + path + " cannot be opened: " + withReason(reason, error));
       return Status::unavailable(what + path + " cannot be opened (" + (error != 0 ? errorText(error) : reason) +
                                  "); see that its folder is there");
+    case SQLITE_IOERR:
+      return Status::failure(what + path + ": " + withReason(reason, error));
     case SQLITE_PERM:
     case SQLITE_AUTH:
     case SQLITE_READONLY:
@@ -52,13 +63,9 @@ void refuseForkedChild(pid_t owner) {
 Database::Database(std::string path) : path_(std::move(path)), owner_(::getpid()), step_("open the store") {
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   const int code = sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr);
-  if (code != SQLITE_OK) {
-    const Failure reason = failure(code);
-    sqlite3_close_v2(handle_);
-    throw Failure(reason);
-  }
-  sqlite3_busy_timeout(handle_, busyMilliseconds);
   try {
+    if (code != SQLITE_OK) fail(code);
+    sqlite3_busy_timeout(handle_, busyMilliseconds);
     execute("PRAGMA foreign_keys = ON");
   } catch (...) {
     sqlite3_close_v2(handle_);
@@ -97,13 +104,22 @@ void Database::keepIdle(sqlite3_stmt* statement) noexcept {
 }
 
 void Database::execute(const char* sql) {
-  if (const int code = sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr); code != SQLITE_OK) throw failure(code);
+  if (const int code = sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr); code != SQLITE_OK) fail(code);
 }
 
-Failure Database::failure(int code) const {
+void Database::fail(int code) const {
   const std::string step = std::string("cannot ") + (step_ == nullptr ? "use the store" : step_);
   const char* reason = handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_);
-  return Failure(describe(path_, step, code, reason, handle_ == nullptr ? 0 : sqlite3_system_errno(handle_)));
+  Status status = describe(path_, step, code, reason, handle_ == nullptr ? 0 : sqlite3_system_errno(handle_));
+  const int kind = code & 0xff;
+  if (kind == SQLITE_BUSY || kind == SQLITE_LOCKED) throw Busy(std::move(status));
+  throw Failure(std::move(status));
+}
+
+void Database::failBusy(const char* step, std::chrono::milliseconds patience) const {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience).count();
+  throw Failure(Status::failure(std::string("cannot ") + step + ": " + path_ + " was in use by another process for " +
+                                std::to_string(seconds) + " seconds"));
 }
 
 Statement::Statement(Database& database, std::string_view sql) : database_(database), handle_(database.takeIdle(sql)) {
@@ -136,7 +152,7 @@ void Statement::bindText(int position, std::string_view text) {
 }
 
 void Statement::check(int code) const {
-  if (code != SQLITE_OK) throw database_.failure(code);
+  if (code != SQLITE_OK) database_.fail(code);
 }
 
 Transaction::Transaction(Database& database, const char* begin) : database_(database) {

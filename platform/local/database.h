@@ -3,6 +3,7 @@
 /// The store of a home: one SQLite connection, its statements and transactions.
 /// Inside, failures are thrown as Failure; `read` and `write` turn them into a Status.
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -18,6 +19,12 @@ namespace orrery::platform::local {
 
 /// Throws Failure when the calling process is not the one that opened the store.
 void refuseForkedChild(pid_t owner);
+
+/// Another process kept the store longer than a request waits.
+class Busy final : public Failure {
+ public:
+  using Failure::Failure;
+};
 
 /// A connection that the threads of this process share, one at a time. A forked child must not touch it, and is
 /// refused: SQLite's locks belong to the process that opened the file.
@@ -52,11 +59,22 @@ class Database {
     return guarded([&] { inTransaction("BEGIN IMMEDIATE", step, std::forward<Body>(body)); });
   }
 
+  /// The same for a change that would cost hours to bring about again: a busy store is waited for until the patience is
+  /// over. Other threads get their turns meanwhile. `body` may be run several times.
+  template <class Body>
+  Status writePatiently(std::chrono::milliseconds patience, const char* step, Body&& body) noexcept {
+    return guarded([&] {
+      const auto end = std::chrono::steady_clock::now() + patience;
+      while (!triedInTransaction(step, body))
+        if (std::chrono::steady_clock::now() >= end) failBusy(step, patience);
+    });
+  }
+
   /// Runs statements outside any transaction. For opening and making a store only.
   void execute(const char* sql);
 
-  /// What SQLite says went wrong, as a failure that names the file.
-  Failure failure(int code) const;
+  /// Throws what SQLite says went wrong, as a Failure that names the file; Busy when the store is in use.
+  [[noreturn]] void fail(int code) const;
 
   const std::string& path() const noexcept { return path_; }
   std::int64_t lastRowId() const noexcept { return sqlite3_last_insert_rowid(handle_); }
@@ -68,6 +86,9 @@ class Database {
 
   template <class Body>
   void inTransaction(const char* begin, const char* step, Body&& body);
+  template <class Body>
+  bool triedInTransaction(const char* step, Body&& body);
+  [[noreturn]] void failBusy(const char* step, std::chrono::milliseconds patience) const;
 
   /// Statements that ran and wait for the next use: most of what a short request costs is their preparation. Under the
   /// mutex.
@@ -146,6 +167,17 @@ void Database::inTransaction(const char* begin, const char* step, Body&& body) {
   Transaction transaction(*this, begin);
   std::forward<Body>(body)();
   transaction.commit();
+}
+
+/// False when the store was busy.
+template <class Body>
+bool Database::triedInTransaction(const char* step, Body&& body) {
+  try {
+    inTransaction("BEGIN IMMEDIATE", step, body);
+    return true;
+  } catch (const Busy&) {
+    return false;
+  }
 }
 
 }  // namespace orrery::platform::local

@@ -58,6 +58,14 @@ ImageContents readContents(int fd, const std::string& name) {
   return contents;
 }
 
+std::string nameIn(int fd) {
+  ImageHeader header;
+  std::string problem;
+  if (!decodeHeader(textAt(fd, 0, headerSize, "that was left"), header, problem))
+    throw damaged("that was left", problem);
+  return header.name;
+}
+
 ImageReader::ImageReader(OwnFd file, const std::string& name, std::size_t blockSize)
     : file_(std::move(file)),
       what_(printable(name)),

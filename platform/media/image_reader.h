@@ -17,6 +17,9 @@ struct ImageContents {
 /// not looked at.
 ImageContents readContents(int fd, const std::string& name);
 
+/// The name of the image that the file holds, whole or not. Throws MediaFailure.
+std::string nameIn(int fd);
+
 /// Reads one image. A block is handed out only when the checksum that covers it is right.
 class ImageReader {
  public:

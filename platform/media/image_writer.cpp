@@ -5,12 +5,19 @@
 #include <cerrno>
 #include <cstring>
 
+#include "file_size_signal.h"
+
 namespace orrery::media {
 namespace {
 
 /// How much is left to the system before it is asked to start writing. Without that the disk idles at first, and the
 /// sync at the end waits for everything.
 constexpr std::uint64_t writeBackEvery = 32ULL << 20;
+
+ssize_t writeOnce(int fd, const char* from, std::size_t size) {
+  const FileSizeSignal blocked;
+  return ::write(fd, from, size);
+}
 
 }  // namespace
 
@@ -62,7 +69,7 @@ void ImageWriter::put(const void* bytes, std::size_t size) {
   const char* from = static_cast<const char*>(bytes);
   broken_ = true;
   while (size > 0) {
-    const ssize_t done = ::write(file_.fd(), from, size);
+    const ssize_t done = writeOnce(file_.fd(), from, size);
     if (done < 0 && errno == EINTR) continue;
     if (done < 0) throw systemFailure("write the image " + folder_.path() + "/" + fileName_, errno);
     from += done;

@@ -16,8 +16,11 @@ class ImageWriter {
 
   /// Takes one block of the header's block size.
   void write(const void* block);
-  /// Completes the file, puts it on the disk and gives it its name.
+  /// Completes the file, puts it on the disk and gives it its name. It stays locked against removal until the writer
+  /// goes, so that what belongs to the image can be put beside it.
   void finish();
+  /// Takes back what finish did, for an image that cannot be kept after all.
+  void withdraw() noexcept { folder_.withdraw(file_, fileName_); }
   std::uint64_t bytes() const noexcept { return trailer_.bytes; }
 
  private:

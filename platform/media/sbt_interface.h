@@ -16,6 +16,7 @@ struct SbtError {
   int own;  ///< number of the library's own
 };
 inline constexpr int sbtBadArgument = 7110;
+inline constexpr int sbtSystemError = 7111;
 
 /// One entry of a list; the last one has the list's end type.
 struct SbtEntry {

@@ -12,7 +12,17 @@ namespace orrery::test {
 
 using namespace platform;
 
-MediaTest::MediaTest(const std::string& parent) : folder_(parent), library_(ORRERY_LIBOBK) {}
+namespace {
+
+/// The library looks for its home when it is loaded.
+std::string libraryFor(const std::string& home) {
+  ::setenv("ORRERY_HOME", home.c_str(), 1);
+  return ORRERY_LIBOBK;
+}
+
+}  // namespace
+
+MediaTest::MediaTest(const std::string& parent) : folder_(parent), library_(libraryFor(home())) {}
 
 void MediaTest::SetUp() {
   ASSERT_TRUE(succeeded(createHome(home(), "thisclient")));
@@ -28,8 +38,7 @@ void MediaTest::SetUp() {
   std::vector<SubclientRecord> subclients;
   ASSERT_TRUE(succeeded(services->inventory->listSubclients(backupSet_, subclients)));
   subclient_ = subclients.at(0).id;
-  ::setenv("ORRERY_HOME", home().c_str(), 1);
-  setThreadCommandLine("-j 17 -a " + std::to_string(instance_) + ":0 -at 104 -t 2");
+  setThreadCommandLine("-a " + std::to_string(instance_) + ":0 -at 104 -t 2");
 }
 
 void MediaTest::TearDown() {

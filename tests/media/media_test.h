@@ -20,7 +20,8 @@ inline ::testing::AssertionResult succeeded(const platform::Status& status) {
   return ::testing::AssertionFailure() << "code " << status.code << ": " << status.text;
 }
 
-/// A home with one instance, which the environment names, and the library.
+/// A home with one instance, which the environment names, and the library. There is no job: the library looks for a
+/// job's agent for a while.
 class MediaTest : public ::testing::Test {
  protected:
   /// The home lies in a folder of its own below `parent`; empty: the usual one.

@@ -10,6 +10,8 @@
 #include "thread_command_line.h"
 
 namespace orrery::libobk {
+
+using namespace media;
 namespace {
 
 TEST(ImageName, BecomesAFileOfTheMediaFolder) {
@@ -57,6 +59,7 @@ TEST(ImageName, EmptyAndTooLongOnesAreRefused) {
 
 TEST(ThreadCommandLineText, IsReadStrictly) {
   const ThreadCommandLine none;
+  const std::string longOption = "-j " + std::string(4000, '7');
   const struct {
     const char* text;
     bool good;
@@ -80,12 +83,15 @@ TEST(ThreadCommandLineText, IsReadStrictly) {
       {"-a :9", false, none},
       {"-a 3:", false, none},
       {"-a 3:9:1", false, none},
+      {"-a 0:7", false, none},
+      {"-a 0:0", true, none},
       {"-a 9223372036854775808:1", false, none},
       {"-at 22", false, none},
       {"-at 104 -at 104", false, none},
       {"-t 4294967296", false, none},
       {"-t 2 -t 2", false, none},
       {"-x 1", false, none},
+      {longOption.c_str(), false, none},
       {"17", false, none},
       {"-j\t17", false, none},
   };
@@ -96,6 +102,7 @@ TEST(ThreadCommandLineText, IsReadStrictly) {
     EXPECT_EQ(parseThreadCommandLine(test.text, line, problem), test.good);
     EXPECT_EQ(line, test.line);
     EXPECT_EQ(problem.empty(), test.good);
+    EXPECT_LE(problem.size(), 60U + 24U);
   }
 }
 

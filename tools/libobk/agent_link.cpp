@@ -3,8 +3,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
-#include <tuple>
+#include <thread>
+#include <utility>
 
 namespace orrery::libobk {
 
@@ -28,26 +30,32 @@ std::shared_ptr<AgentLink> AgentLink::of(const std::string& temporaryDirectory, 
   return link;
 }
 
-void AgentLink::begin() noexcept {
+template <class Body>
+void AgentLink::attempt(Body&& body) noexcept {
   try {
-    const std::lock_guard held(mutex_);
-    if (!client_.connected()) connect();
-    if (!runTold_ && client_.connected()) {
-      tellStatus(sbtRunCode, ImageState::begun);
-      runTold_ = true;
-    }
-    tellStatus(sbtStatusCode, ImageState::begun);
+    std::forward<Body>(body)();
   } catch (const std::exception& error) {
     logLine(*log_, LogKind::error, jobId_, error.what());
   }
 }
 
-void AgentLink::add(const std::string& image, Phase phase, std::int64_t bytes, std::int64_t files) noexcept {
-  try {
+void AgentLink::begin() noexcept {
+  attempt([&] {
     const std::lock_guard held(mutex_);
-    bytes_ += bytes;
-    files_ += files;
-    if (!client_.connected()) return;
+    if (isReady()) tellStatus(sbtStatusCode, ImageState::begun);
+  });
+}
+
+void AgentLink::add(const std::string& image, Phase phase, std::int64_t bytes, std::int64_t files, bool last) noexcept {
+  bytes_ += bytes;
+  files_ += files;
+  attempt([&] {
+    std::unique_lock held(mutex_, std::defer_lock);
+    if (last)
+      held.lock();
+    else if (!held.try_lock())
+      return;
+    if (!isReady()) return;
     SbtProgressMessage message;
     message.jobId = jobId_;
     message.threadId = ::syscall(SYS_gettid);
@@ -56,42 +64,68 @@ void AgentLink::add(const std::string& image, Phase phase, std::int64_t bytes, s
     message.files = files_;
     message.phase = static_cast<std::int32_t>(phase);
     tell(sbtProgressCode, encodeMessage(message));
-  } catch (const std::exception& error) {
-    logLine(*log_, LogKind::error, jobId_, error.what());
-  }
+  });
 }
 
 void AgentLink::end(ImageState state) noexcept {
-  try {
+  attempt([&] {
     const std::lock_guard held(mutex_);
-    tellStatus(sbtStatusCode, state);
-  } catch (const std::exception& error) {
-    logLine(*log_, LogKind::error, jobId_, error.what());
+    if (isReady()) tellStatus(sbtStatusCode, state);
+  });
+}
+
+bool AgentLink::isReady() {
+  if (!client_.connected()) {
+    if (SteadyClock::now() < nextAttempt_) return false;
+    if (const Status status = connect(); !status.ok()) {
+      // Nobody serves runs that were started by hand: no error.
+      const bool absent = status.code == statusNotFound;
+      pause(absent ? LogKind::debug : LogKind::error, absent ? absenceLogged_ : silenceLogged_,
+            "the job goes on without an agent to tell: " + status.text);
+      return false;
+    }
   }
+  if (!runTold_) runTold_ = tellStatus(sbtRunCode, ImageState::begun);
+  return runTold_;
 }
 
-void AgentLink::connect() {
-  const Status status = client_.connect(temporaryDirectory_, sessionServiceName(jobId_), jobId_);
-  if (status.ok() || std::exchange(absenceLogged_, true)) return;
-  logLine(*log_, LogKind::debug, jobId_, "the job goes on without an agent to tell: " + status.text);
+Status AgentLink::connect() {
+  const auto attemptNow = [&] { return client_.connect(temporaryDirectory_, sessionServiceName(jobId_), jobId_); };
+  Status status = attemptNow();
+  if (std::exchange(waitedForAgent_, true)) return status;
+  // The agent starts its server and the backup program side by side. About a second in all.
+  for (std::chrono::milliseconds wait{15}; status.code == statusNotFound && wait.count() < 500; wait *= 2) {
+    std::this_thread::sleep_for(wait);
+    status = attemptNow();
+  }
+  return status;
 }
 
-void AgentLink::tellStatus(std::uint32_t code, ImageState state) {
-  if (!client_.connected()) return;
+bool AgentLink::tellStatus(std::uint32_t code, ImageState state) {
   SbtStatusMessage message;
   message.jobId = jobId_;
   message.threadId = ::syscall(SYS_gettid);
   message.status = static_cast<std::int32_t>(state);
-  tell(code, encodeMessage(message));
+  return tell(code, encodeMessage(message));
 }
 
-void AgentLink::tell(std::uint32_t code, const std::string& payload) {
+bool AgentLink::tell(std::uint32_t code, const std::string& payload) {
   const Status status = client_.tell(code, payload);
-  if (status.ok()) return;
-  if (status.code == statusUnavailable)
-    logLine(*log_, LogKind::error, jobId_, "the job goes on without its agent: " + status.text);
-  else if (!std::exchange(refusalLogged_, true))
+  if (status.code == statusUnavailable) {
+    pause(LogKind::error, silenceLogged_, "the job goes on without its agent: " + status.text);
+    return false;
+  }
+  pause_ = shortestPause;
+  absenceLogged_ = silenceLogged_ = false;
+  if (!status.ok() && !std::exchange(refusalLogged_, true))
     logLine(*log_, LogKind::error, jobId_, "the agent refuses a message: " + status.text);
+  return true;
+}
+
+void AgentLink::pause(LogKind kind, bool& logged, const std::string& text) {
+  nextAttempt_ = SteadyClock::now() + pause_;
+  pause_ = std::min<SteadyClock::duration>(2 * pause_, longestPause);
+  if (!std::exchange(logged, true)) logLine(*log_, kind, jobId_, text);
 }
 
 // -------------------------------------------------------------------------------------------------------------- meter
@@ -108,12 +142,12 @@ ProgressMeter::~ProgressMeter() {
 void ProgressMeter::finish() noexcept {
   finished_ = true;
   if (!link_) return;
-  tell(1);
+  tell(1, true);
   link_->end(ImageState::done);
 }
 
-void ProgressMeter::tell(std::int64_t files) noexcept {
-  link_->add(image_, phase_, std::exchange(pending_, 0), files);
+void ProgressMeter::tell(std::int64_t files, bool last) noexcept {
+  link_->add(image_, phase_, std::exchange(pending_, 0), files, last);
   told_ = std::chrono::steady_clock::now();
 }
 

@@ -3,11 +3,14 @@
 
 #include "calls.h"
 
+#include <pthread.h>
+
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "context.h"
+#include "file_size_signal.h"
 #include "session.h"
 
 namespace orrery::libobk {
@@ -16,8 +19,21 @@ namespace {
 constexpr int done = 0;
 constexpr int failed = -1;
 
+/// A thread cancelled in a call would unwind through what must not be left half done.
+class [[nodiscard]] NoCancellation {
+ public:
+  NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+  ~NoCancellation() { pthread_setcancelstate(before_, nullptr); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+
+ private:
+  int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
 template <class Body>
 int guarded(void* memory, Body&& body) noexcept {
+  const NoCancellation whileItRuns;
   Context* const context = contextIn(memory);
   if (context == nullptr) return failed;
   try {
@@ -31,6 +47,14 @@ int guarded(void* memory, Body&& body) noexcept {
     keepFailure(*context, sbtMediaFailure, error.what());
   }
   return failed;
+}
+
+/// For calls that write more than blocks: the store, the log.
+template <class Body>
+int guardedWriting(void* memory, Body&& body) noexcept {
+  const NoCancellation whileItRuns;
+  const FileSizeSignal blocked;
+  return guarded(memory, std::forward<Body>(body));
 }
 
 Session& sessionOf(Context& context) {
@@ -57,11 +81,11 @@ Block* requireBlock(Block* block) {
 }
 
 int backup(void* memory, Ulong, const char* name, const SbtEntry*, std::size_t blockSize, std::size_t, Uint, Uint) {
-  return guarded(memory, [&](Context& context) { sessionOf(context).backup(nameFrom(name), blockSize); });
+  return guardedWriting(memory, [&](Context& context) { sessionOf(context).backup(nameFrom(name), blockSize); });
 }
 
 int close(void* memory, Ulong flags) {
-  return guarded(memory, [&](Context& context) { sessionOf(context).close((flags & flagGiveUp) != 0); });
+  return guardedWriting(memory, [&](Context& context) { sessionOf(context).close((flags & flagGiveUp) != 0); });
 }
 
 int command(void* memory, Ulong, const char*) {
@@ -73,7 +97,7 @@ int command(void* memory, Ulong, const char*) {
 }
 
 int end(void* memory, Ulong flags) {
-  return guarded(memory, [&](Context& context) {
+  return guardedWriting(memory, [&](Context& context) {
     const std::unique_ptr<Session> session(&sessionOf(context));
     context.session = nullptr;
     if (session->isCreating() && (flags & flagGiveUp) == 0)
@@ -99,7 +123,7 @@ int info(void* memory, Ulong, const char* const* names, SbtEntry** information) 
 }
 
 int init(void* memory, Ulong, const SbtEntry*, SbtEntry** output) {
-  return guarded(memory, [&](Context& context) {
+  return guardedWriting(memory, [&](Context& context) {
     if (context.session != nullptr) throw MediaFailure("the session was begun already; call sbtend first");
     // Written by nobody; the interface has no const.
     static SbtEntry nothing[] = {{listEnd, nullptr}};
@@ -113,11 +137,11 @@ int read(void* memory, Ulong, void* block) {
 }
 
 int removeImages(void* memory, Ulong, const char* const* names) {
-  return guarded(memory, [&](Context& context) { sessionOf(context).remove(namesFrom(names)); });
+  return guardedWriting(memory, [&](Context& context) { sessionOf(context).remove(namesFrom(names)); });
 }
 
 int restore(void* memory, Ulong, const char* name, std::size_t blockSize) {
-  return guarded(memory, [&](Context& context) { sessionOf(context).restore(nameFrom(name), blockSize); });
+  return guardedWriting(memory, [&](Context& context) { sessionOf(context).restore(nameFrom(name), blockSize); });
 }
 
 int write(void* memory, Ulong, const void* block) {

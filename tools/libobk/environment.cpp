@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
+#include <mutex>
 
 #include "orrery/platform/home.h"
 
@@ -26,6 +26,30 @@ bool isMeantAsHome(const std::string& folder) {
   return ::access((folder + "/store.db").c_str(), F_OK) == 0 || ::access((folder + "/vault.key").c_str(), F_OK) == 0;
 }
 
+struct Home {
+  std::mutex mutex;
+  std::string path;
+};
+
+/// All sessions of a process work in the home that was found when the library was begun.
+Home& theHome() {
+  static Home home;
+  return home;
+}
+
+std::string absolute(const std::string& path) {
+  return path.empty() ? path : std::filesystem::absolute(path).string();
+}
+
+/// As the library was loaded: a link in a home is not followed.
+std::string folderOfLibrary() {
+  Dl_info info{};
+  // Asked of a function that no other library can stand in for, as one could for what is exported.
+  if (::dladdr(reinterpret_cast<const void*>(&workOutHome), &info) == 0 || info.dli_fname == nullptr) return {};
+  const std::filesystem::path folder = std::filesystem::path(info.dli_fname).parent_path();
+  return folder.empty() ? "." : folder.string();
+}
+
 }  // namespace
 
 Environment readEnvironment() {
@@ -37,16 +61,18 @@ Environment readEnvironment() {
   return environment;
 }
 
+void workOutHome() {
+  std::string found = absolute(folderOfLibrary());
+  if (found.empty() || !isMeantAsHome(found)) found = absolute(platform::defaultHome());
+  Home& home = theHome();
+  const std::lock_guard held(home.mutex);
+  home.path = std::move(found);
+}
+
 std::string homeToUse() {
-  Dl_info info{};
-  // The name is the one that the library was loaded by: a link in a home is not followed. Asked of a function that no
-  // other library can stand in for, as one could for what is exported.
-  if (::dladdr(reinterpret_cast<const void*>(&homeToUse), &info) != 0 && info.dli_fname != nullptr) {
-    std::error_code error;
-    std::string folder = std::filesystem::absolute(info.dli_fname, error).parent_path().string();
-    if (!error && isMeantAsHome(folder)) return folder;
-  }
-  return platform::defaultHome();
+  Home& home = theHome();
+  const std::lock_guard held(home.mutex);
+  return home.path;
 }
 
 }  // namespace orrery::libobk

@@ -17,7 +17,10 @@ struct Environment {
 /// Throws MediaFailure for a command line that cannot be read.
 Environment readEnvironment();
 
-/// The home to work in: the folder through which the library was loaded, when that is one; the default home otherwise.
+/// Works out the home for the sessions to come: the folder through which the library was loaded, when that is one; the
+/// default home otherwise. What the caller's environment and folder become later does not lead to another one.
+void workOutHome();
+/// The home that was worked out last. Any thread may call.
 std::string homeToUse();
 
 }  // namespace orrery::libobk

@@ -1,9 +1,12 @@
 /// What libobk.so exports: the entry point, and the names of the interface that came before this one.
 
+#include <exception>
+
 #include "orrery/platform/export.h"
 
 #include "calls.h"
 #include "context.h"
+#include "environment.h"
 #include "sbt_interface.h"
 
 using namespace orrery::libobk;
@@ -33,6 +36,12 @@ extern "C" {
 ORRERY_LIBOBK_EXPORT int sbtinit(SbtError* error, const SbtEntry*, SbtEntry** output) {
   if (output == nullptr) {
     if (error != nullptr) *error = {sbtBadArgument, 0};
+    return -1;
+  }
+  try {
+    workOutHome();
+  } catch (const std::exception&) {
+    if (error != nullptr) *error = {sbtSystemError, 0};
     return -1;
   }
   *output = answers;

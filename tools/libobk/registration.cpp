@@ -74,15 +74,28 @@ void enterImage(ArchiveManager& archive, const Place& place, const ImageHeader& 
   require(archive.addFile(file, id), "enter the image " + printable(header.name) + " in the archive");
 }
 
-std::vector<ArchiveFile> takeOut(ArchiveManager& archive, const std::string& name) {
-  const std::string step = "take the image " + printable(name) + " out of the archive";
+void enterLeftImage(const Services& services, const ImageHeader& header, std::uint64_t bytes) {
+  const std::vector<ArchiveFile> known = findRecords(*services.archive, header.name);
+  const auto isThisOne = [&](const ArchiveFile& file) {
+    return file.jobId == header.jobId && file.created == header.created;
+  };
+  if (std::any_of(known.begin(), known.end(), isThisOne)) return;
+  const Environment writers{{}, {}, {header.jobId, header.instanceId, header.subclientId, header.level}};
+  enterImage(*services.archive, findPlace(services, writers), header, bytes);
+}
+
+std::vector<ArchiveFile> findRecords(ArchiveManager& archive, const std::string& name) {
   std::vector<ArchiveFile> files;
-  require(archive.findFiles(applicationType, name, files), step);
+  require(archive.findFiles(applicationType, name, files), "find the image " + printable(name) + " in the archive");
+  return files;
+}
+
+void takeOut(ArchiveManager& archive, const std::vector<ArchiveFile>& files) {
   for (const ArchiveFile& file : files) {
     const Status status = archive.removeFile(file.id);
-    if (status.code != statusNotFound) require(status, step);  // another session may remove the same image
+    if (status.code != statusNotFound)
+      require(status, "take the image " + printable(file.name) + " out of the archive");
   }
-  return files;
 }
 
 void putBack(ArchiveManager& archive, const std::vector<ArchiveFile>& files) noexcept {

@@ -21,8 +21,14 @@ Place findPlace(const platform::Services& services, const Environment& environme
 /// Enters an image with the archive manager. Throws MediaFailure.
 void enterImage(platform::ArchiveManager& archive, const Place& place, const ImageHeader& header, std::uint64_t bytes);
 
-/// What the archive manager knows of an image by this name, taken out of it. Throws MediaFailure.
-std::vector<platform::ArchiveFile> takeOut(platform::ArchiveManager& archive, const std::string& name);
+/// Enters an image whose writer died before it did so; nothing happens when it is entered. Throws MediaFailure.
+void enterLeftImage(const platform::Services& services, const ImageHeader& header, std::uint64_t bytes);
+
+/// What the archive manager knows of an image by this name. Throws MediaFailure.
+std::vector<platform::ArchiveFile> findRecords(platform::ArchiveManager& archive, const std::string& name);
+
+/// Takes records out of the archive; those that are not there any more do not matter. Throws MediaFailure.
+void takeOut(platform::ArchiveManager& archive, const std::vector<platform::ArchiveFile>& files);
 
 /// Puts back what was taken out, for an image that could not be removed after all.
 void putBack(platform::ArchiveManager& archive, const std::vector<platform::ArchiveFile>& files) noexcept;

@@ -1,5 +1,8 @@
 #include "session.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "orrery/platform/home.h"
 
 #include "image_name.h"
@@ -9,10 +12,17 @@ namespace {
 
 using namespace platform;
 
+std::string adviceOnAccount(const std::string& home) {
+  struct stat status {};
+  if (::stat((home + "/store.db").c_str(), &status) != 0 || status.st_uid == ::geteuid()) return {};
+  return "; mysqlbackup must run as the account that owns the home (user id " + std::to_string(status.st_uid) + ")";
+}
+
 std::shared_ptr<const Services> openTheHome() {
   std::shared_ptr<const Services> services;
   const std::string home = homeToUse();
-  require(openHome(home, services), "use the home " + home);
+  const Status status = openHome(home, services);
+  if (!status.ok()) throw MediaFailure("cannot use the home " + home + ": " + status.text + adviceOnAccount(home));
   return services;
 }
 
@@ -34,7 +44,26 @@ Session::Session() : environment_(readEnvironment()), services_(openTheHome()) {
   require(services_->directories->home(home), "find the home");
   require(services_->directories->temporary(temporaryDirectory_), "find the folder for temporary files");
   media_.emplace(home + "/media");
-  media_->removeLeftovers();
+  media_->removeLeftovers([this](int fd) { return settle(fd); });
+}
+
+bool Session::settle(int fd) noexcept {
+  std::string name;
+  try {
+    name = nameIn(fd);
+    if (!media_->isNamed(fileNameOf(name), fd)) return true;
+  } catch (const std::exception&) {
+    return true;  // what has no whole header was never an image
+  }
+  try {
+    const ImageContents image = readContents(fd, name);
+    enterLeftImage(*services_, image.header, image.trailer.bytes);
+    return true;
+  } catch (const std::exception& error) {
+    logLine(*services_->log, LogKind::error, environment_.job.jobId,
+            std::string("an image was left behind without a record: ") + error.what());
+    return false;
+  }
 }
 
 void Session::requireNothingOpen() const {
@@ -77,9 +106,9 @@ void Session::finish(Writing& writing) {
   // An image that nobody can find by its record would never be restored.
   try {
     enterImage(*services_->archive, writing.place, writing.header, writing.image.bytes());
-  } catch (const std::exception&) {
-    media_->remove(writing.fileName);
-    throw;
+  } catch (const std::exception& error) {
+    writing.image.withdraw();
+    throw MediaFailure(std::string(error.what()) + "; the image is given up: run the backup again");
   }
   writing.meter.finish();
 }
@@ -131,16 +160,22 @@ void Session::remove(const std::vector<std::string>& names) {
 /// whose image a restore would look for in vain.
 void Session::removeOne(const std::string& name) {
   const std::string fileName = fileNameOf(name);
-  const std::vector<ArchiveFile> records = takeOut(*services_->archive, name);
-  bool wasThere = false;
+  // Of an image that is not there: what is entered after this look belongs to one that comes.
+  std::vector<ArchiveFile> records = findRecords(*services_->archive, name);
+  const OwnFd claimed = media_->claim(fileName);
+  if (!claimed) {
+    if (records.empty())
+      throw MediaFailure(sbtNotFound, "there is no image " + printable(name) + " in " + media_->path());
+    return takeOut(*services_->archive, records);
+  }
+  records = findRecords(*services_->archive, name);
+  takeOut(*services_->archive, records);
   try {
-    wasThere = media_->remove(fileName);
+    media_->remove(fileName);
   } catch (const std::exception&) {
-    if (media_->holds(fileName)) putBack(*services_->archive, records);
+    if (media_->isNamed(fileName, claimed.get())) putBack(*services_->archive, records);
     throw;
   }
-  if (!wasThere && records.empty())
-    throw MediaFailure(sbtNotFound, "there is no image " + printable(name) + " in " + media_->path());
 }
 
 SbtEntry* Session::describe(const std::vector<std::string>& names) {
@@ -153,13 +188,19 @@ SbtEntry* Session::describe(const std::vector<std::string>& names) {
 }
 
 void Session::describeOne(const std::string& name) {
-  const OwnFd file = media_->open(fileNameOf(name));
+  const std::string fileName = fileNameOf(name);
   tell(infoName, name);
-  if (!file) {
-    tell(infoNotFound, 1);
-    return;
+  try {
+    if (const OwnFd file = media_->open(fileName))
+      describeContents(readContents(file.get(), name));
+    else
+      tell(infoNotFound, 1);
+  } catch (const MediaFailure&) {
+    tell(infoComment, "cannot be restored; sbtrestore says why");  // the others are told all the same
   }
-  const ImageContents image = readContents(file.get(), name);
+}
+
+void Session::describeContents(const ImageContents& image) {
   tell(infoMethod, methodStream);
   tell(infoCreated, static_cast<Ulong>(image.header.created));
   tell(infoLabel, "orrery-mysql media folder");

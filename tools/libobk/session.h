@@ -20,7 +20,7 @@ using namespace media;
 /// one session at a time.
 class Session {
  public:
-  /// Opens the home and removes what killed writers left in its media folder.
+  /// Opens the home, removes what killed writers left in its media folder and enters the images that they could not.
   Session();
 
   void backup(const std::string& name, std::size_t blockSize);
@@ -35,7 +35,7 @@ class Session {
   bool isCreating() const noexcept { return writing_.has_value(); }
   /// Removes images one by one; the first failure ends that.
   void remove(const std::vector<std::string>& names);
-  /// What is known of these images. The list lives until the next call.
+  /// What is known of these images; one that is damaged does not hide the others. The list lives until the next call.
   SbtEntry* describe(const std::vector<std::string>& names);
 
  private:
@@ -62,9 +62,12 @@ class Session {
 
   void requireNothingOpen() const;
   std::shared_ptr<AgentLink> link();
+  /// Enters the image of an open file that its writer left behind; false when that is still to be done.
+  bool settle(int fd) noexcept;
   void finish(Writing& writing);
   void removeOne(const std::string& name);
   void describeOne(const std::string& name);
+  void describeContents(const ImageContents& image);
   void tell(Ulong type, const std::string& text);
   void tell(Ulong type, Ulong number);
 

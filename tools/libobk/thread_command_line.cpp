@@ -52,7 +52,9 @@ bool takeOption(std::string_view option, std::string_view value, Seen& seen, Thr
     line.jobId = static_cast<long long>(number);
     return first(seen.job);
   }
-  if (option == "-a") return isPair(value, line.instanceId, line.subclientId) && first(seen.application);
+  if (option == "-a")
+    return isPair(value, line.instanceId, line.subclientId) && (line.instanceId != 0 || line.subclientId == 0) &&
+           first(seen.application);
   if (option == "-at")
     return isNumber(value, applicationTypeMySql, number) && number == applicationTypeMySql && first(seen.type);
   if (option == "-t") {
@@ -63,6 +65,13 @@ bool takeOption(std::string_view option, std::string_view value, Seen& seen, Thr
   return false;
 }
 
+std::string shortened(std::string text) {
+  constexpr std::size_t longest = 60;
+  if (text.size() <= longest) return text;
+  text.resize(longest - 3);
+  return text + "...";
+}
+
 }  // namespace
 
 bool parseThreadCommandLine(std::string_view text, ThreadCommandLine& line, std::string& problem) {
@@ -71,7 +80,8 @@ bool parseThreadCommandLine(std::string_view text, ThreadCommandLine& line, std:
   for (std::string_view option = takeWord(text); !option.empty(); option = takeWord(text)) {
     const std::string_view value = takeWord(text);
     if (!takeOption(option, value, seen, read)) {
-      problem = "\"" + printable(option) + (value.empty() ? "" : " " + printable(value)) + "\" cannot stand in it";
+      problem =
+          "\"" + shortened(printable(option) + (value.empty() ? "" : " " + printable(value))) + "\" cannot stand in it";
       return false;
     }
   }

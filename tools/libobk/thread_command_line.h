@@ -17,8 +17,8 @@ struct ThreadCommandLine {
 };
 
 /// Reads "-j JOB -a INSTANCE:SUBCLIENT -at 104 -t LEVEL": options in any order, each at most once, all of them
-/// optional, numbers decimal and not negative. False, with `line` as it was and what is wrong in `problem`, for
-/// anything else.
+/// optional, numbers decimal and not negative, and no subclient without its instance. False, with `line` as it was and
+/// what is wrong in `problem`, for anything else.
 bool parseThreadCommandLine(std::string_view text, ThreadCommandLine& line, std::string& problem);
 
 }  // namespace orrery::libobk
