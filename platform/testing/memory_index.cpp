@@ -79,6 +79,11 @@ class MemoryArchive final : public ArchiveManager {
 
   Status addFile(const ArchiveFile& file, Id& id) override {
     return attempt(*memory_, "ArchiveManager::addFile", {file.name}, [&] {
+      for (auto known = memory_->archive.begin(); known != memory_->archive.end();) {
+        const bool isReplaced =
+            known->second.applicationType == file.applicationType && known->second.name == file.name;
+        known = isReplaced ? memory_->archive.erase(known) : std::next(known);
+      }
       id = ++memory_->lastId;
       memory_->archive[id] = file;
       memory_->archive[id].id = id;

@@ -46,7 +46,9 @@ TEST_F(StoreTest, NewerStoreIsRefusedAndLeftAlone) {
 TEST_F(StoreTest, StoreOfTheFirstSchemaIsBroughtForwardWithWhatItHolds) {
   Id client = 0;
   ASSERT_TRUE(succeeded(open()->inventory->putClient("kept", 0, client)));
-  runSql("DROP TABLE replica_holders; DROP INDEX archive_files_name; PRAGMA user_version = 1");
+  runSql(
+      "DROP TABLE replica_holders; DROP INDEX archive_files_name; ALTER TABLE subclients DROP COLUMN force_full; "
+      "PRAGMA user_version = 1");
   const auto services = open();
   ASSERT_NE(services, nullptr);
   Id holder = 0;

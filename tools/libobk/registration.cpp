@@ -60,7 +60,7 @@ Place findPlace(const Services& services, const Environment& environment) {
   return place;
 }
 
-void enterImage(ArchiveManager& archive, const Place& place, const ImageHeader& header, std::uint64_t bytes) {
+void enterImage(ArchiveManager& archive, const Place& place, const ImageHeader& header, const ImageEnd& end) {
   ArchiveFile file;
   file.backupSetId = place.backupSet;
   file.subclientId = place.subclient;
@@ -68,20 +68,20 @@ void enterImage(ArchiveManager& archive, const Place& place, const ImageHeader& 
   file.applicationType = applicationType;
   file.level = static_cast<int>(header.level);
   file.name = header.name;
-  file.created = header.created;
-  file.size = static_cast<std::int64_t>(bytes);
+  file.created = end.seconds;
+  file.size = static_cast<std::int64_t>(end.bytes);
   Id id = 0;
   require(archive.addFile(file, id), "enter the image " + printable(header.name) + " in the archive");
 }
 
-void enterLeftImage(const Services& services, const ImageHeader& header, std::uint64_t bytes) {
+void enterLeftImage(const Services& services, const ImageHeader& header, const ImageEnd& end) {
   const std::vector<ArchiveFile> known = findRecords(*services.archive, header.name);
   const auto isThisOne = [&](const ArchiveFile& file) {
-    return file.jobId == header.jobId && file.created == header.created;
+    return file.jobId == header.jobId && file.size == static_cast<std::int64_t>(end.bytes);
   };
   if (std::any_of(known.begin(), known.end(), isThisOne)) return;
   const Environment writers{{}, {}, {header.jobId, header.instanceId, header.subclientId, header.level}};
-  enterImage(*services.archive, findPlace(services, writers), header, bytes);
+  enterImage(*services.archive, findPlace(services, writers), header, end);
 }
 
 std::vector<ArchiveFile> findRecords(ArchiveManager& archive, const std::string& name) {

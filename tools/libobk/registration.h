@@ -15,14 +15,22 @@ struct Place {
   platform::Id subclient = 0;
 };
 
+/// What is known of an image once it is complete.
+struct ImageEnd {
+  std::uint64_t bytes = 0;
+  /// Seconds since the epoch. A backup holds what was there when it ended, not when it began, so this is the time that
+  /// restores look for.
+  std::int64_t seconds = 0;
+};
+
 /// Throws MediaFailure for an instance or a subclient that is told but not there.
 Place findPlace(const platform::Services& services, const Environment& environment);
 
 /// Enters an image with the archive manager. Throws MediaFailure.
-void enterImage(platform::ArchiveManager& archive, const Place& place, const ImageHeader& header, std::uint64_t bytes);
+void enterImage(platform::ArchiveManager& archive, const Place& place, const ImageHeader& header, const ImageEnd& end);
 
 /// Enters an image whose writer died before it did so; nothing happens when it is entered. Throws MediaFailure.
-void enterLeftImage(const platform::Services& services, const ImageHeader& header, std::uint64_t bytes);
+void enterLeftImage(const platform::Services& services, const ImageHeader& header, const ImageEnd& end);
 
 /// What the archive manager knows of an image by this name. Throws MediaFailure.
 std::vector<platform::ArchiveFile> findRecords(platform::ArchiveManager& archive, const std::string& name);

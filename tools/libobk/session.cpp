@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "orrery/platform/home.h"
 
 #include "image_name.h"
@@ -57,7 +59,9 @@ bool Session::settle(int fd) noexcept {
   }
   try {
     const ImageContents image = readContents(fd, name);
-    enterLeftImage(*services_, image.header, image.trailer.bytes);
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) throw systemFailure("look at the image " + printable(name), errno);
+    enterLeftImage(*services_, image.header, {image.trailer.bytes, status.st_mtime});
     return true;
   } catch (const std::exception& error) {
     logLine(*services_->log, LogKind::error, environment_.job.jobId,
@@ -102,10 +106,11 @@ void Session::write(const void* block) {
 }
 
 void Session::finish(Writing& writing) {
+  const std::int64_t finished = services_->clock->now() / 1000000;
   writing.image.finish();
   // An image that nobody can find by its record would never be restored.
   try {
-    enterImage(*services_->archive, writing.place, writing.header, writing.image.bytes());
+    enterImage(*services_->archive, writing.place, writing.header, {writing.image.bytes(), finished});
   } catch (const std::exception& error) {
     writing.image.withdraw();
     throw MediaFailure(std::string(error.what()) + "; the image is given up: run the backup again");

@@ -330,7 +330,7 @@ struct ArchiveFile {
   int applicationType = 0;
   int level = 0;  ///< 1 full, 2 incremental
   std::string name;
-  std::int64_t created = 0;  ///< seconds since the epoch
+  std::int64_t created = 0;  ///< seconds since the epoch; when it was complete
   std::int64_t size = 0;     ///< bytes
 };
 
@@ -347,6 +347,7 @@ struct ChainQuery {
 class ArchiveManager {
  public:
   virtual ~ArchiveManager() = default;
+  /// In place of an older record of the same application and name: the media hold one file of a name.
   virtual Status addFile(const ArchiveFile& file, Id& id) = 0;
   /// Files of a backup set with `from <= created <= to`, oldest first.
   virtual Status listFiles(Id backupSetId, int applicationType, std::int64_t from, std::int64_t to,
