@@ -18,7 +18,7 @@
 ///    touch what is atomic below, `jobType_` among it, and the counters of the job's client, which take care of
 ///    themselves. The idle call-back runs there too and takes no lock;
 ///  - the child's waiter, inside the child's object.
-/// The session server's thread ends with cleanUp, with the object, and before a run begins anew.
+/// The session server's thread ends with its run, with cleanUp, and with the object.
 
 #include <atomic>
 #include <cstdint>
@@ -127,7 +127,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTUtils {
   /// One supervision pass over a started child. False: the run is over, or has been ended.
   bool shouldContinue(LibMySqlProcess::MySqlChildProcess& child);
   /// Serves the media library and supervises a started child until it ends, fails or is to end; a pass a second, the
-  /// first after a second. -1 when the child is marked failed in the end.
+  /// first after a second. -1 when the child is marked failed in the end. The media library is not served any more
+  /// then.
   int WaitForMEB(LibMySqlProcess::MySqlChildProcess& child);
 
   /// Chooses the name of the working directory, which is not made here, and finds the media library. After
