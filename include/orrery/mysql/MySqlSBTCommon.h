@@ -88,7 +88,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTHandler : public DBAgentUtils::DzDbAgentSessio
   MySqlSBTUtils* getSBTAgent() const noexcept { return sbtAgent_; }
   void setJobId(long long jobId) noexcept { jobId_ = jobId; }
 
-  /// Fails every later supervision pass of the driver; never taken back. Any thread.
+  /// Kept: never taken back. Every later supervision pass of the driver fails, those of its later runs too, even when
+  /// the media library speaks again. Any thread.
   void failThread() noexcept { threadFailed_ = true; }
   bool isThreadFailed() const noexcept { return threadFailed_; }
 
@@ -140,7 +141,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTUtils {
   /// Sets what the next updateInfo adds to the job's counters. -1 without a job.
   int addFilesXferred(std::int64_t count);
   int setUncompBytesToAdd(std::int64_t bytes);
-  /// Forgets the totals that the media library told last: its next ones count from nothing.
+  /// Forgets the totals that the media library told last: its next ones count from nothing. What an update did not add
+  /// is tried once more before; what is refused then as well is lost.
   int resetCountersFromCache();
   /// Adds the counters to the job's; whether the job manager took them.
   bool updateInfo(bool force);
