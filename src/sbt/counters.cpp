@@ -30,6 +30,8 @@ int MySqlSBTUtils::setUncompBytesToAdd(std::int64_t bytes) {
 }
 
 int MySqlSBTUtils::resetCountersFromCache() {
+  // What the last update did not add: the first difference of the run that begins now would replace it.
+  if (jobObject_ != nullptr) updateInfo(false);
   cachedBytes_ = 0;
   cachedFiles_ = 0;
   return 0;

@@ -1,11 +1,13 @@
 // The two ways of running a command: through the shell, or as a supervised child.
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
 #include "orrery/mysql/MySqlSBTCommon.h"
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/LibMySqlProcess.h"
+#include "orrery/platform/posix.h"
 
 #include "sbt/command_values.h"
 #include "sbt/texts.h"
@@ -39,7 +41,10 @@ int MySqlSBTUtils::runThroughShell(const std::string& command, int& rc) {
                                                          orrery::mysql::sbt::shellWord(home).c_str(), command.c_str());
   event_.Debug(tag, "Executing command [%s]", line.c_str());
   rc = std::system(line.c_str());  // NOLINT(concurrency-mt-unsafe): the C library's is safe
-  // Kept: a negative result, of a shell that could not be started, is no failure; callers look at `rc`.
+  // Kept: a negative result, of a shell that was not started or whose end is lost, is no failure; callers look at `rc`.
+  if (rc < 0)
+    event_.Error(tag, "How the command [%s] ended is not known: %s", command.c_str(),
+                 orrery::platform::errorText(errno).c_str());
   if (rc <= 0) return 0;
   event_.Error(tag, "Failed to run the command [%s]", command.c_str());
   return -1;

@@ -19,7 +19,8 @@ void* startThreadForMEBSessionServer(void* sessionServer) {
     const std::string serviceName = orrery::platform::sessionServiceName(jobId);
     const CKyError error = server.StartSessionServer(serviceName, AcceptMySqlIdleCallback, kMySqlApplicationType);
     if (error.isError()) {
-      // Kept: the handler is not marked as failed. `mysqlbackup` fails by itself when its library reaches nobody.
+      // Kept: the handler is not marked as failed. `mysqlbackup` goes on then, unwatched: its media library moves
+      // images whether it reaches an agent or not, the job hears nothing of them, and no silence ends the run.
       const std::lock_guard held(server.handlerLock());
       event.Error(tag, "Failed to start DZSessionServer with serviceName=%s:%s", serviceName.c_str(),
                   error.text().c_str());
@@ -37,6 +38,7 @@ void AcceptMySqlIdleCallback(void* sessionServer) {
   auto& server = *static_cast<DbSessionServer*>(sessionServer);
   const std::uint32_t count = ++server.idleTimeoutCount;
   const std::uint32_t most = server.maxIdleTimeoutCount();
+  // Kept: with the two blanks, as people search for it.
   event.DebugLvl(tag, 2, "Got timed out while waiting for messages ...  m_idleTimeoutCount=%d",
                  static_cast<int>(count));
   if (count < most) {

@@ -1,6 +1,6 @@
 // A run of `mysqlbackup` from its driver's side.
 
-#include <exception>
+#include <memory>
 #include <string>
 
 #include "orrery/mysql/MySqlSBTCommon.h"
@@ -17,7 +17,8 @@ namespace {
 
 constexpr const char* waitTag = "MySqlSBTUtils::WaitForMEB";
 constexpr const char* passTag = "MySqlSBTUtils::shouldContinue";
-constexpr std::int64_t betweenPasses = 1000;  // milliseconds
+constexpr std::int64_t betweenPasses = 1000;   // milliseconds
+constexpr std::int64_t longestOpening = 2000;  // milliseconds
 constexpr int outputLevel = 8;
 
 /// Kept: the words name the restore in a backup as well. Both the whole run and each of its passes refuse with them.
@@ -39,17 +40,18 @@ int MySqlSBTUtils::WaitForMEB(MySqlChildProcess& child) {
       return supervise(child);
     } catch (const DzException& error) {
       event_.Error(waitTag, "Exception encountered %d:%s", error.getErrno(), error.what());
-      endSessionServer();
       return -1;
     }
   });
 }
 
 int MySqlSBTUtils::supervise(MySqlChildProcess& child) {
+  // However the run ends, the session server ends with it: the silence until the next run is nobody's failure.
+  const auto end = [](MySqlSBTUtils* self) { self->endSessionServer(); };
+  const std::unique_ptr<MySqlSBTUtils, decltype(end)> serving(this, end);
   if (serveMediaLibrary() != 0) return -1;
   if (child.BeginWait() != 0) {
     event_.Debug(waitTag, "Failed to start BeginWait thread.");
-    endSessionServer();
     return -1;
   }
   event_.Debug(waitTag, "Successfully start BeginWait thread.");
@@ -61,12 +63,16 @@ int MySqlSBTUtils::supervise(MySqlChildProcess& child) {
 
 int MySqlSBTUtils::serveMediaLibrary() {
   event_.Debug(waitTag, "Creating thread to moniter SBT thread");
-  // The thread of an earlier run ends first: its silence and its connections are not this run's.
-  endSessionServer();
+  isSessionServerReady_ = false;
   sessionServer_->prepare();
-  if (sessionThread_.createThread(startThreadForMEBSessionServer, sessionServer_.get()) == 0) return 0;
-  event_.Debug(waitTag, "Failed to start session server thread");
-  return -1;
+  if (sessionThread_.createThread(startThreadForMEBSessionServer, sessionServer_.get()) != 0) {
+    event_.Debug(waitTag, "Failed to start session server thread");
+    return -1;
+  }
+  // The program runs already, and its media library connects with its first image. A server that does not come up is
+  // told by its thread.
+  sessionServer_->waitUntilListening(longestOpening);
+  return 0;
 }
 
 bool MySqlSBTUtils::shouldContinue(MySqlChildProcess& child) {

@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <thread>
 
@@ -219,6 +220,67 @@ TEST_F(BackgroundProcess, WhatCannotBeStartedIsToldAtOnce) {
     EXPECT_EQ(child.Terminate(), -1) << row.command;
   }
   EXPECT_TRUE(backend_.log().contains("missing was not started, it cannot be executed: No such file or directory"));
+}
+
+/// Another action for SIGCHLD for the time of a scope.
+class ChildSignal {
+ public:
+  ChildSignal(sighandler_t handler, int flags) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    EXPECT_EQ(sigaction(SIGCHLD, &action, &before_), 0);
+  }
+  ~ChildSignal() { sigaction(SIGCHLD, &before_, nullptr); }
+  ChildSignal(const ChildSignal&) = delete;
+  ChildSignal& operator=(const ChildSignal&) = delete;
+
+ private:
+  struct sigaction before_ {};
+};
+
+TEST_F(BackgroundProcess, NothingIsStartedWhoseEndCouldNotBeTold) {
+  for (const auto& [handler, flags] :
+       {std::pair<sighandler_t, int>{SIG_IGN, 0}, std::pair<sighandler_t, int>{SIG_DFL, SA_NOCLDWAIT}}) {
+    backend_.log().clear();
+    const ChildSignal changed(handler, flags);
+    MySqlChildProcess child;
+    EXPECT_EQ(start(child, shell("echo >" + file_)), -1);
+    EXPECT_TRUE(backend_.log().contains("this process ignores SIGCHLD"));
+    EXPECT_FALSE(std::filesystem::exists(file_));
+  }
+}
+
+TEST_F(BackgroundProcess, ChildThatAnotherReapedFailsAndItsNumberIsNotSignalled) {
+  MySqlChildProcess child;
+  ASSERT_EQ(start(child, shell("sleep 600 & echo $! >" + file_ + "; exit 0")), 0);
+  const pid_t grandchild = numberIn(file_);  // of the group that has the number
+  ASSERT_GT(waitpid(-1, nullptr, 0), 0);
+  EXPECT_EQ(child.Terminate(), -1);
+  ASSERT_EQ(child.BeginWait(), 0);
+  ASSERT_TRUE(ends(child));
+  EXPECT_TRUE(child.isFailed());
+  EXPECT_FALSE(isGone(grandchild));
+  EXPECT_EQ(kill(grandchild, SIGKILL), 0);
+}
+
+TEST_F(BackgroundProcess, ProgramEndsWhenItsStarterIsKilled) {
+  for (const std::string user : {"", "nobody"}) {
+    if (!user.empty() && geteuid() != 0) continue;  // only root can take another account
+    std::filesystem::remove(file_);
+    EXPECT_EQ(inChild([&] {
+                MySqlChildProcess child;
+                if (child.Initialize(shell("exec sleep 600"), user, "") != 0 || child.DZ_CreateProcess() != 0) return 1;
+                int number = 0;
+                for (const std::string& text : backend_.log().texts()) std::sscanf(text.c_str(), "process %d", &number);
+                writeFile(file_, std::to_string(number) + "\n");
+                return kill(getpid(), SIGKILL);
+              }),
+              -1);
+    const pid_t program = numberIn(file_);
+    ASSERT_GT(program, 1);
+    EXPECT_TRUE(waitUntil([&] { return isGone(program); })) << user;
+  }
 }
 
 TEST_F(BackgroundProcess, ProgramRunsAsAnotherAccountAndInheritsNoDescriptor) {

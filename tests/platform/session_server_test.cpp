@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,8 +10,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
+#include <set>
 #include <thread>
+#include <utility>
 
 #include "orrery/platform/DbSessionServer.h"
 #include "orrery/platform/SessionClient.h"
@@ -80,13 +85,22 @@ class SessionServer : public ::testing::Test {
 
   void serve(DbSessionServer::IdleCallback idle = nullptr) {
     thread_ = std::thread([this, idle] { result_ = server_.StartSessionServer(service_, idle, 104); });
-    ASSERT_TRUE(eventually([&] { return isSocket(); }));
+    ASSERT_TRUE(server_.waitUntilListening(60'000));
+    ASSERT_TRUE(isSocket());
   }
   void stop() {
     server_.CleanupSessionServer();
     if (thread_.joinable()) thread_.join();
   }
   std::string path() const { return folder_ + "/" + service_ + ".sock"; }
+  /// A socket as a process that was killed leaves it: bound and not served.
+  static void leaveDeadSocket(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const OwnFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  }
   bool isSocket() const {
     struct stat status {};
     return lstat(path().c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
@@ -284,24 +298,60 @@ TEST_F(SessionServer, DeadSocketIsReplacedAndALivingOneNever) {
   EXPECT_TRUE(succeeded(client.connect(folder_, service_, 1)));
   stop();
 
-  {  // bound and never served, as a process that was killed leaves it
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path().copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const OwnFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  }
+  leaveDeadSocket(path());
   ASSERT_TRUE(isSocket());
   server_.prepare();
   serve();
   SessionClient another;
-  EXPECT_TRUE(eventually([&] { return another.connect(folder_, service_, 1).ok(); }));
+  EXPECT_TRUE(succeeded(another.connect(folder_, service_, 1)));
   stop();
 
   writeFile(path(), "not a socket", 0600);
   server_.prepare();
   EXPECT_EQ(server_.StartSessionServer(service_, nullptr, 104).code(), EEXIST);
   EXPECT_EQ(readFile(path()), "not a socket");
+}
+
+TEST_F(SessionServer, DeadSocketsOfOtherJobsAreRemovedAndNothingElse) {
+  DbSessionServer living(recorder_);
+  std::thread other([&] { living.StartSessionServer(sessionServiceName(1), nullptr, 104); });
+  ASSERT_TRUE(living.waitUntilListening(60'000));
+  leaveDeadSocket(folder_ + "/MySqlSBTSrv_2.sock");
+  leaveDeadSocket(folder_ + "/MySqlSBTSrv_3.sock");
+  leaveDeadSocket(folder_ + "/another.sock");
+  writeFile(folder_ + "/MySqlSBTSrv_4.sock", "not a socket", 0600);
+  SessionClient client;
+  ASSERT_TRUE(succeeded(client.connect(folder_, sessionServiceName(1), 1)));
+  serve();
+  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  stop();
+  std::set<std::string> left;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_)) left.insert(entry.path().filename());
+  EXPECT_EQ(left, (std::set<std::string>{"MySqlSBTSrv_1.sock", "MySqlSBTSrv_4.sock", "another.sock"}));
+  living.CleanupSessionServer();
+  other.join();
+}
+
+TEST_F(SessionServer, CleanUpWaitsForNobodyWhoKeepsTheFolderLocked) {
+  const OwnFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(folder.get(), LOCK_EX), 0);
+  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  EXPECT_FALSE(server_.waitUntilListening(200));
+  stop();
+  EXPECT_EQ(result_.code(), ECANCELED);
+  EXPECT_FALSE(server_.waitUntilListening(60'000));
+  server_.prepare();
+  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  ASSERT_EQ(flock(folder.get(), LOCK_UN), 0);
+  EXPECT_TRUE(server_.waitUntilListening(60'000));
+}
+
+TEST_F(SessionServer, WhoWaitsForAServerThatCannotStartIsToldSo) {
+  writeFile(path(), "not a socket", 0600);
+  const auto begun = std::chrono::steady_clock::now();
+  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  EXPECT_FALSE(server_.waitUntilListening(60'000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
 }
 
 TEST_F(SessionServer, CleanUpEndsServingWhateverClientsDoAndCountsForLaterStarts) {
@@ -331,6 +381,52 @@ TEST_F(SessionServer, IdleIntervalsAreCountedUntilSomebodySpeaks) {
   SessionClient client;
   ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
   EXPECT_LT(server_.idleTimeoutCount, static_cast<std::uint32_t>(idleTimes.load()));
+}
+
+TEST_F(SessionServer, EveryThingThatAClientDoesBeginsTheCountAnew) {
+  server_.setIdleInterval(600'000);
+  serve();
+  SessionClient client;
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"comes", [&] { ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1))); }},
+      {"speaks", [&] { ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{})))); }},
+      {"is refused", [&] { ASSERT_TRUE(failed(client.tell(77, "anything"), statusFailed)); }},
+      {"goes", [&] { client.disconnect(); }},
+  };
+  for (const auto& [what, act] : cases) {
+    server_.idleTimeoutCount = 3;
+    act();
+    EXPECT_TRUE(eventually([&] { return server_.idleTimeoutCount == 0; })) << what;
+  }
+}
+
+TEST_F(SessionServer, ClientThatSpeaksWithinEveryIntervalNeverSeesItPass) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds interval{400};
+  server_.setIdleInterval(interval.count());
+  // A machine that stands still for an interval tells nothing about the server.
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    server_.prepare();
+    idleTimes = 0;
+    const auto begun = Clock::now();
+    serve([](void*) { ++idleTimes; });
+    SessionClient client;
+    ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
+    auto spoken = Clock::now();
+    bool inTime = spoken - begun < interval;
+    while (inTime && spoken - begun < 3 * interval) {
+      EXPECT_TRUE(eventually([&] { return Clock::now() - spoken >= interval / 2; }));
+      const auto before = std::exchange(spoken, Clock::now());
+      ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+      inTime = Clock::now() - before < interval;
+    }
+    const int passed = idleTimes;
+    stop();
+    if (!inTime) continue;
+    EXPECT_EQ(passed, 0);
+    return;
+  }
+  FAIL() << "the machine never got through three intervals";
 }
 
 TEST_F(SessionServer, IdleIntervalComesFromTheSettings) {

@@ -1,6 +1,7 @@
 // The command orrery-mysql: reads the command line, runs the chosen command, tells how it went.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -185,10 +186,18 @@ void holdStandardStreams() {
   }
 }
 
+/// Whoever starts the program with SIGCHLD ignored: the system would forget how our children end.
+void learnHowChildrenEnd() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  ::sigaction(SIGCHLD, &action, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   holdStandardStreams();
+  learnHowChildrenEnd();
   try {
     return orrery::tool::run(argc, argv);
   } catch (const std::exception& error) {

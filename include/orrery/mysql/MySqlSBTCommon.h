@@ -18,7 +18,7 @@
 ///    touch what is atomic below, `jobType_` among it, and the counters of the job's client, which take care of
 ///    themselves. The idle call-back runs there too and takes no lock;
 ///  - the child's waiter, inside the child's object.
-/// The session server's thread ends with cleanUp, with the object, and before a run begins anew.
+/// The session server's thread ends with its run, with cleanUp, and with the object.
 
 #include <atomic>
 #include <cstdint>
@@ -88,7 +88,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTHandler : public DBAgentUtils::DzDbAgentSessio
   MySqlSBTUtils* getSBTAgent() const noexcept { return sbtAgent_; }
   void setJobId(long long jobId) noexcept { jobId_ = jobId; }
 
-  /// Fails every later supervision pass of the driver; never taken back. Any thread.
+  /// Kept: never taken back. Every later supervision pass of the driver fails, those of its later runs too, even when
+  /// the media library speaks again. Any thread.
   void failThread() noexcept { threadFailed_ = true; }
   bool isThreadFailed() const noexcept { return threadFailed_; }
 
@@ -127,7 +128,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTUtils {
   /// One supervision pass over a started child. False: the run is over, or has been ended.
   bool shouldContinue(LibMySqlProcess::MySqlChildProcess& child);
   /// Serves the media library and supervises a started child until it ends, fails or is to end; a pass a second, the
-  /// first after a second. -1 when the child is marked failed in the end.
+  /// first after a second. -1 when the child is marked failed in the end. The media library is not served any more
+  /// then.
   int WaitForMEB(LibMySqlProcess::MySqlChildProcess& child);
 
   /// Chooses the name of the working directory, which is not made here, and finds the media library. After
@@ -139,7 +141,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTUtils {
   /// Sets what the next updateInfo adds to the job's counters. -1 without a job.
   int addFilesXferred(std::int64_t count);
   int setUncompBytesToAdd(std::int64_t bytes);
-  /// Forgets the totals that the media library told last: its next ones count from nothing.
+  /// Forgets the totals that the media library told last: its next ones count from nothing. What an update did not add
+  /// is tried once more before; what is refused then as well is lost.
   int resetCountersFromCache();
   /// Adds the counters to the job's; whether the job manager took them.
   bool updateInfo(bool force);

@@ -53,11 +53,19 @@ OwnFd handleOf(pid_t pid) {
 #endif
 }
 
-/// Whether a child that nobody has reaped has ended; it stays to be reaped.
-bool hasEnded(pid_t pid) {
+/// `lost`: somebody else has reaped it, and its number may be another process's.
+enum class Life { running, ended, lost };
+
+/// A child that has ended stays to be reaped.
+Life look(pid_t pid) {
   siginfo_t info{};
-  if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return errno == ECHILD;
-  return info.si_pid == pid;
+  if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0)
+    return errno == ECHILD ? Life::lost : Life::running;
+  return info.si_pid == pid ? Life::ended : Life::running;
+}
+
+bool hasEnded(pid_t pid) {
+  return look(pid) != Life::running;
 }
 
 void logLines(const EvDebug& event, int level, const char* stream, const std::string& text) {
@@ -238,7 +246,7 @@ void MySqlChildProcess::Runner::reap() {
   }
   const std::lock_guard held(mutex);
   // What it left running goes with it; its group's number cannot be another's as long as it is not reaped.
-  if (terminating_) kill(-pid_, SIGKILL);
+  if (terminating_ && look(pid_) == Life::ended) kill(-pid_, SIGKILL);
   int status = -1;
   std::array<char, 120> reason{};
   if (process_.WaitForProcessToEnd(status, reason.data(), static_cast<int>(reason.size()), -1) != 1) {
@@ -258,7 +266,7 @@ void MySqlChildProcess::Runner::reap() {
 /// False when there is nobody to signal.
 bool MySqlChildProcess::Runner::signalGroup(int signal) {
   const std::lock_guard held(mutex);
-  if (pid_ < 0 || reaped_) return false;
+  if (pid_ < 0 || reaped_ || look(pid_) == Life::lost) return false;
   terminating_ = true;
   kill(-pid_, signal);
   return true;

@@ -6,6 +6,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -33,6 +34,7 @@ struct Plan {
 
   Command command;
   std::vector<char*> argv;
+  pid_t starter = getpid();
   OwnFd null;
   Pipe output;
   Pipe errors;
@@ -55,6 +57,23 @@ void takeAccount(const Plan& plan) {
   }
 }
 
+/// A starter that is killed ends its program with it: nobody watches or stops that any more, while its job counts as
+/// dead. It is the end of the thread that starts the program that counts, so that thread has to stay; whoever
+/// supervises a run does. After the account, as a change of that takes the wish back.
+void endWithStarter(const Plan& plan) {
+  if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) giveUp(plan, "it cannot be bound to its starter");
+  errno = ESRCH;
+  if (getppid() != plan.starter) giveUp(plan, "its starter has ended");
+}
+
+/// The host may ignore them; a program expects them as they are by default, and may need to know how its own children
+/// end.
+void beginWithDefaultSignals() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  for (const int number : {SIGPIPE, SIGCHLD}) sigaction(number, &action, nullptr);
+}
+
 void becomeProgram(void* param) {
   const auto& plan = *static_cast<const Plan*>(param);
   // A group of its own: everything that the program starts is ended with it, and nothing of ours is.
@@ -65,11 +84,9 @@ void becomeProgram(void* param) {
     giveUp(plan, "its streams cannot be redirected");
   }
   takeAccount(plan);
+  endWithStarter(plan);
   closeOthersOnExec();
-  // The host may ignore it; a program expects it as it is by default.
-  struct sigaction action {};
-  action.sa_handler = SIG_DFL;
-  sigaction(SIGPIPE, &action, nullptr);
+  beginWithDefaultSignals();
   execve(plan.argv[0], plan.argv.data(), environ);
   giveUp(plan, "it cannot be executed");
 }
@@ -87,6 +104,13 @@ bool findGroup(const std::string& name, gid_t& gid) {
       return found != nullptr;
     }
   }
+}
+
+/// Whether the system forgets how children end.
+bool forgetsChildren() {
+  struct sigaction action {};
+  return sigaction(SIGCHLD, nullptr, &action) == 0 &&
+         (action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0);
 }
 
 /// The obstacle that the child told before it ended; empty once exec has closed the pipe.
@@ -124,6 +148,7 @@ std::string prepare(const std::string& commandLine, const std::string& user, con
 }
 
 std::string start(const Command& command, DzProcess& process, Streams* streams) {
+  if (forgetsChildren()) return "this process ignores SIGCHLD: how the program ends could not be told";
   Plan plan(command);
   plan.null = OwnFd(aboveStandardStreams(open("/dev/null", O_RDWR | O_CLOEXEC)));
   const bool ready =

@@ -63,7 +63,7 @@ CKyError DbSessionServer::StartSessionServer(const std::string& serviceName, Idl
   const auto leave = [](DbSessionServer* server) {
     const std::lock_guard held(server->mutex_);
     server->served_.clear();
-    server->left_.notify_all();
+    server->enter(State::ended);
   };
   const std::unique_ptr<DbSessionServer, decltype(leave)> leaving(this, leave);
 
@@ -83,17 +83,35 @@ CKyError DbSessionServer::StartSessionServer(const std::string& serviceName, Idl
     return {status.code, status.text};
   idleTimeoutCount = 0;
   Serving serving(*this, std::move(plan));
-  CKyError error = serving.open();
-  return error.isError() ? error : serving.run();
+  if (CKyError error = serving.open(); error.isError()) return error;
+  {
+    const std::lock_guard held(mutex_);
+    enter(State::listening);
+  }
+  return serving.run();
 } catch (const std::exception& failure) {
   return {ENOMEM, failure.what()};
+}
+
+/// Under the mutex.
+void DbSessionServer::enter(State state) {
+  state_ = state;
+  changed_.notify_all();
+}
+
+bool DbSessionServer::waitUntilListening(std::int64_t milliseconds) {
+  std::unique_lock held(mutex_);
+  const auto isDecided = [&] { return state_ != State::prepared || cleaned_ || !stop_; };
+  changed_.wait_for(held, std::chrono::milliseconds(milliseconds), isDecided);
+  return state_ == State::listening && !cleaned_;
 }
 
 void DbSessionServer::CleanupSessionServer() {
   std::unique_lock held(mutex_);
   cleaned_ = true;
+  changed_.notify_all();
   if (stop_) ::eventfd_write(stop_.get(), 1);
-  if (servingThread_ != std::this_thread::get_id()) left_.wait(held, [&] { return served_.empty(); });
+  if (servingThread_ != std::this_thread::get_id()) changed_.wait(held, [&] { return served_.empty(); });
 }
 
 void DbSessionServer::prepare() {
@@ -101,6 +119,7 @@ void DbSessionServer::prepare() {
   eventfd_t ignored = 0;
   if (cleaned_ && stop_) ::eventfd_read(stop_.get(), &ignored);
   cleaned_ = false;
+  if (state_ == State::ended) state_ = State::prepared;
 }
 
 void DbSessionServer::admit(uid_t account) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 
 #include "address.h"
 #include "frame.h"
@@ -65,9 +64,7 @@ bool receiveSome(int fd, session::FrameReader& reader, SteadyTime deadline) {
 }  // namespace
 
 std::string sessionServiceName(long long jobId) {
-  char name[48];
-  std::snprintf(name, sizeof(name), "%s_%lld", "MySqlSBTSrv", jobId);
-  return name;
+  return std::string(session::jobServicePrefix) + std::to_string(jobId);
 }
 
 Status SessionClient::connect(const std::string& temporaryDirectory, const std::string& serviceName, long long jobId) {

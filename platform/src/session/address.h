@@ -4,10 +4,14 @@
 #include <sys/un.h>
 
 #include <string>
+#include <string_view>
 
 #include "orrery/platform/posix.h"
 
 namespace orrery::platform::session {
+
+/// What the names of the services begin with that serve a job's media library; the job's number follows.
+inline constexpr std::string_view jobServicePrefix = "MySqlSBTSrv_";
 
 /// Address of a service's socket in an open folder: reached through the folder's descriptor, so that a folder with a
 /// long path does not matter. Lives no longer than the folder's descriptor.

@@ -17,9 +17,11 @@ class ListeningSocket {
   ListeningSocket(const ListeningSocket&) = delete;
   ListeningSocket& operator=(const ListeningSocket&) = delete;
 
-  /// Makes the socket. What a dead server left under the name is replaced; a name that a living server has is an error,
-  /// and so is a file that is no socket. `forOthers`: accounts other than the owner may connect.
-  CKyError listen(const std::string& folder, const std::string& serviceName, bool forOthers);
+  /// Makes the socket. What a dead server left under the name is replaced, and what dead servers left under the names
+  /// of other jobs is removed; a name that a living server has is an error, and so is a file that is no socket.
+  /// `forOthers`: accounts other than the owner may connect. `stop`: once it can be read, nobody waits for the folder's
+  /// lock; an error then, as it is when somebody keeps the lock.
+  CKyError listen(const std::string& folder, const std::string& serviceName, bool forOthers, int stop);
   int fd() const noexcept { return socket_.get(); }
 
  private:

@@ -34,9 +34,9 @@ CKyError Serving::watch(int fd, std::uint64_t number, std::uint32_t what) {
 CKyError Serving::open() {
   events_ = OwnFd(aboveStandardStreams(::epoll_create1(EPOLL_CLOEXEC)));
   if (!events_) return {errno, "cannot watch sockets: " + errorText(errno)};
-  if (CKyError error = listener_.listen(plan_.folder, plan_.serviceName, !plan_.admitted.empty()); error.isError())
-    return error;
-  if (CKyError error = watch(plan_.stop, stopNumber, EPOLLIN); error.isError()) return error;
+  CKyError error = listener_.listen(plan_.folder, plan_.serviceName, !plan_.admitted.empty(), plan_.stop);
+  if (error.isError()) return error;
+  if (error = watch(plan_.stop, stopNumber, EPOLLIN); error.isError()) return error;
   return watch(listener_.fd(), listenerNumber, EPOLLIN);
 }
 

@@ -1,5 +1,10 @@
 // What the media library tells, and what becomes of it at the job.
 
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+
 #include "sbt/sbt_fixture.h"
 
 namespace orrery::test {
@@ -52,6 +57,9 @@ TEST_F(HandlerTest, ProgressIsAddedAsDifferencesOfTotals) {
       {"its totals from nothing", 60, 1, false, 460, 4},
       {"a run that was not announced: less than before, passed on as it is", 10, 0, false, 410, 3},
       {"the same totals", 10, 0, false, 410, 3},
+      {"the last totals of a run find the job manager busy", 50, 2, true, 410, 3},
+      {"the next run begins with what was left", -1, -1, false, 450, 5},
+      {"its totals from nothing", 7, 1, false, 457, 6},
   };
   for (const auto& step : steps) {
     if (step.refused) backend_.failures().failNth("JobManager::addCounters", 1, Status::failure("busy"));
@@ -62,7 +70,7 @@ TEST_F(HandlerTest, ProgressIsAddedAsDifferencesOfTotals) {
     EXPECT_EQ(job().files, step.jobFiles) << step.what;
   }
   EXPECT_TRUE(backend_.log().contains("Failed to update jobInfo"));
-  EXPECT_EQ(backend_.failures().calls("JobManager::addCounters"), 7U) << "one call a message, none for no difference";
+  EXPECT_EQ(backend_.failures().calls("JobManager::addCounters"), 10U) << "one call a message, none for no difference";
 }
 
 TEST_F(HandlerTest, NumbersOfAHostileLibraryHarmNobody) {
@@ -108,7 +116,28 @@ TEST_F(HandlerTest, WithoutAgentOrJobProgressIsTakenAndForgotten) {
   EXPECT_EQ(job().bytes, 0);
 }
 
-TEST_F(HandlerTest, ConnectionsSetTheReadyFlag) {
+TEST_F(HandlerTest, EachCallBackWaitsForTheHandlerLock) {
+  MySqlSBTHandler& handler = *driver_.handler_;
+  dzsDatabuf_v2 data(SbtStatusMessage{});
+  const std::pair<const char*, std::function<CKyError()>> cases[] = {
+      {"OnClientConnect", [&] { return handler.OnClientConnect(&network_, 5, &server_); }},
+      {"OnClientMsg", [&] { return tell(sbtStatusCode, data); }},
+      {"OnClientDisconnect", [&] { return handler.OnClientDisconnect(&network_, 5, &server_); }},
+  };
+  for (const auto& [name, call] : cases) {
+    std::atomic<bool> returned{false};
+    std::unique_lock held(driver_.sessionServer_->handlerLock());
+    std::thread other([&, &callBack = call] {
+      EXPECT_FALSE(callBack().isError());
+      returned = true;
+    });
+    EXPECT_FALSE(waitUntil([&] { return returned.load(); }, std::chrono::milliseconds(100))) << name;
+    held.unlock();
+    other.join();
+  }
+}
+
+TEST_F(HandlerTest, ConnectionsSetTheReadyFlagAndTheirEndIsLoggedAsAMessageTypeKept) {
   MySqlSBTHandler& handler = *driver_.handler_;
   EXPECT_FALSE(handler.OnClientConnect(&network_, 0, &server_).isError());
   EXPECT_FALSE(driver_.isSessionServerReady_);
@@ -125,7 +154,7 @@ TEST_F(HandlerTest, ConnectionsSetTheReadyFlag) {
   EXPECT_FALSE(handler.ShouldSaveRegisteredPorts());
 }
 
-TEST_F(HandlerTest, FifthIdleIntervalFailsTheRunAndNoEarlierOne) {
+TEST_F(HandlerTest, FifthIdleIntervalFailsTheRunAndNoEarlierOneAndBothBlanksOfTheLineAreKept) {
   AcceptMySqlIdleCallback(nullptr);
   EXPECT_EQ(driver_.sessionServer_->maxIdleTimeoutCount(), 5U);
   for (int i = 1; i <= 5; ++i) {
@@ -138,6 +167,15 @@ TEST_F(HandlerTest, FifthIdleIntervalFailsTheRunAndNoEarlierOne) {
   EXPECT_EQ(lines[0], "2: Got timed out while waiting for messages ...  m_idleTimeoutCount=1");
   EXPECT_EQ(lines[1], "0: So far idleTimeouts=[1] MaxIdleTimeouts=[5]. Will wait for some more time ... ");
   EXPECT_EQ(lines[9], "0: Maximum idle time reached. Failing the job... ");
+}
+
+TEST_F(HandlerTest, FailedThreadStaysFailedWhateverTheLibraryDoesKept) {
+  driver_.handler_->failThread();
+  EXPECT_FALSE(driver_.handler_->OnClientConnect(&network_, 5, &server_).isError());
+  EXPECT_FALSE(tell(sbtRunCode, SbtStatusMessage{}).isError());
+  EXPECT_FALSE(driver_.handler_->OnClientDisconnect(&network_, 5, &server_).isError());
+  driver_.cleanUp();
+  EXPECT_TRUE(driver_.handler_->isThreadFailed());
 }
 
 TEST_F(HandlerTest, ServerThatCannotStartIsLoggedAndNothingMoreKept) {

@@ -1,5 +1,7 @@
 // The job's clients, the working directory, the completion and the look-ups.
 
+#include <signal.h>
+
 #include "sbt/sbt_fixture.h"
 
 namespace orrery::test {
@@ -131,6 +133,18 @@ TEST_F(SbtTest, WithoutResultsOrHomeNoDirectoryIsChosen) {
   EXPECT_EQ(driver.jobResultsDir_, "");
 }
 
+class RecordingControl final : public DZJobCtrlClient {
+ public:
+  explicit RecordingControl(std::vector<int>& told) : DZJobCtrlClient(2), told_(told) {}
+  bool finishedWorkWithoutExit(int milliseconds) override {
+    told_.push_back(milliseconds);
+    return true;
+  }
+
+ private:
+  std::vector<int>& told_;
+};
+
 TEST_F(SbtTest, CompletionIsToldAsItCame) {
   const struct {
     DZJobType type;
@@ -153,9 +167,12 @@ TEST_F(SbtTest, CompletionIsToldAsItCame) {
     SetUp();
     Driver driver;
     ASSERT_EQ(driver.initializeJobControl(jobId_, row.type, "manager", nullptr), 0);
+    std::vector<int> finished;
+    driver.jobControl_ = std::make_unique<RecordingControl>(finished);
     backend_.log().clear();
     if (row.refused) backend_.failures().failNth("JobManager::complete", 1, Status::failure("no"));
     EXPECT_EQ(driver.NotifyArbiterJobComplete(row.status, row.what, 31), row.refused ? -1 : 0) << row.marked;
+    EXPECT_THAT(finished, ElementsAre(120'000)) << row.marked;
     EXPECT_EQ(driver.getJobStatus(), row.status);
     Lines expected;
     if (row.refused) expected.push_back(std::string("2: ") + row.failed);
@@ -172,7 +189,7 @@ TEST_F(SbtTest, CompletionIsToldAsItCame) {
   }
 }
 
-TEST_F(SbtTest, LookupsTellWhatTheyFoundAndWhatTheyDidNot) {
+TEST_F(SbtTest, LookupsTellWhatTheyFoundAndWhatTheyDidNotAndNamesInTheWordsOfIdsKept) {
   Driver driver;
   platform::Id client = 0;
   ASSERT_TRUE(backend_.services()->inventory->putClient("hall", 0, client).ok());
@@ -219,6 +236,19 @@ TEST_F(SbtTest, LookupsTellWhatTheyFoundAndWhatTheyDidNot) {
     EXPECT_EQ(said(std::string("MySqlSBTUtils::") + row.operation).back(), row.said);
     EXPECT_EQ(id != 0 || name != "untouched", row.result == 0) << row.said;
   }
+}
+
+TEST_F(SbtTest, CommandOfTheShellWhoseEndIsLostCountsAsDoneKept) {
+  Driver driver;
+  std::string text;
+  int rc = 77;
+  const sighandler_t before = signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(driver.runCommand("exit 1", text, text, rc, true), 0);
+  signal(SIGCHLD, before);
+  EXPECT_EQ(rc, -1);
+  const Lines lines = said("MySqlSBTUtils::runCommand");
+  EXPECT_EQ(lines.at(lines.size() - 2), "error: How the command [exit 1] ended is not known: No child processes");
+  EXPECT_EQ(lines.back(), "0: Successfully executed command [exit 1]");
 }
 
 TEST_F(SbtTest, CommandsOfTheShellFillNothingButTheirResultKept) {

@@ -1,5 +1,7 @@
 // Runs of real children under supervision. A second of a pass takes a tenth here.
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/types.h>
 
 #include <thread>
@@ -31,9 +33,12 @@ class SupervisionTest : public SbtTest {
     std::thread([] {}).join();
   }
   void SetUp() override {
+    beginJob();
+    threadsBefore_ = threads();
+  }
+  void beginJob() {
     SbtTest::SetUp();
     jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);
-    threadsBefore_ = threads();
   }
   void TearDown() override {
     EXPECT_TRUE(hasNoChildren());
@@ -76,16 +81,37 @@ TEST_F(SupervisionTest, RunsEndAsTheirProgramDoes) {
        {"5700006b 0 300 ERROR: disk is full|"}},
   };
   for (const auto& row : cases) {
-    SbtTest::SetUp();
-    jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);
+    beginJob();
     Driver driver;
     initialize(driver);
     EXPECT_EQ(run(driver, row.script), row.result) << row.script;
     EXPECT_EQ(causes(), row.causes) << row.script;
-    EXPECT_FALSE(backend_.sleeps().empty()) << "the first look comes after the first second";
     driver.cleanUp();
     EXPECT_THAT(backend_.leftovers(), IsEmpty());
   }
+}
+
+TEST_F(SupervisionTest, LooksOnceASecondAndForTheFirstTimeAfterTheFirst) {
+  using Sleeps = std::vector<std::int64_t>;
+  std::vector<Sleeps> looks;
+  class Looking final : public DZJobCtrlClient {
+   public:
+    Looking(const platform::testing::TestBackend& backend, std::vector<Sleeps>& looks)
+        : DZJobCtrlClient(2), backend_(backend), looks_(looks) {}
+    bool checkQuitFlag() const override {
+      looks_.push_back(backend_.sleeps());
+      return looks_.size() == 3;
+    }
+
+   private:
+    const platform::testing::TestBackend& backend_;
+    std::vector<Sleeps>& looks_;
+  };
+  Driver driver;
+  initialize(driver);
+  driver.jobControl_ = std::make_unique<Looking>(backend_, looks);
+  run(driver, "sleep 600");
+  EXPECT_THAT(looks, ElementsAre(Sleeps{1000}, Sleeps{1000, 1000}, Sleeps{1000, 1000, 1000}));
 }
 
 TEST_F(SupervisionTest, SuccessfulRunIsLoggedStepByStep) {
@@ -113,6 +139,7 @@ TEST_F(SupervisionTest, FailureIsLoggedStepByStep) {
 
 TEST_F(SupervisionTest, QuitFlagEndsTheProgramAndTheProgramsEndIsTheResultKept) {
   for (const int exitCode : {0, 9}) {
+    beginJob();
     std::filesystem::remove(begun_);
     backend_.log().clear();
     Driver driver;
@@ -130,7 +157,7 @@ TEST_F(SupervisionTest, QuitFlagEndsTheProgramAndTheProgramsEndIsTheResultKept) 
   }
 }
 
-TEST_F(SupervisionTest, SilentLibraryFailsTheRunAfterFiveIntervals) {
+TEST_F(SupervisionTest, SilentLibraryFailsTheRunAfterFiveIntervalsAndEveryLaterRunKept) {
   Driver driver;
   initialize(driver);
   driver.sessionServer_->setIdleInterval(60);
@@ -141,7 +168,7 @@ TEST_F(SupervisionTest, SilentLibraryFailsTheRunAfterFiveIntervals) {
   EXPECT_THAT(said("MySqlSBTUtils::shouldContinue"), Contains("0: MySqlSBT Server thread failed."));
   EXPECT_THAT(causes(), ElementsAre("5700006b 0 300 mysqlbackup failed.|"));
   EXPECT_GE(driver.sessionServer_->idleTimeoutCount, 5U);
-  // Never taken back: a later run fails with its first look.
+  // Kept: never taken back, a later run fails with its first look.
   EXPECT_EQ(run(driver, "sleep 600"), -1);
 }
 
@@ -177,17 +204,62 @@ TEST_F(SupervisionTest, SilenceOfAnEarlierRunDoesNotCountInTheNext) {
   ASSERT_EQ(run(driver, "true"), 0);
   driver.sessionServer_->idleTimeoutCount = 4;
   ASSERT_EQ(run(driver, "true"), 0);
-  EXPECT_TRUE(waitUntil([&] { return driver.sessionServer_->idleTimeoutCount == 0; }));
+  EXPECT_EQ(driver.sessionServer_->idleTimeoutCount, 0U);
 }
 
-TEST_F(SupervisionTest, RunThatCannotBeginLeavesNothing) {
+TEST_F(SupervisionTest, PauseBetweenTwoRunsIsNobodysSilence) {
   Driver driver;
+  initialize(driver);
+  constexpr std::chrono::milliseconds interval{200};
+  driver.sessionServer_->setIdleInterval(interval.count());
+  ASSERT_EQ(run(driver, "true"), 0);
+  const auto paused = std::chrono::steady_clock::now();
+  EXPECT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - paused > 6 * interval; }));
+  EXPECT_EQ(run(driver, "true"), 0);
+  EXPECT_FALSE(driver.handler_->isThreadFailed());
+}
+
+TEST_F(SupervisionTest, RunGoesOnOnlyWhenItsLibraryCanConnect) {
+  const platform::OwnFd folder(open(backend_.temporary().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(folder.get(), LOCK_EX), 0);  // servers take it for a moment before they listen
+  Driver driver;
+  initialize(driver);
+  const auto hasBegun = [&] { return backend_.log().contains("Successfully start BeginWait thread."); };
+  std::thread other([&] {
+    EXPECT_TRUE(waitUntil([&] { return backend_.log().contains("Creating thread to moniter SBT thread"); }));
+    EXPECT_FALSE(waitUntil(hasBegun, std::chrono::milliseconds(200)));
+    EXPECT_EQ(flock(folder.get(), LOCK_UN), 0);
+    EXPECT_TRUE(waitUntil(hasBegun));
+    SessionClient library;
+    EXPECT_TRUE(library.connect(backend_.temporary(), sessionServiceName(jobId_), jobId_).ok());
+    writeFile(begun_, "");
+  });
+  EXPECT_EQ(run(driver, "until [ -e " + begun_ + " ]; do sleep 0.02; done"), 0);
+  other.join();
+}
+
+TEST_F(SupervisionTest, ServerThatCannotStartLeavesTheRunUnwatchedKept) {
+  writeFile(backend_.temporary() + "/" + sessionServiceName(jobId_) + ".sock", "in the way");
+  Driver driver;
+  initialize(driver);
+  EXPECT_EQ(run(driver, "true"), 0);
+  EXPECT_THAT(said("startThreadForMEBSessionServer"), SizeIs(1));
+  std::filesystem::remove(backend_.temporary() + "/" + sessionServiceName(jobId_) + ".sock");
+}
+
+TEST_F(SupervisionTest, BackupThatWasNotInitializedIsRefusedInTheWordsOfARestoreKept) {
+  Driver driver;
+  driver.jobType_ = DZJobType::backup;
   EXPECT_EQ(run(driver, "true"), -1);
   EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "error: MySQL SBT Restore Utils was not initialized.");
   LibMySqlProcess::MySqlChildProcess none;
   EXPECT_FALSE(driver.shouldContinue(none));
   EXPECT_EQ(said("MySqlSBTUtils::shouldContinue").back(), "0: MySQL SBT Restore Utils was not initialized.");
+}
 
+TEST_F(SupervisionTest, RunThatCannotBeginLeavesNothing) {
+  Driver driver;
+  LibMySqlProcess::MySqlChildProcess none;
   initialize(driver);
   EXPECT_EQ(driver.WaitForMEB(none), -1);
   EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "0: Failed to start BeginWait thread.");
@@ -214,14 +286,19 @@ TEST_F(SupervisionTest, ExceptionOfTheSuiteEndsTheRunWithItsNumber) {
   EXPECT_EQ(said("MySqlSBTUtils::WaitForMEB").back(), "error: Exception encountered 5:the line is dead");
 }
 
-TEST_F(SupervisionTest, DriverThatGoesInTheMiddleOfServingTakesItsThreadAlong) {
+TEST_F(SupervisionTest, ServingEndsWithTheRunWhateverItsLibraryDoes) {
   Driver driver;
   initialize(driver);
   SessionClient library;
-  std::thread other([&] { EXPECT_TRUE(connects(library)); });
-  ASSERT_EQ(run(driver, "sleep 0.2"), 0);
+  std::thread other([&] {
+    EXPECT_TRUE(connects(library));
+    writeFile(begun_, "");
+  });
+  ASSERT_EQ(run(driver, "until [ -e " + begun_ + " ]; do sleep 0.02; done"), 0);
   other.join();
-  EXPECT_TRUE(library.tell(sbtStatusCode, platform::encodeMessage(SbtStatusMessage{})).ok());
+  EXPECT_EQ(library.tell(sbtStatusCode, platform::encodeMessage(SbtStatusMessage{})).code, platform::statusUnavailable);
+  EXPECT_FALSE(driver.isSessionServerReady_);
+  EXPECT_TRUE(waitUntil([&] { return threads() == threadsBefore_; }));
 }
 
 }  // namespace

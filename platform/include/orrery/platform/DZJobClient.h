@@ -20,8 +20,8 @@ enum class DZJobStatusFor : std::uint32_t { phase = 1, job = 2 };
 ///
 /// Counters of files and bytes are told in two steps: what is to be added is set, and `updateInfo` adds it, all or
 /// nothing. Setting again replaces what was set and not added yet. So a reporter that repeats the whole difference
-/// after an update that failed counts nothing twice, and one that does not repeat it loses nothing: the next update
-/// adds it, at the latest the completion of the job.
+/// after an update that failed counts nothing twice, and one that sets nothing anew loses nothing: the next update adds
+/// it, at the latest the completion of the job.
 ///
 /// Counters may be told on one thread while another one tells the rest.
 class ORRERY_PLATFORM_EXPORT DZJobClient {
@@ -108,7 +108,7 @@ class ORRERY_PLATFORM_EXPORT DZJobCtrlClient {
   virtual bool checkQuitFlag() const;
   /// Tells that the work on the job is done while the process lives on, and gives the job manager `milliseconds` to
   /// take note. This backend's takes note with the completion itself: nothing waits. False before `Init2`.
-  bool finishedWorkWithoutExit(int milliseconds);
+  virtual bool finishedWorkWithoutExit(int milliseconds);
 
  private:
   long long jobId_ = 0;

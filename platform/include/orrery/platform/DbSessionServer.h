@@ -108,6 +108,10 @@ class ORRERY_PLATFORM_EXPORT DbSessionServer {
   /// another thread serves the same name with this object succeeds at once: the name is served. Another name is an
   /// error then. After clean-up every call is an error until `prepare`.
   CKyError StartSessionServer(const std::string& serviceName, IdleCallback idle, int applicationType);
+  /// Waits until the StartSessionServer that another thread calls listens: clients can connect from then on. Between
+  /// `prepare` and that call it is waited for as well. False when it fails, when the server was cleaned up, and when
+  /// the time is over.
+  bool waitUntilListening(std::int64_t milliseconds);
   /// Ends serving at once, whatever its clients do, and waits until StartSessionServer has left, unless that is the
   /// calling thread. Connections are closed without a call to the handler; the socket's file is removed. May be called
   /// at any time and more than once.
@@ -140,8 +144,12 @@ class ORRERY_PLATFORM_EXPORT DbSessionServer {
   std::vector<uid_t> admitted_;
   orrery::platform::OwnFd stop_;  // an event counter; readable: serving is to end
 
+  enum class State { prepared, listening, ended };
+  ORRERY_PLATFORM_HIDDEN void enter(State state);
+
   std::mutex mutex_;
-  std::condition_variable left_;
+  std::condition_variable changed_;
+  State state_ = State::prepared;
   bool cleaned_ = false;
   std::string served_;  // name of the service that a thread serves; empty: none does
   std::thread::id servingThread_;

@@ -30,6 +30,10 @@ class ORRERY_PLATFORM_EXPORT MySqlChildProcess {
   /// Starts the program in a process group of its own, with standard input from /dev/null. The first three flags are
   /// accepted for the callers' sake and have no meaning on Linux; with the fourth the program's output is kept,
   /// otherwise it goes to /dev/null. 0 once the program has taken over, or -1. An object starts one program.
+  ///
+  /// The program gets SIGTERM when the thread that calls this ends, be it because the process was killed: the thread
+  /// stays as long as the program is to run. A process that ignores SIGCHLD, or reaps its children by itself
+  /// (SA_NOCLDWAIT), starts nothing: how the program ends could not be told.
   int DZ_CreateProcess(bool = false, bool = false, bool = false, bool keepOutput = false);
 
   /// Starts the thread that reads and reaps; the program may have ended already. 0, or -1.
