@@ -37,7 +37,8 @@ std::string whyNotHandedOver(const std::vector<CommandValue>& values, bool throu
   for (const CommandValue& value : values) {
     const bool isMissing = value.place == Place::word && value.text.empty();
     if (!isMissing && value.text.find_first_of(refusedIn(value.place, throughShell)) == std::string::npos) continue;
-    why += (why.empty() ? "" : ", ") + std::string(value.name) + " [" + value.text.c_str() + "]";
+    why +=
+        (why.empty() ? "" : ", ") + std::string(value.name) + " [" + value.text.substr(0, value.text.find('\0')) + "]";
   }
   return why;
 }

@@ -50,7 +50,8 @@ std::string removeContents(int directory, const std::string& path, dev_t device)
   std::vector<std::string> names;
   if (std::string problem = listNames(directory, path, names); !problem.empty()) return problem;
   for (const std::string& name : names) {
-    const std::string below = path + "/" + name;
+    std::string below = path;
+    below.append("/").append(name);
     struct stat info {};
     if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
       if (errno == ENOENT) continue;
