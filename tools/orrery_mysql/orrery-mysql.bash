@@ -82,6 +82,8 @@ _orrery_mysql() {
     'binlog purge'*) options="$global --before --yes" ;;
     'databases plan'* | 'databases content'* | 'databases add'* | 'databases remove'*) options="$global --subclient" ;;
     backup*) options="$global --subclient --level" ;;
+    restore*) options="$global --to-time --into --plan --yes" ;;
+    browse*) options="$global --database" ;;
     metadata*) options="$global --database --records --job --configuration" ;;
     references*) options="$global --as --all --database" ;;
     accounts*) options="$global --as --output --hex --no-hex" ;;
@@ -97,7 +99,7 @@ _orrery_mysql() {
   fi
 
   case "${#words[@]} $command" in
-    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init discover instance setting mode ping version variable binlog replica server databases paths encode-name metadata references accounts backup job' -- "$current") ;;
+    '0 ') mapfile -t COMPREPLY < <(compgen -W 'init discover instance setting mode ping version variable binlog replica server databases paths encode-name metadata references accounts backup restore browse job' -- "$current") ;;
     '1 databases') mapfile -t COMPREPLY < <(compgen -W 'list show plan content add remove' -- "$current") ;;
     '1 job') mapfile -t COMPREPLY < <(compgen -W 'list show watch stop' -- "$current") ;;
     '2 instance subclient') mapfile -t COMPREPLY < <(compgen -W 'list add remove' -- "$current") ;;
@@ -108,7 +110,7 @@ _orrery_mysql() {
     '1 server') mapfile -t COMPREPLY < <(compgen -W 'start stop' -- "$current") ;;
     '2 setting get' | '2 setting set') _orrery_mysql_offer < <(_orrery_mysql_setting_keys) ;;
     '1 mode' | '1 ping' | '1 version' | '2 variable '* | '2 instance show' | '2 instance set' | '2 instance remove' | '2 binlog '* | \
-      '2 replica '* | '2 server start' | '2 server stop' | '2 databases '* | '3 instance subclient' | '1 paths' | '1 backup' | '1 metadata' | \
+      '2 replica '* | '2 server start' | '2 server stop' | '2 databases '* | '3 instance subclient' | '1 paths' | '1 backup' | '1 restore' | '1 browse' | '1 metadata' | \
       '1 references' | '1 accounts')
       _orrery_mysql_offer < <(_orrery_mysql_instances) ;;
   esac
