@@ -12,7 +12,6 @@ class JobTest : public CommandTest {
  protected:
   void SetUp() override {
     CommandTest::SetUp();
-    writeFile(home() + "/libobk.so", "");
   }
   ProgramOptions inHome() const {
     ProgramOptions options;

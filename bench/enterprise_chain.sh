@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Enterprise backup and restore through the whole chain (the command, supervision, the stand-in for mysqlbackup, the media
+# library) beside mariadb-backup streaming to and from a file on the same data, in turn; and the agent's peak memory.
+# usage: bench/enterprise_chain.sh BUILD-FOLDER [MIB [PAIRS]]      on a release build; default 2048 MiB, 3 pairs
+set -euo pipefail
+build=$(cd "$1" && pwd)
+mib=${2:-2048}
+pairs=${3:-3}
+cd "$(dirname "$0")/.."
+agent="$build/tools/orrery_mysql/orrery-mysql"
+
+place=$(mktemp -d /tmp/orrery-bench.XXXXXX)
+chmod 0711 "$place"
+export ORRERY_HOME="$place/home"
+trap 'scripts/mariadb_sandbox stop "$place/db" || true; rm -rf "$place"' EXIT
+scripts/mariadb_sandbox start "$place/db"
+eval "$(scripts/mariadb_sandbox env "$place/db")"
+option_file="$place/client.cnf"
+printf '[client]\npassword=%s\n' "$(cat "$place/db/agent.password")" >"$option_file"
+sql() { mariadb --defaults-file="$option_file" -u agent -S "$SOCKET" -N -e "$1"; }
+
+"$agent" init >/dev/null
+"$agent" instance add db --socket "$SOCKET" --user agent --password-file "$place/db/agent.password" \
+  --unix-user "$ACCOUNT" --bin /usr/bin --meb on --meb-bin "$build/tests/mysqlbackup/bin" >/dev/null
+
+echo "filling $mib MiB"
+sql 'CREATE DATABASE bench; CREATE TABLE bench.t (id INT PRIMARY KEY AUTO_INCREMENT, a VARBINARY(1000), b VARBINARY(1000))'
+for ((filled = 0; filled < mib; filled += 64)); do
+  sql "INSERT INTO bench.t (a, b) SELECT RANDOM_BYTES(1000), RANDOM_BYTES(1000) FROM bench.seq_1_to_30000"
+done
+sql 'SET GLOBAL innodb_max_dirty_pages_pct = 0'
+until [ "$(sql "SELECT variable_value < 100 FROM information_schema.global_status WHERE variable_name = 'Innodb_buffer_pool_pages_dirty'")" = 1 ]; do sleep 1; done
+
+now() { date +%s%N; }
+# timed NAME COMMAND...: leaves the milliseconds in the variable NAME.
+timed() {
+  local name=$1 begin
+  shift
+  begin=$(now)
+  "$@"
+  printf -v "$name" '%d' $((($(now) - begin) / 1000000))
+}
+# Peak memory of the agent in KiB, children not counted.
+peak=0
+watched() {
+  "$@" >/dev/null &
+  local pid=$! seen
+  while kill -0 "$pid" 2>/dev/null; do
+    seen=$(awk '/VmHWM/ { print $2 }' "/proc/$pid/status" 2>/dev/null || true)
+    [ -z "$seen" ] || [ "$seen" -le "$peak" ] || peak=$seen
+    sleep 0.2
+  done
+  wait "$pid"
+}
+raw_backup() {
+  mariadb-backup --defaults-file="$option_file" --backup --stream=xbstream --user=agent --socket="$SOCKET" \
+    --datadir="$DATADIR" --target-dir="$place/work" >"$place/raw.xb" 2>"$place/raw.log"
+  sync "$place/raw.xb"
+}
+raw_restore() {
+  mkdir "$place/unpacked" "$place/raw"
+  mbstream -x -C "$place/unpacked" <"$place/raw.xb"
+  mariadb-backup --prepare --target-dir="$place/unpacked" >>"$place/raw.log" 2>&1
+  mariadb-backup --no-defaults --copy-back --target-dir="$place/unpacked" --datadir="$place/raw" >>"$place/raw.log" 2>&1
+  rm -r "$place/unpacked"
+  chown -R "$ACCOUNT:" "$place/raw"
+}
+ratios() { sort -n | awk '{ r[NR] = $1 } END { printf "%.2f to %.2f, median %.2f\n", r[1], r[NR], r[int((NR + 1) / 2)] }'; }
+
+backups= restores=
+for ((pair = 1; pair <= pairs; pair++)); do
+  timed raw raw_backup
+  timed ours watched "$agent" backup db
+  backups+=$(awk "BEGIN { print $raw / $ours }")$'\n'
+  printf 'backup  %2d: chain %6d ms, file %6d ms\n' "$pair" "$ours" "$raw"
+  timed raw raw_restore
+  timed ours watched "$agent" restore db --to-time now --into "$place/ours"
+  restores+=$(awk "BEGIN { print $raw / $ours }")$'\n'
+  printf 'restore %2d: chain %6d ms, file %6d ms\n' "$pair" "$ours" "$raw"
+  rm -rf "$place/raw" "$place/ours" "$place/raw.xb" "$ORRERY_HOME"/media/*
+done
+printf 'throughput of the chain, of that of the file: backup '
+printf '%s' "$backups" | ratios
+printf 'throughput of the chain, of that of the file: restore '
+printf '%s' "$restores" | ratios
+echo "peak memory of the agent: $peak KiB"
