@@ -69,6 +69,9 @@ class EnterpriseTest : public CommandTest {
   MariaDbSandbox server_{MariaDbSandbox::Options{.logBin = true}};
 };
 
+/// What goes wrong, beside the tests of what goes well, which take as long.
+class EnterpriseFailureTest : public EnterpriseTest {};
+
 TEST_F(EnterpriseTest, RestoresToTheTimeOfEachImage) {
   std::vector<std::pair<std::string, std::string>> times;  // of the image, and what the data were
   for (int i = 0; i < 4; ++i) {
@@ -166,7 +169,7 @@ TEST_F(EnterpriseTest, ServerThatIsDownIsRestoredAndLeftDownWhenAskedTo) {
   EXPECT_EQ(checksum(), before);
 }
 
-TEST_F(EnterpriseTest, ServerThatDoesNotComeBackFailsTheJob) {
+TEST_F(EnterpriseFailureTest, ServerThatDoesNotComeBackFailsTheJob) {
   const std::string time = timeOf(backup());
   for (const char* command : {"/bin/true", "/no/such/program"}) {
     set("sServerStartCmd", command);
@@ -178,7 +181,7 @@ TEST_F(EnterpriseTest, ServerThatDoesNotComeBackFailsTheJob) {
   server_.start();
 }
 
-TEST_F(EnterpriseTest, BackupProgramThatFailsIsToldInWords) {
+TEST_F(EnterpriseFailureTest, BackupProgramThatFailsIsToldInWords) {
   const struct {
     const char* fault;
     const char* words;
@@ -201,7 +204,7 @@ TEST_F(EnterpriseTest, BackupProgramThatFailsIsToldInWords) {
   EXPECT_EQ(restoreTo(time)["state"], "succeeded") << "a second try mends it";
 }
 
-TEST_F(EnterpriseTest, StopsOnRequestInBackupAndRestore) {
+TEST_F(EnterpriseFailureTest, StopsOnRequestInBackupAndRestore) {
   writeMuch();
   {
     RunningProgram program = start({"backup", "db"}, "slow:200");
@@ -230,7 +233,7 @@ TEST_F(EnterpriseTest, StopsOnRequestInBackupAndRestore) {
   EXPECT_EQ(checksum(), before);
 }
 
-TEST_F(EnterpriseTest, KilledAgentIsFollowedByASecondTry) {
+TEST_F(EnterpriseFailureTest, KilledAgentIsFollowedByASecondTry) {
   writeMuch();
   RunningProgram program = start({"backup", "db"}, "slow:200");
   ASSERT_TRUE(moves(1));

@@ -10,9 +10,6 @@ namespace {
 
 class JobTest : public CommandTest {
  protected:
-  void SetUp() override {
-    CommandTest::SetUp();
-  }
   ProgramOptions inHome() const {
     ProgramOptions options;
     options.environment = {"ORRERY_HOME=" + home()};

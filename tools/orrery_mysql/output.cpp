@@ -11,7 +11,6 @@
 
 #include "failure.h"
 #include "posix.h"
-#include "posix.h"
 #include "printable.h"
 
 namespace orrery::tool {
