@@ -86,12 +86,8 @@ constexpr Message catalogue[] = {
      "The folder to restore into could not be made ready: %1; what was removed before that is gone. Correct that, then "
      "start the restore again."},
     {0x570000F9, "The restore was asked to stop and did so %1; start it again when it suits."},
-    {0x57000100,
-     "The %1 was ended by a signal (%2); start it again. A data directory that was being restored is not complete."},
-    {0x57000101,
-     "The %1 was asked to stop and did so; start it again when it suits. A data directory that was being restored is "
-     "not "
-     "complete."},
+    {0x57000100, "The %1 was ended by a signal (%2); start it again."},
+    {0x57000101, "The %1 was asked to stop and did so; start it again when it suits."},
     {0x57000102,
      "The image %1 was written, but the archive does not know it, so no restore would find it; look into the log, then "
      "start the backup again."},

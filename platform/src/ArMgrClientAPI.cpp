@@ -8,7 +8,8 @@ int ArMgrClientAPI::getArchFileListByTime(const GetArchFileListByTimeArgs_t& que
                                           std::vector<ArchFileListByTimeElement_t>& files, std::string& errorText) {
   std::vector<ArchiveFile> chain;
   const Status status = services().archive->restoreChain(
-      {query.backupSetId, query.applicationType, query.fromTime, query.toTime, query.isStopped}, chain);
+      {query.backupSetId, query.applicationType, query.fromTime, query.toTime, query.flag != 2, query.isStopped},
+      chain);
   if (!status.ok() && status.code != statusNotFound) {
     errorText = status.text;
     return status.code;

@@ -99,7 +99,7 @@ TEST_F(EnterpriseTest, RestoresToTheTimeOfEachImage) {
 
   // What a restore leaves behind is no base for an incremental backup.
   const ProgramResult next = run({"--format", "json", "backup", "db", "--level", "incremental"});
-  EXPECT_THAT(next.errors, HasSubstr("a full backup is made: the server was restored"));
+  EXPECT_THAT(next.errors, HasSubstr("a full backup is made: its images were restored"));
   EXPECT_EQ(Json::parse(next.output)["image"]["level"], "full");
   EXPECT_EQ(backup("incremental")["image"]["level"], "incremental") << "once is enough";
 }
@@ -231,6 +231,36 @@ TEST_F(EnterpriseFailureTest, StopsOnRequestInBackupAndRestore) {
   EXPECT_EQ(job(4)["state"], "failed");
   EXPECT_EQ(restoreTo(time)["state"], "succeeded") << "a second try mends it";
   EXPECT_EQ(checksum(), before);
+}
+
+TEST_F(EnterpriseFailureTest, IsRefusedBeforeAnythingIsDone) {
+  writeMuch();
+  RunningProgram program = start({"backup", "db"}, "slow:200");
+  ASSERT_TRUE(moves(1));
+  const std::string during = std::to_string(std::time(nullptr));
+  EXPECT_TRUE(failedWith(run({"restore", "db", "--yes", "--to-time", "now"}), "job 1 is at it"));
+  EXPECT_TRUE(failedWith(run({"backup", "db"}), "job 1 is at it"));
+  EXPECT_EQ(program.wait().exitStatus, 0);
+  EXPECT_TRUE(failedWith(run({"restore", "db", "--plan", "--to-time", during}), "no image was made"))
+      << "an image holds what was there when it was complete";
+
+  const std::string before = checksum();
+  const auto refused = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), {"restore", "db", "--yes", "--to-time", "now"});
+    return run(more);
+  };
+  EXPECT_TRUE(refusedUsage(refused({"--into", ""}), "--into"));
+  EXPECT_TRUE(refusedUsage(refused({"--into", "--plan"}), "--into"));
+  EXPECT_TRUE(failedWith(refused({"--into", server_.dataDirectory() + "/sub"}), "data directory of db"));
+  EXPECT_TRUE(failedWith(refused({"--into", server_.directory()}), "data directory of db"));
+  ::kill(server_.pid(), SIGSTOP);
+  EXPECT_TRUE(failedWith(refused({}), "does not answer"));
+  ::kill(server_.pid(), SIGCONT);
+  writeFile(directory_ / "wrong", "wrong\n", 0600);
+  ASSERT_EQ(run({"instance", "set", "db", "--password-file", directory_ / "wrong"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(refused({}), "1045"));
+  EXPECT_EQ(checksum(), before);
+  EXPECT_EQ(runJson({"job", "list"})["jobs"].size(), 1U);
 }
 
 TEST_F(EnterpriseFailureTest, KilledAgentIsFollowedByASecondTry) {

@@ -10,10 +10,12 @@
 #include "enterprise_job.h"
 #include "failure.h"
 #include "images.h"
+#include "interrupt.h"
 #include "job_text.h"
 #include "server_session.h"
 #include "subclient_lookup.h"
 #include "time_text.h"
+#include "work_lock.h"
 
 namespace orrery::tool {
 namespace {
@@ -31,7 +33,7 @@ int possibleLevel(Context& context, int level, const platform::InstanceRecord& i
   if (level != incremental) return level;
   std::string reason;
   if (subclient.forceFull) {
-    reason = "the server was restored since the last one";
+    reason = "its images were restored since the last one";
   } else {
     const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
     if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
@@ -112,6 +114,7 @@ bool isEnterprise(const platform::InstanceRecord& instance) {
 void runEnterpriseBackup(Context& context, const BackupRequest& request, const platform::InstanceRecord& instance,
                          const platform::SubclientRecord& subclient) {
   const std::string title = "the backup of " + instance.name + " failed";
+  const WorkLock lock(context, instance);
   const int level = possibleLevel(context, request.level, instance, subclient);
   platform::JobRecord record;
   record.type = platform::JobType::backup;
@@ -122,6 +125,7 @@ void runEnterpriseBackup(Context& context, const BackupRequest& request, const p
   platform::ArchiveFile image;
   {
     const OutputAside aside;
+    const Finishing waitsInFull;  // the user's wish for the end reaches the driver as the job's
     MySqlSBTBackupUtils driver;
     driver.setInstanceId(instance.id);
     mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, level);

@@ -7,10 +7,12 @@
 #include "failure.h"
 #include "images.h"
 #include "instance_lookup.h"
+#include "interrupt.h"
 #include "job_text.h"
 #include "restore_plan.h"
 #include "secrets.h"
 #include "time_text.h"
+#include "work_lock.h"
 
 namespace orrery::tool {
 namespace {
@@ -60,11 +62,13 @@ void printResult(Context& context, const platform::JobRecord& job, const Restore
 }  // namespace
 
 void runRestore(Context& context, const RestoreRequest& request) {
-  const RestorePlan plan = planRestore(context, request);
   if (request.planOnly) {
+    const RestorePlan plan = planRestore(context, request);
     context.print(toJson(plan), toTable(plan));
     return;
   }
+  const WorkLock lock(context, findInstance(context, request.instance));
+  const RestorePlan plan = planRestore(context, request);
   requireConsent(plan);
   const std::string title = "the restore of " + plan.instance.name + " failed";
   platform::JobRecord record;
@@ -76,11 +80,13 @@ void runRestore(Context& context, const RestoreRequest& request) {
     SBTParams params;
     params.restoreTime = request.toTime;
     const OutputAside aside;
+    const Finishing waitsInFull;  // the user's wish for the end reaches the driver as the job's
     MySqlSBTRestoreUtils driver;
     if (driver.initialize(params, job.id()) != 0) job.fail(title);
     const int rc = driver.sbtRestoreToTime();
     driver.cleanUp();
     if (rc != 0) job.fail(title);
+    forgetInterrupt();  // it came too late
   }
   printResult(context, job.record(), plan);
 }

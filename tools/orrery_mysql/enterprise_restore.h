@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "context.h"
@@ -9,8 +10,8 @@ namespace orrery::tool {
 
 struct RestoreRequest {
   std::string instance;
-  std::int64_t toTime = 0;  ///< seconds since the epoch
-  std::string into;         ///< absolute; empty: into the server
+  std::int64_t toTime = 0;          ///< seconds since the epoch
+  std::optional<std::string> into;  ///< an absolute path; none: into the server
   bool planOnly = false;
   bool asks = false;  ///< before the data of the server are replaced
 };

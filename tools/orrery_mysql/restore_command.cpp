@@ -2,14 +2,15 @@
 
 #include <unistd.h>
 
-#include <filesystem>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "context.h"
 #include "enterprise_restore.h"
 #include "failure.h"
+#include "posix.h"
 #include "time_text.h"
 
 namespace orrery::tool {
@@ -18,7 +19,7 @@ namespace {
 struct Options {
   std::string instance;
   std::string time;
-  std::string into;
+  std::optional<std::string> into;
   bool planOnly = false;
   bool yes = false;
 };
@@ -35,10 +36,13 @@ RestoreRequest requestOf(Context& context, const Options& options) {
                      " is no time; write it as 2026-03-01T22:15:04Z, with +01:00 for another zone, as seconds since "
                      "1970, or now");
   }
-  if (!options.into.empty()) {
-    std::error_code error;
-    request.into = std::filesystem::absolute(options.into, error).lexically_normal().string();
-    while (request.into.size() > 1 && request.into.back() == '/') request.into.pop_back();
+  if (options.into) {
+    // An unset variable of a script, or a forgotten value, must not turn a restore into a folder into one of the
+    // server.
+    if (options.into->empty() || options.into->starts_with("--")) throw WrongUsage("--into wants the path of a folder");
+    std::string path = absolutePath(*options.into);
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    request.into = std::move(path);
   }
   request.planOnly = options.planOnly;
   // Programs say what they mean; people may have typed the wrong name.

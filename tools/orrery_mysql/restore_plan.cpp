@@ -1,5 +1,7 @@
 #include "restore_plan.h"
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <system_error>
 
@@ -15,6 +17,7 @@
 #include "interrupt.h"
 #include "job_text.h"
 #include "progress.h"
+#include "server_greeting.h"
 #include "server_session.h"
 #include "time_text.h"
 
@@ -29,6 +32,7 @@ std::vector<platform::ArchiveFile> imagesFor(Context& context, const RestorePlan
   query.backupSetId = defaultBackupSet(context, plan.instance).id;
   query.applicationType = platform::property::applicationTypeMySql;
   query.to = plan.request.toTime;
+  query.reads = plan.request.planOnly;  // a restore reads them itself
   query.isStopped = [] { return interruptSignal() != 0; };
   std::vector<platform::ArchiveFile> images;
   const platform::Status status = context.services().archive->restoreChain(query, images);
@@ -43,8 +47,9 @@ std::vector<platform::ArchiveFile> imagesFor(Context& context, const RestorePlan
 void findDirectory(Context& context, RestorePlan& plan) {
   const std::string id = std::to_string(plan.instance.id);
   if (!plan.isIntoServer()) {
-    plan.directory = plan.request.into;
-  } else if (plan.instance.properties[platform::property::dataDirOwner].empty()) {
+    plan.directory = *plan.request.into;
+  } else if (plan.serverAnswers) {
+    // It may have moved since the last backup.
     ServerSession server(context, id, ServerSession::LibraryMode{});
     noteDataDirectory(server);
     plan.instance = findInstance(context, id);
@@ -72,12 +77,49 @@ void lookAtDirectory(RestorePlan& plan) {
   }
 }
 
+/// Whether the server runs. One that hangs, or does not let the agent in, cannot be told from one that is down by those
+/// who ask it with a client; its data directory must not be emptied.
 bool answers(Context& context, const platform::InstanceRecord& instance) {
-  try {
-    ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
-    return server.attempt([](GetMySqlInfo& session) { return session.PingServer(); }) == 0;
-  } catch (const Failure&) {
-    return false;
+  constexpr std::chrono::seconds limit{10};
+  const std::string title = instance.name + " is not restored";
+  const auto socket = instance.properties.find(platform::property::socketFile);
+  switch (socket == instance.properties.end() ? Greeting::none : greetingOf(socket->second, limit)) {
+    case Greeting::none:
+      return false;
+    case Greeting::silent:
+      throw Failure(title, "its server takes connections and does not answer",
+                    "end it, then start the restore again: a server that is down can be restored");
+    case Greeting::given:
+      break;
+  }
+  ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
+  server.run(title + ": its server does not let the agent in,",
+             [](GetMySqlInfo& session) { return session.PingServer(); });
+  return true;
+}
+
+bool holds(const std::filesystem::path& above, const std::filesystem::path& below) {
+  const auto [end, rest] = std::mismatch(above.begin(), above.end(), below.begin(), below.end());
+  return end == above.end() || (std::next(end) == above.end() && end->empty());
+}
+
+/// A folder in a server's data directory is a database to it.
+void requireApartFromServers(Context& context, const RestorePlan& plan) {
+  if (plan.isIntoServer()) return;
+  const std::filesystem::path target = std::filesystem::weakly_canonical(plan.directory);
+  std::vector<platform::InstanceRecord> instances;
+  require(context.services().inventory->listInstances(instances), "the inventory cannot be read");
+  for (platform::InstanceRecord& instance : instances) {
+    std::string directory;
+    std::string user;
+    std::string group;
+    GetMySqlInfo::extractDataDir(instance.properties[platform::property::dataDirOwner], directory, user, group);
+    if (directory.empty()) continue;
+    const std::filesystem::path data = std::filesystem::weakly_canonical(directory);
+    if (holds(target, data) || holds(data, target)) {
+      throw Failure("nothing is restored into " + plan.directory,
+                    "it is, lies in or holds the data directory of " + instance.name, "choose another one");
+    }
   }
 }
 
@@ -118,12 +160,13 @@ RestorePlan planRestore(Context& context, const RestoreRequest& request) {
                   "orrery-mysql instance set " + plan.instance.name + " --meb on turns it on");
   }
   plan.images = imagesFor(context, plan);
-  findDirectory(context, plan);
-  lookAtDirectory(plan);
   if (plan.isIntoServer()) {
     plan.serverAnswers = answers(context, plan.instance);
     readStart(plan);
   }
+  findDirectory(context, plan);
+  requireApartFromServers(context, plan);
+  lookAtDirectory(plan);
   return plan;
 }
 

@@ -13,16 +13,17 @@ namespace orrery::tool {
 struct RestorePlan {
   platform::InstanceRecord instance;
   RestoreRequest request;
-  std::vector<platform::ArchiveFile> images;  ///< in the order in which they are applied; each was read as a whole
-  std::string directory;                      ///< where to
-  std::string user, group;                    ///< whose the files will be; empty: not known
+  std::vector<platform::ArchiveFile>
+      images;  ///< in the order in which they are applied; each was read as a whole, if that is all that is done
+  std::string directory;    ///< where to
+  std::string user, group;  ///< whose the files will be; empty: not known
   bool serverAnswers = false;
   std::size_t entries = 0;  ///< in the directory, which go
   bool manualStart = false;
   std::string startCommand;  ///< empty: the default one
   long startWait = 0;        ///< seconds
 
-  bool isIntoServer() const noexcept { return request.into.empty(); }
+  bool isIntoServer() const noexcept { return !request.into; }
 };
 
 /// Finds out without changing anything. Throws Failure when the restore could not be done.

@@ -13,7 +13,7 @@
 struct GetArchFileListByTimeArgs_t {
   unsigned long backupSetId = 0;
   int applicationType = 0;
-  int flag = 0;               ///< 1: what a restore to `toTime` needs, which is the only question this backend answers
+  int flag = 0;               ///< 1: what a restore to `toTime` needs, read as a whole; 2: the same, only found
   std::int64_t fromTime = 0;  ///< seconds since the epoch
   std::int64_t toTime = 0;
   /// Asked some times a second while images are checked, may be empty: once true, the answer is a failure.
