@@ -235,7 +235,7 @@ TEST_F(EnterpriseFailureTest, StopsOnRequestInBackupAndRestore) {
 
 TEST_F(EnterpriseFailureTest, IsRefusedBeforeAnythingIsDone) {
   writeMuch();
-  RunningProgram program = start({"backup", "db"}, "slow:200");
+  RunningProgram program = start({"backup", "db"}, "slow:100");
   ASSERT_TRUE(moves(1));
   const std::string during = std::to_string(std::time(nullptr));
   EXPECT_TRUE(failedWith(run({"restore", "db", "--yes", "--to-time", "now"}), "job 1 is at it"));
