@@ -15,7 +15,7 @@ namespace {
 using media::MediaFailure;
 
 /// Reads an image as a restore would: whoever then empties a data directory can count on it.
-void checkImage(const media::MediaFolder& folder, const ArchiveFile& file, const std::function<bool()>& isStopped) {
+void checkImage(const media::MediaFolder& folder, const ArchiveFile& file, const ChainQuery& query) {
   OwnFd opened = folder.open(media::fileNameOf(file.name));
   if (!opened)
     throw MediaFailure("the image " + media::printable(file.name) + " is not in the folder " + folder.path() +
@@ -23,13 +23,14 @@ void checkImage(const media::MediaFolder& folder, const ArchiveFile& file, const
   media::ImageReader reader(std::move(opened), file.name);
   if (static_cast<int>(reader.header().level) != file.level)
     throw MediaFailure("the image " + media::printable(file.name) + " is of another level than the archive says");
+  if (!query.reads) return;
   const std::unique_ptr<char[]> block(new char[reader.blockSize()]);
   // Asking costs a look into the store.
   constexpr std::uint64_t betweenQuestions = std::uint64_t{64} << 20;
   std::uint64_t unasked = betweenQuestions;
   while (!reader.atEnd()) {
     if (unasked >= betweenQuestions) {
-      if (isStopped && isStopped()) throw MediaFailure("the check of the images was stopped");
+      if (query.isStopped && query.isStopped()) throw MediaFailure("the check of the images was stopped");
       unasked = 0;
     }
     reader.read(block.get());
@@ -94,7 +95,7 @@ Status ArchiveStore::restoreChain(const ChainQuery& query, std::vector<ArchiveFi
   if (!keepChain(found)) return Status::notFound("no full image was made between the two times");
   try {
     const media::MediaFolder folder(mediaFolder_);
-    for (const ArchiveFile& file : found) checkImage(folder, file, query.isStopped);
+    for (const ArchiveFile& file : found) checkImage(folder, file, query);
   } catch (const std::exception& error) {
     return Status::failure(error.what());
   }

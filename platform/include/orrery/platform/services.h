@@ -340,6 +340,7 @@ struct ChainQuery {
   int applicationType = 0;
   std::int64_t from = 0;  ///< seconds since the epoch, as ArchiveFile::created
   std::int64_t to = 0;
+  bool reads = true;  ///< false: header and trailer only, of images that were read shortly before
   /// Asked some times a second, may be empty: once true, the answer is a failure.
   std::function<bool()> isStopped;
 };
@@ -356,9 +357,9 @@ class ArchiveManager {
   virtual Status findFiles(int applicationType, const std::string& name, std::vector<ArchiveFile>& files) = 0;
   virtual Status removeFile(Id id) = 0;
   /// The images that together give what was protected at `to`: the last full one and the incremental ones after it, in
-  /// the order in which they are to be applied. A success says that each of them is there and can be read from its
-  /// first byte to its last, so a caller may destroy what they replace; otherwise the text names the image that cannot.
-  /// statusNotFound when there is no full image between the two times.
+  /// the order in which they are to be applied. A success says that each of them is there and, if the query reads, can
+  /// be read from its first byte to its last, so a caller may destroy what they replace; otherwise the text names the
+  /// image that cannot. statusNotFound when there is no full image between the two times.
   virtual Status restoreChain(const ChainQuery& query, std::vector<ArchiveFile>& files) = 0;
 };
 
