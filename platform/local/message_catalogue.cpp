@@ -61,8 +61,8 @@ constexpr Message catalogue[] = {
     {0x57000070, "The folder to restore into is not empty; empty it or choose another one."},
     {0x57000071, "The server did not answer after the restore; look into the server's error log."},
     {0x57000072,
-     "The server could not be stopped before the restore, or its directory is still in use (%1); nothing was removed. "
-     "Stop it yourself, then start the restore again."},
+     "The server could not be stopped before the restore, or its directory is still in use: %1. Correct that, then "
+     "start the restore again."},
     {0x570000F0,
      "The read lock on the server %1 was lost before the backup gave it back, so what was read may not belong "
      "together; "
@@ -82,10 +82,10 @@ constexpr Message catalogue[] = {
      "parts values, a blank or a comma: %1; change it, then start the job again."},
     {0x570000F7,
      "The restore was refused before anything was changed: %1; correct that, then start the restore again."},
-    {0x570000F8,
-     "The folder to restore into could not be made ready: %1; what was removed before that is gone. Correct that, then "
-     "start the restore again."},
-    {0x570000F9, "The restore was asked to stop and did so %1; start it again when it suits."},
+    {0x570000F8, "The folder to restore into could not be made ready: %1. Correct that, then start the restore again."},
+    {0x570000F9, "The restore was asked to stop and did so %1; start the restore again when it suits."},
+    {0x570000FA,
+     "The server is stopped and its data directory is not complete; correct the reason and start the restore again."},
     {0x57000100, "The %1 was ended by a signal (%2); start it again."},
     {0x57000101, "The %1 was asked to stop and did so; start it again when it suits."},
     {0x57000102,

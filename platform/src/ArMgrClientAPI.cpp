@@ -6,10 +6,16 @@ using namespace orrery::platform;
 
 int ArMgrClientAPI::getArchFileListByTime(const GetArchFileListByTimeArgs_t& query,
                                           std::vector<ArchFileListByTimeElement_t>& files, std::string& errorText) {
+  constexpr int onlyLook = 2;
+  ChainQuery wanted;
+  wanted.backupSetId = query.backupSetId;
+  wanted.applicationType = query.applicationType;
+  wanted.from = query.fromTime;
+  wanted.to = query.toTime;
+  wanted.reads = query.flag != onlyLook;
+  wanted.isStopped = query.isStopped;
   std::vector<ArchiveFile> chain;
-  const Status status = services().archive->restoreChain(
-      {query.backupSetId, query.applicationType, query.fromTime, query.toTime, query.flag != 2, query.isStopped},
-      chain);
+  const Status status = services().archive->restoreChain(wanted, chain);
   if (!status.ok() && status.code != statusNotFound) {
     errorText = status.text;
     return status.code;

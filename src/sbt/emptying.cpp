@@ -46,7 +46,7 @@ std::string listNames(int directory, const std::string& path, std::vector<std::s
 }
 
 /// By descriptors: a name that is exchanged for a link meanwhile leads nowhere else.
-std::string removeContents(int directory, const std::string& path, dev_t device) {
+std::string removeContents(int directory, const std::string& path, dev_t device, bool& any) {
   std::vector<std::string> names;
   if (std::string problem = listNames(directory, path, names); !problem.empty()) return problem;
   for (const std::string& name : names) {
@@ -61,10 +61,13 @@ std::string removeContents(int directory, const std::string& path, dev_t device)
       if (info.st_dev != device) return below + ": another file system is mounted there";
       const OwnFd inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
       if (!inner) return failed(below, errno);
-      if (std::string problem = removeContents(inner.get(), below, device); !problem.empty()) return problem;
+      if (std::string problem = removeContents(inner.get(), below, device, any); !problem.empty()) return problem;
     }
-    if (unlinkat(directory, name.c_str(), S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) != 0 && errno != ENOENT)
+    if (unlinkat(directory, name.c_str(), S_ISDIR(info.st_mode) ? AT_REMOVEDIR : 0) == 0) {
+      any = true;
+    } else if (errno != ENOENT) {
       return failed(below, errno);
+    }
   }
   return {};
 }
@@ -85,12 +88,14 @@ std::string unescaped(const std::string& field) {
 
 }  // namespace
 
-std::string emptyDirectory(const std::string& path) {
+Emptied emptyDirectory(const std::string& path) {
   const OwnFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat info {};
-  if (!directory || fstat(directory.get(), &info) != 0) return failed(path, errno);
-  if (std::string mount = mountBelow(path); !mount.empty()) return mount;
-  return removeContents(directory.get(), path, info.st_dev);
+  if (!directory || fstat(directory.get(), &info) != 0) return {failed(path, errno)};
+  if (std::string mount = mountBelow(path); !mount.empty()) return {mount};
+  Emptied emptied;
+  emptied.problem = removeContents(directory.get(), path, info.st_dev, emptied.any);
+  return emptied;
 }
 
 std::string mountBelow(const std::string& path, const std::string& mounts) {

@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* tag = "MySqlSBTRestoreUtils::getBackupImages";
 constexpr int forRestoreToTime = 1;
+constexpr int forLookAgain = 2;
 
 /// The last full image and what follows it: what stands before it has no part in the chain.
 auto chainOf(const std::vector<ArchFileListByTimeElement_t>& found) {
@@ -25,6 +26,29 @@ auto chainOf(const std::vector<ArchFileListByTimeElement_t>& found) {
 
 }  // namespace
 
+bool MySqlSBTRestoreUtils::findImageQuery(GetArchFileListByTimeArgs_t& query) const {
+  const ApplicationId application(params_.realmId, params_.clientId, kMySqlApplicationType, params_.instanceId,
+                                  ApplicationId::defaultBackupSetName(), "(command line)");
+  query.applicationType = kMySqlApplicationType;
+  query.flag = forRestoreToTime;
+  query.toTime = params_.restoreTime;
+  query.isStopped = [this] { return isToStop(); };
+  return application.getBackupSetId(query.backupSetId) == 0;
+}
+
+std::string MySqlSBTRestoreUtils::whyNotInPlace(const std::vector<ArchFileListByTimeElement_t>& images) {
+  GetArchFileListByTimeArgs_t query;
+  std::vector<ArchFileListByTimeElement_t> found;
+  std::string reason;
+  if (!findImageQuery(query)) return "the instance has no backup set any more";
+  query.flag = forLookAgain;
+  query.toTime = images.back().creationTime;  // what was made since is no part of this restore
+  if (ArMgrClientAPI::getArchFileListByTime(query, found, reason) != 0) return reason;
+  const bool isSame = std::equal(chainOf(found), found.cend(), images.begin(), images.end(),
+                                 [](const auto& now, const auto& then) { return now.fileName == then.fileName; });
+  return isSame ? std::string() : "the images are other ones than those that were read";
+}
+
 int MySqlSBTRestoreUtils::getBackupImages(std::vector<ArchFileListByTimeElement_t>& images) {
   return orrery::mysql::guarded(event_, tag, [&] {
     const auto fail = [&](std::string reason) {
@@ -32,15 +56,9 @@ int MySqlSBTRestoreUtils::getBackupImages(std::vector<ArchFileListByTimeElement_
       event_.Error(tag, "%s", imagesProblem_.c_str());
       return -1;
     };
-    const ApplicationId application(params_.realmId, params_.clientId, kMySqlApplicationType, params_.instanceId,
-                                    ApplicationId::defaultBackupSetName(), "(command line)");
     GetArchFileListByTimeArgs_t query;
-    if (application.getBackupSetId(query.backupSetId) != 0)
+    if (!findImageQuery(query))
       return fail(orrery::mysql::sbt::formatted("Failed to get backupset id for [%s]", params_.instanceName.c_str()));
-    query.applicationType = kMySqlApplicationType;
-    query.flag = forRestoreToTime;
-    query.toTime = params_.restoreTime;
-    query.isStopped = [this] { return isToStop(); };
     event_.Debug(tag, "Querying Images for Instance [%ld]!", static_cast<long>(params_.instanceId));
     std::vector<ArchFileListByTimeElement_t> found;
     std::string reason;

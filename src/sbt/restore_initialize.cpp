@@ -1,11 +1,14 @@
 // Restore: the job or, without one, the parameters.
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/DZRestoreTask.h"
 #include "orrery/platform/FXString.h"
+#include "orrery/platform/services.h"
 
 #include "sbt/texts.h"
 #include "session/guarded.h"
@@ -23,6 +26,27 @@ MySqlSBTRestoreUtils::~MySqlSBTRestoreUtils() = default;
 
 void MySqlSBTRestoreUtils::cleanUp() {
   MySqlSBTUtils::cleanUp();
+  orrery::mysql::guarded(event_, tag, [&] {
+    removeWorkingDirectory();
+    return 0;
+  });
+}
+
+/// A whole unpacked copy of the data may be in it. What a killed program left running may write one more file while
+/// the folder goes; it is given a little time.
+void MySqlSBTRestoreUtils::removeWorkingDirectory() {
+  constexpr int attempts = 5;
+  constexpr std::int64_t betweenAttempts = 1000;  // milliseconds
+  if (jobResultsDir_.empty()) return;
+  std::error_code error;
+  std::filesystem::remove_all(jobResultsDir_, error);
+  for (int attempt = 1; error && attempt < attempts; ++attempt) {
+    orrery::platform::services().clock->sleep(betweenAttempts);
+    std::filesystem::remove_all(jobResultsDir_, error);
+  }
+  if (error) event_.Error(tag, "[%s] was not removed: %s", jobResultsDir_.c_str(), error.message().c_str());
+  // Its parent is named for a second, in which other runs may have begun.
+  std::filesystem::remove(std::filesystem::path(jobResultsDir_).parent_path(), error);
 }
 
 int MySqlSBTRestoreUtils::initialize(const SBTParams& params, long long jobId) {

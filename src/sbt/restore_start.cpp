@@ -1,5 +1,7 @@
 // Restore: the server before and after it.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <limits>
 #include <string>
@@ -8,6 +10,7 @@
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/services.h"
 
+#include "sbt/directory_users.h"
 #include "sbt/texts.h"
 
 namespace sbt = orrery::mysql::sbt;
@@ -18,7 +21,27 @@ constexpr const char* tag = "MySqlSBTRestoreUtils::sbtRestoreToTime";
 constexpr const char* section = "MySQL";
 constexpr long defaultWait = 180;  // seconds
 constexpr std::int64_t millisecondsPerSecond = 1000;
+constexpr int secondsForUsers = 60;
+constexpr std::int64_t betweenLooks = 1000;  // milliseconds
 constexpr long longestWait = std::numeric_limits<std::int64_t>::max() / millisecondsPerSecond / 1000;
+
+/// Whether a failed ping had an answer: the number is a server's, or one of the client's about a talk that had begun.
+bool isRefusal(int number) {
+  constexpr int ofTalks[] = {2007, 2012, 2026, 2049, 2054, 2059, 2061};
+  constexpr int firstOfServer = 1000;
+  constexpr int firstOfClient = 2000;
+  constexpr int endOfClient = 3000;
+  constexpr int endOfServer = 65536;
+  if (number >= firstOfClient && number < endOfClient)
+    return std::find(std::begin(ofTalks), std::end(ofTalks), number) != std::end(ofTalks);
+  return number >= firstOfServer && number < endOfServer;
+}
+
+/// By what this machine shows of processes, and by the locks on files, which tell also of what it does not show.
+std::string whoUses(const std::string& directory) {
+  std::string user = sbt::directoryUser(directory, getpid());
+  return user.empty() ? sbt::directoryLocker(directory) : user;
+}
 
 }  // namespace
 
@@ -32,6 +55,51 @@ int MySqlSBTRestoreUtils::startServer(const char* command) {
 
 int MySqlSBTRestoreUtils::pingServer() {
   return session_.PingServer();
+}
+
+int MySqlSBTRestoreUtils::stopForRestore() {
+  session_.iErrorCode = 0;
+  session_.strErrorString.clear();
+  const bool answers = pingServer() == 0;
+  if (!answers && isRefusal(session_.iErrorCode)) {
+    // The stop takes whoever does not answer it for a server that is down.
+    const std::string why = "the server answered and refused the agent: " + std::to_string(session_.iErrorCode) + " " +
+                            session_.strErrorString;
+    event_.Error(tag, "the server is not stopped: %s", why.c_str());
+    return failJob(sbt::causeServerNotStopped, {why + "; " + untouched()});
+  }
+  if (stopServer() != 0) {
+    event_.Error(tag, "Stopping MySQL server failed. Cannot proceed without stopping the server.");
+    const std::string why = session_.strErrorString.empty() ? "it still answers" : session_.strErrorString;
+    return failJob(sbt::causeServerNotStopped, {why + "; nothing was removed"});
+  }
+  serverWasStopped_ = answers;
+  return waitUntilLetGo();
+}
+
+/// That nobody answers a ping is no proof that nobody is there: after a shutdown a server writes its last pages.
+int MySqlSBTRestoreUtils::waitUntilLetGo() {
+  std::string user = whoUses(targetDirectory_);
+  for (int second = 0; !user.empty() && second < secondsForUsers; ++second) {
+    if (isToStop()) return stopBeforeRemoval();
+    if (second == 0) event_.Debug(tag, "waiting until the directory is let go: %s", user.c_str());
+    orrery::platform::services().clock->sleep(betweenLooks);
+    user = whoUses(targetDirectory_);
+  }
+  if (user.empty()) return 0;
+  event_.Error(tag, "the directory is not emptied: %s", user.c_str());
+  return failJob(sbt::causeServerNotStopped, {user + "; " + untouched()});
+}
+
+std::string MySqlSBTRestoreUtils::untouched() const {
+  return serverWasStopped_ ? "the server is stopped; nothing was removed; start it again"
+                           : "nothing was stopped or removed";
+}
+
+int MySqlSBTRestoreUtils::stopBeforeRemoval() {
+  return stopOnRequest(serverWasStopped_ ? "after the server was stopped and before anything was removed, so start the "
+                                           "server again"
+                                         : "before anything was changed");
 }
 
 int MySqlSBTRestoreUtils::bringServerUp() {

@@ -29,8 +29,6 @@ using orrery::platform::services;
 namespace {
 
 constexpr const char* tag = "MySqlSBTRestoreUtils::sbtRestoreToTime";
-constexpr int secondsForUsers = 60;
-constexpr std::int64_t betweenLooks = 1000;  // milliseconds
 
 bool isBelowOrAt(const fs::path& path, const fs::path& above) {
   const auto [end, rest] = std::mismatch(above.begin(), above.end(), path.begin(), path.end());
@@ -102,54 +100,41 @@ std::string MySqlSBTRestoreUtils::whyNotPossible() const {
   if (const std::string folder = agentFolderAt(target); !folder.empty())
     return targetDirectory_ + " is, holds or lies in the agent's folder " + folder;
   if (std::string why = whyNotWritable(target); !why.empty()) return why;
-  return restoreToServer_ ? sbt::mountBelow(target.native()) : std::string();
+  if (!restoreToServer_) return {};
+  if (std::string why = sbt::mountBelow(target.native()); !why.empty()) return why;
+  // The server goes when it is stopped; anybody else would be found when it has gone.
+  return sbt::directoryUser(targetDirectory_, getpid(), sbt::Whom::allButServers);
 }
 
-int MySqlSBTRestoreUtils::stopForRestore() {
-  if (stopServer() != 0) {
-    event_.Error(tag, "Stopping MySQL server failed. Cannot proceed without stopping the server.");
-    return failJob(sbt::causeServerNotStopped,
-                   {session_.strErrorString.empty() ? "it still answers" : session_.strErrorString});
-  }
-  // That nobody answers a ping is no proof that nobody is there: a refused account does not answer either, and after a
-  // shutdown a server writes its last pages.
-  std::string user = sbt::directoryUser(targetDirectory_, getpid());
-  for (int second = 0; !user.empty() && second < secondsForUsers; ++second) {
-    if (second == 0) event_.Debug(tag, "waiting until the directory is let go: %s", user.c_str());
-    services().clock->sleep(betweenLooks);
-    user = sbt::directoryUser(targetDirectory_, getpid());
-  }
-  if (user.empty()) return 0;
-  event_.Error(tag, "the directory is not emptied: %s", user.c_str());
-  return failJob(sbt::causeServerNotStopped, {user});
-}
-
-int MySqlSBTRestoreUtils::prepareTarget() {
+int MySqlSBTRestoreUtils::prepareTarget(const std::vector<ArchFileListByTimeElement_t>& images) {
   if (targetDirectory_.empty()) return 0;
-  if (isToStop()) {
-    return stopOnRequest(restoreToServer_ ? "after the server was stopped and before anything was removed"
-                                          : "before anything was changed");
-  }
+  if (isToStop()) return stopBeforeRemoval();
   std::error_code error;
   if (!fs::exists(targetDirectory_, error) && !error) return createTarget();
   const bool isEmpty = fs::is_empty(targetDirectory_, error);
   if (!error && isEmpty) return 0;
-  if (restoreToServer_) return emptyTarget();
+  if (restoreToServer_) return emptyTarget(images);
   event_.Error(tag, "Destination directory is not empty, cannot proceed with restore.");
   return failJob(sbt::causeDirectoryNotEmpty);
 }
 
-int MySqlSBTRestoreUtils::emptyTarget() {
+int MySqlSBTRestoreUtils::emptyTarget(const std::vector<ArchFileListByTimeElement_t>& images) {
+  // The server had its time to go, and so had the images.
+  if (const std::string why = whyNotInPlace(images); !why.empty()) {
+    event_.Error(tag, "the directory is not emptied: %s", why.c_str());
+    return failJob(sbt::causeNoImages, {why + "; " + untouched()});
+  }
   event_.Debug(tag, "Cleaning MySQL data directory");
-  const std::string problem = sbt::emptyDirectory(targetDirectory_);
-  if (problem.empty()) return 0;
-  event_.Error(tag, "Failed to cleanup MySQL data directory, Error [%s]", problem.c_str());
-  return failJob(sbt::causeDirectoryNotReady, {problem});
+  const sbt::Emptied emptied = sbt::emptyDirectory(targetDirectory_);
+  if (emptied.problem.empty()) return 0;
+  event_.Error(tag, "Failed to cleanup MySQL data directory, Error [%s]", emptied.problem.c_str());
+  const std::string state = emptied.any ? "the data directory is not complete and the server is down" : untouched();
+  return failJob(sbt::causeDirectoryNotReady, {emptied.problem + "; " + state});
 }
 
 int MySqlSBTRestoreUtils::createTarget() {
   const CKyError error = CKyDirectory::Create(targetDirectory_);
   if (!error.isError()) return 0;
   event_.Error(tag, "Failed to create destination directory, Error [%s]", error.text().c_str());
-  return failJob(sbt::causeDirectoryNotReady, {error.text()});
+  return failJob(sbt::causeDirectoryNotReady, {error.text() + "; " + untouched()});
 }

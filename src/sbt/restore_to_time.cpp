@@ -37,12 +37,13 @@ int MySqlSBTRestoreUtils::restoreToTime() {
   std::vector<ArchFileListByTimeElement_t> images;
   if (findImages(images) != 0 || checkBeforehand(images) != 0) return -1;
   if (restoreToServer_ && stopForRestore() != 0) return -1;
-  if (prepareTarget() != 0) return -1;
+  if (prepareTarget(images) != 0) return -1;
   int result = applyImages(images);
   // Kept: also after an image that failed. What was restored until then is the account's to look at, and whatever the
   // backups of before stood on is gone.
   if (giveToOwner() != 0) result = -1;
   if (setForceFullFlags() != 0) event_.Error(tag, "Failed to force FULL flags.");
+  removeWorkingDirectory();
   if (restoreToServer_ && result == 0) result = bringServerUp();
   if (result == 0 && jobObject_ != nullptr) result = endSuccessfully();
   return result;
@@ -66,7 +67,9 @@ int MySqlSBTRestoreUtils::applyImages(const std::vector<ArchFileListByTimeElemen
     progress += step;
     if (job != nullptr) job->updateJobProgress(static_cast<int>(std::floor(progress + rounding)));
     // Also after the last one: a program that was asked to end may do so without a failure of its own.
-    if (isToStop()) return stopOnRequest("after the image " + image.fileName + ", with the data incomplete");
+    if (isToStop())
+      return stopOnRequest("after the image " + image.fileName + "; the data directory is not complete" +
+                           (restoreToServer_ ? " and the server is down" : ""));
   }
   return 0;
 }
@@ -75,8 +78,10 @@ int MySqlSBTRestoreUtils::endAfterImage(const ArchFileListByTimeElement_t& image
   event_.Error(tag, "Failed to restore from image [%s], with backupLevel[%d]. Retval = [%d]", image.fileName.c_str(),
                static_cast<int>(image.backupLevel), result);
   if (jobObject_ == nullptr) return -1;
-  if (getJobStatus() == DZJobStatus{}) return failJob(sbt::causeImageFailed);
-  NotifyArbiterJobComplete(getJobStatus(), DZJobStatusFor::job, 0);
+  const bool isUnset = getJobStatus() == DZJobStatus{};
+  if (isUnset) tellCause(sbt::causeImageFailed);
+  if (restoreToServer_) tellCause(sbt::causeServerDirectoryIncomplete);
+  NotifyArbiterJobComplete(isUnset ? DZJobStatus::failed : getJobStatus(), DZJobStatusFor::job, 0);
   return -1;
 }
 

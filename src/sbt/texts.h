@@ -28,6 +28,7 @@ inline constexpr std::uint32_t causeNotHandedOver = 0x570000F6;
 inline constexpr std::uint32_t causeRestoreRefused = 0x570000F7;
 inline constexpr std::uint32_t causeDirectoryNotReady = 0x570000F8;
 inline constexpr std::uint32_t causeRestoreStopped = 0x570000F9;
+inline constexpr std::uint32_t causeServerDirectoryIncomplete = 0x570000FA;
 
 /// Both drivers refuse with it what comes before their initialisation.
 inline constexpr const char* initializationNotDone = "Initialization not done.";

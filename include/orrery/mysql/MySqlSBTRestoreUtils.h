@@ -10,7 +10,7 @@
 /// threads that a run adds.
 ///
 /// Nothing is stopped or emptied before every image has been read once from end to end, and no data directory is
-/// emptied while a process has it open.
+/// emptied while a process has it open, holds a lock in it, or may do so unseen.
 
 #include <memory>
 #include <string>
@@ -44,11 +44,11 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   int getBackupImages(std::vector<ArchFileListByTimeElement_t>& images);
   /// The whole restore: images, stop, empty directory, images in order, owner, full backups next, start, ping. Ends the
   /// job; where it could not even begin, getJobStatus() is still 0 and the caller has to. Causes: 0x5700006F no usable
-  /// images, 0x570000F6 and 0x570000F7 refused before anything was changed, 0x57000072 the server would not stop or
-  /// keeps its directory open, 0x57000070 the directory is not empty, 0x570000F8 it could not be emptied or made,
-  /// 0x5700006C an image failed, 0x5700006A the owner could not be set, 0x57000071 the server does not answer,
-  /// 0x570000F9 the job was asked to stop, which is looked at before the server is stopped, before its directory is
-  /// emptied and after each image.
+  /// images, 0x570000F6 and 0x570000F7 refused before anything was changed, 0x57000072 the server refuses the agent,
+  /// would not stop or keeps its directory open, 0x57000070 the directory is not empty, 0x570000F8 it could not be
+  /// emptied or made, 0x5700006C an image failed, with 0x570000FA when the server has no whole data directory now,
+  /// 0x5700006A the owner could not be set, 0x57000071 the server does not answer, 0x570000F9 the job was asked to
+  /// stop, which is looked at before the server is stopped, until its directory is emptied and after each image.
   int sbtRestoreToTime();
   /// One run of `mysqlbackup`, supervised when there is a job, else through the shell. Prints its success.
   int sbtRestoreFromImage(const std::string& imageName, bool incremental);
@@ -57,6 +57,7 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   int setPermissionsToDataDir();
   /// Makes the next backup of every subclient of the destination instance a full one.
   int setForceFullFlags();
+  /// As the base's, and the folder of the run's second when nobody else's are in it.
   void cleanUp() override;
 
   /// What the task or the caller said, after `initialize`.
@@ -64,7 +65,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   bool isIntoServer() const noexcept { return restoreToServer_; }
 
  protected:
-  // The server, for drivers of one's own; as the operations of the session. `command` null: the built-in one.
+  // The server, for drivers of one's own; as the operations of the session, in which a ping that fails leaves the
+  // number and the text of its failure. `command` null: the built-in one.
   virtual int stopServer();
   virtual int startServer(const char* command);
   virtual int pingServer();
@@ -97,9 +99,12 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   ORRERY_MYSQL_HIDDEN int checkBeforehand(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN std::string whyNotPossible() const;
   ORRERY_MYSQL_HIDDEN int stopForRestore();
-  ORRERY_MYSQL_HIDDEN int prepareTarget();
-  ORRERY_MYSQL_HIDDEN int emptyTarget();
+  ORRERY_MYSQL_HIDDEN int waitUntilLetGo();
+  ORRERY_MYSQL_HIDDEN int prepareTarget(const std::vector<ArchFileListByTimeElement_t>& images);
+  ORRERY_MYSQL_HIDDEN int emptyTarget(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int createTarget();
+  /// Why the images are not what they were when they were found; empty: they are.
+  ORRERY_MYSQL_HIDDEN std::string whyNotInPlace(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int applyImages(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int endAfterImage(const ArchFileListByTimeElement_t& image, int result);
   ORRERY_MYSQL_HIDDEN int giveToOwner();
@@ -108,6 +113,10 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   ORRERY_MYSQL_HIDDEN int endSuccessfully();
   ORRERY_MYSQL_HIDDEN bool isToStop() const;
   ORRERY_MYSQL_HIDDEN int stopOnRequest(const std::string& when);
+  ORRERY_MYSQL_HIDDEN int stopBeforeRemoval();
+  /// For causes: how far a restore came that has removed nothing.
+  ORRERY_MYSQL_HIDDEN std::string untouched() const;
+  ORRERY_MYSQL_HIDDEN void removeWorkingDirectory();
   /// Tells the cause with its arguments and, as the job's end, the failure; nothing without a job. Always -1.
   ORRERY_MYSQL_HIDDEN int failJob(std::uint32_t cause, const std::vector<std::string>& arguments = {});
   ORRERY_MYSQL_HIDDEN void tellCause(std::uint32_t cause, const std::vector<std::string>& arguments = {});
@@ -118,8 +127,10 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   ORRERY_MYSQL_HIDDEN std::string runDirectory() const;
   ORRERY_MYSQL_HIDDEN std::string unfitValues(const std::string& imageName, const std::string& defaultsFile,
                                               const std::string& directory) const;
+  ORRERY_MYSQL_HIDDEN bool findImageQuery(GetArchFileListByTimeArgs_t& query) const;
   ORRERY_MYSQL_HIDDEN int findRestoredDirectory(std::string& directory);
   ORRERY_MYSQL_HIDDEN void takeOwnerOfInstance();
 
-  std::string imagesProblem_;  // why getBackupImages failed last
+  std::string imagesProblem_;      // why getBackupImages failed last
+  bool serverWasStopped_ = false;  // by this restore: it answered before
 };

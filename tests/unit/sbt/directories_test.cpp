@@ -1,8 +1,14 @@
 // What a restore looks at before it empties a directory, how it empties one, and how values reach commands.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "orrery/platform/DzProcess.h"
+#include "orrery/platform/FXString.h"
 #include "orrery/platform/arguments.h"
 
 #include "sbt/command_values.h"
@@ -54,11 +60,131 @@ TEST(DirectoryUser, IsWhoeverHasSomethingInIt) {
         fs::create_symlink(row.target, place);
       }
     }
-    EXPECT_EQ(directoryUser(folder / "link", 12, proc.path()),
+    EXPECT_EQ(directoryUser(folder / "link", 12, Whom::everybody, proc.path()),
               row.uses ? "process 13 (mariadbd) works in " + (folder / "link") : "")
         << row.name << ": 12 is left out";
+    EXPECT_EQ(directoryUser(data, 12, Whom::allButServers, proc.path()), "") << row.name;
+    writeFile(proc / "13/comm", "tar\n");
+    EXPECT_EQ(directoryUser(data, 12, Whom::allButServers, proc.path()).empty(), !row.uses) << row.name;
   }
-  EXPECT_THAT(directoryUser(data, 1, folder / "none"), HasSubstr("cannot be listed"));
+  EXPECT_THAT(directoryUser(data, 1, Whom::everybody, folder / "none"), HasSubstr("cannot be listed"));
+}
+
+TEST(DirectoryUser, MayBeOneThatCannotBeLookedInto) {
+  // The directory belongs to root, and whoever looks is not root.
+  const struct {
+    const char* name;
+    const char* program;
+    const char* account;
+    bool counts;
+    bool countsBeforehand;
+  } cases[] = {
+      {"a server of another account", "mariadbd", "4711", true, false},
+      {"its script", "mysqld_safe", "4711", true, false},
+      {"the directory's account", "tar", "0", true, true},
+      {"another account", "tar", "4711", false, false},
+      {"a server that tells no account", "mysqld", "", true, false},
+      {"nothing known", "tar", "", false, false},
+  };
+  for (const auto& row : cases) {
+    const TemporaryDirectory proc;
+    fs::create_directories(proc / "13/fd");
+    fs::permissions(proc.path(), fs::perms(0755));
+    writeFile(proc / "13/comm", std::string(row.program) + "\n", 0644);
+    writeFile(proc / "13/status", "Name:\tx\nUid:\t77\t" + std::string(row.account) + "\t77\t77\n", 0644);
+    fs::permissions(proc / "13/fd", fs::perms::none);
+    EXPECT_EQ(asOrdinaryUser([&] {
+                const std::string user = directoryUser("/usr", 1, Whom::everybody, proc.path());
+                const std::string told = "whether process 13 (" + std::string(row.program) + ") works in /usr cannot";
+                if (row.counts ? user.rfind(told, 0) != 0 : !user.empty()) return 1;
+                return directoryUser("/usr", 1, Whom::allButServers, proc.path()).empty() != row.countsBeforehand ? 0
+                                                                                                                  : 2;
+              }),
+              0)
+        << row.name;
+    fs::permissions(proc / "13/fd", fs::perms(0700));
+  }
+}
+
+/// Locks a file as a server does, in a process of its own, until it goes.
+class LockHolder {
+ public:
+  explicit LockHolder(const std::string& file) {
+    writeFile(file, "x");
+    pid_ = fork();
+    if (pid_ == 0) {
+      struct flock lock {};
+      lock.l_type = F_WRLCK;
+      const int opened = open(file.c_str(), O_RDWR | O_CLOEXEC);
+      writeFile(file + ".tried", fcntl(opened, F_SETLK, &lock) == 0 ? "locked" : "refused");
+      for (;;) pause();
+    }
+  }
+  ~LockHolder() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  LockHolder(const LockHolder&) = delete;
+  LockHolder& operator=(const LockHolder&) = delete;
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+TEST(DirectoryLocker, IsWhoeverHoldsALockOnAServersFile) {
+  const TemporaryDirectory proc;  // no process can be seen in it
+  const struct {
+    const char* file;
+    bool found;
+  } cases[] = {{"ibdata1", true},          {"ib_logfile0", true},       {"ibtmp1", true},     {"undo001", true},
+               {"aria_log_control", true}, {"mysql.ibd", true},         {"shop/t.ibd", true}, {"#redo/#ib_redo1", true},
+               {"error.log", false},       {"shop/deeper/t.ibd", false}};
+  for (const auto& row : cases) {
+    const TemporaryDirectory folder;
+    fs::create_directories(folder / "shop/deeper");
+    fs::create_directories(folder / "#redo");
+    writeFile(folder / "ibdata2", "free");
+    writeFile(folder / "shop/u.ibd", "free");
+    ASSERT_EQ(mkfifo((folder / "ib_pipe").c_str(), 0600), 0);
+    const std::string file = folder / row.file;
+    {
+      const LockHolder holder(file);
+      ASSERT_TRUE(waitUntil([&] { return fs::exists(file + ".tried") && readFile(file + ".tried") == "locked"; }));
+      EXPECT_EQ(directoryLocker(folder.path()), row.found ? "process " + std::to_string(holder.pid()) + " (" +
+                                                                FXString::Trim(readFile("/proc/self/comm")) +
+                                                                ") holds a lock on " + file
+                                                          : "")
+          << row.file;
+    }
+    EXPECT_EQ(directoryLocker(folder.path()), "") << row.file;
+  }
+  EXPECT_EQ(directoryLocker(proc / "none"), "");
+}
+
+TEST(DirectoryLocker, OfAnotherNamespaceOrWithoutANumberIsTold) {
+  const TemporaryDirectory folder;
+  writeFile(folder / "ibdata1", "x");
+  // A lock that is tied to the open file, and conflicts within one process too.
+  const platform::OwnFd file(open((folder / "ibdata1").c_str(), O_RDWR | O_CLOEXEC));
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(fcntl(file.get(), F_OFD_SETLK, &lock), 0);
+  EXPECT_EQ(directoryLocker(folder.path()),
+            "a process that cannot be seen here holds a lock on " + (folder / "ibdata1"));
+}
+
+TEST(DirectoryLocker, FileThatCannotBeAskedIsTold) {
+  const TemporaryDirectory folder;
+  fs::permissions(folder.path(), fs::perms(0755));
+  writeFile(folder / "ibdata1", "x", 0000);
+  EXPECT_EQ(asOrdinaryUser([&] {
+              return directoryLocker(folder.path()) ==
+                             "whether " + (folder / "ibdata1") + " is locked cannot be told: Permission denied"
+                         ? 0
+                         : 1;
+            }),
+            0);
 }
 
 TEST(DirectoryUser, IsFoundAmongTheProcessesOfThisMachine) {
@@ -81,12 +207,15 @@ TEST(Emptying, RemovesWhatADirectoryHoldsAndFollowsNoLink) {
   fs::create_symlink(folder / "nowhere", folder / "data/a/dangling");
   fs::create_directory_symlink(folder / "data", folder / "link");
   fs::permissions(folder / "data", fs::perms(0710));
-  EXPECT_EQ(emptyDirectory(folder / "link"), "");
+  const Emptied emptied = emptyDirectory(folder / "link");
+  EXPECT_EQ(emptied.problem, "");
+  EXPECT_TRUE(emptied.any);
   EXPECT_TRUE(fs::is_empty(folder / "data"));
   EXPECT_EQ(fs::status(folder / "data").permissions(), fs::perms(0710));
   EXPECT_TRUE(fs::is_symlink(folder / "link"));
   EXPECT_TRUE(fs::exists(folder / "other/kept"));
-  EXPECT_THAT(emptyDirectory(folder / "other/kept"), HasSubstr("Not a directory"));
+  EXPECT_THAT(emptyDirectory(folder / "other/kept").problem, HasSubstr("Not a directory"));
+  EXPECT_FALSE(emptyDirectory(folder / "other/kept").any);
 }
 
 TEST(Emptying, SaysWhatItCannotRemove) {
@@ -95,10 +224,24 @@ TEST(Emptying, SaysWhatItCannotRemove) {
   writeFile(folder / "data/held/file", "");
   fs::permissions(folder / "data/held", fs::perms(0555));
   EXPECT_EQ(asOrdinaryUser([&] {
-              return emptyDirectory(folder / "data") == (folder / "data/held/file: Permission denied") ? 0 : 1;
+              const Emptied emptied = emptyDirectory(folder / "data");
+              return emptied.problem == (folder / "data/held/file: Permission denied") && !emptied.any ? 0 : 1;
             }),
             0);
   fs::permissions(folder / "data/held", fs::perms(0755));
+}
+
+TEST(Emptying, TellsThatSomethingWasRemovedBeforeItFailed) {
+  const int result = asOrdinaryUser([] {
+    const TemporaryDirectory folder;
+    fs::create_directories(folder / "data/kept");
+    writeFile(folder / "data/kept/gone", "");
+    fs::permissions(folder / "data", fs::perms(0555));
+    const Emptied emptied = emptyDirectory(folder / "data");
+    fs::permissions(folder / "data", fs::perms(0755));
+    return emptied.problem == (folder / "data/kept: Permission denied") && emptied.any ? 0 : 1;
+  });
+  EXPECT_EQ(result, 0);
 }
 
 TEST(Emptying, MountsBelowAreFoundBeforehand) {

@@ -27,15 +27,16 @@ class ShortSleeps final : public platform::Clock {
   const std::function<void()> atSleep_;
 };
 
-/// In place of `mysqlbackup`: keeps its arguments, writes into the data directory that it is told, fails for the image
-/// whose name stands in the file "failing", and for the one in "lasting" works until it is asked to end, which it does
-/// well.
+/// In place of `mysqlbackup`: keeps its arguments, leaves a working copy, writes into the data directory that it is
+/// told, fails for the image whose name stands in the file "failing", and for the one in "lasting" works until it is
+/// asked to end, which it does well.
 inline constexpr const char* standInProgram = R"sh(#!/bin/sh
 folder=$(dirname "$(dirname "$0")")
 for argument in "$@"; do
   case "$argument" in
     --datadir=*) data=${argument#--datadir=} ;;
     --backup-image=*) image=${argument#--backup-image=sbt:} ;;
+    --backup-dir=*) mkdir -p "${argument#--backup-dir=}" && echo copy >"${argument#--backup-dir=}/copy" ;;
   esac
 done
 printf '%s|' "$@" >>"$folder/runs"

@@ -7,33 +7,18 @@ namespace {
 
 using platform::JobState;
 using platform::Status;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 namespace fs = std::filesystem;
-
-class RestoreDriver : public RestoreTest {
- protected:
-  int restore(Restore& driver) {
-    EXPECT_EQ(initialize(driver), 0);
-    backend_.log().clear();
-    testing::internal::CaptureStdout();
-    const int result = driver.sbtRestoreToTime();
-    testing::internal::GetCapturedStdout();
-    driver.cleanUp();
-    return result;
-  }
-};
 
 TEST_F(RestoreDriver, TakesItsStepsInTheirOrder) {
   addImages(2);
   Restore driver;
   driver.atStop = [&] { EXPECT_TRUE(isOldThere()) << "nothing is removed before the server is stopped"; };
   ASSERT_EQ(restore(driver), 0);
-  EXPECT_THAT(driver.asked, ElementsAre("stop", "start by default", "ping"));
+  EXPECT_THAT(driver.asked, ElementsAre("ping", "stop", "start by default", "ping"));
   EXPECT_THAT(
       steps(),
       ElementsAre("0: Cleaning MySQL data directory", "0: bManualServerStart not set, server start will be attempted",
@@ -69,7 +54,13 @@ TEST_F(RestoreDriver, ProgressIsTheShareOfImagesThatWereApplied) {
 
 TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
   const std::string old = data_ + "/old";
+  const std::string stopped = "the server is stopped; nothing was removed; start it again";
   const auto quit = [&] { EXPECT_TRUE(backend_.services()->jobs->requestQuit(jobId_).ok()); };
+  const auto forgetLast = [&] {
+    std::vector<platform::ArchiveFile> files;
+    EXPECT_TRUE(backend_.services()->archive->findFiles(104, "image3", files).ok());
+    for (const auto& file : files) EXPECT_TRUE(backend_.services()->archive->removeFile(file.id).ok());
+  };
   using Arrange = std::function<void(Restore&)>;
   const struct {
     const char* name;
@@ -150,16 +141,44 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
        {},
        true,
        ""},
+      {"a server that refuses the agent",
+       [&](Restore& driver) { driver.pingError = 1045; },
+       {"57000072 0 300 the server answered and refused the agent: 1045 no; nothing was stopped or removed|"},
+       {"ping"},
+       true,
+       ""},
+      {"a server that agrees on no encryption",
+       [&](Restore& driver) { driver.pingError = 2026; },
+       {"57000072 0 300 the server answered and refused the agent: 2026 no; nothing was stopped or removed|"},
+       {"ping"},
+       true,
+       ""},
+      {"an image that goes while the server stops",
+       [&](Restore& driver) {
+         driver.atStop = [&] {
+           backend_.failures().failAlways("ArchiveManager::restoreChain", Status::failure("image2 is not there"));
+         };
+       },
+       {"5700006f 0 300 image2 is not there; " + stopped + "|"},
+       {"ping", "stop"},
+       true,
+       ""},
+      {"an image that is forgotten while the server stops",
+       [&](Restore& driver) { driver.atStop = forgetLast; },
+       {"5700006f 0 300 the images are other ones than those that were read; " + stopped + "|"},
+       {"ping", "stop"},
+       true,
+       ""},
       {"a server that does not stop",
        [&](Restore& driver) { driver.stopResult = -1; },
-       {"57000072 0 300 it still answers|"},
-       {"stop"},
+       {"57000072 0 300 it still answers; nothing was removed|"},
+       {"ping", "stop"},
        true,
        ""},
       {"asked to stop while the server stops",
        [&](Restore& driver) { driver.atStop = quit; },
-       {"570000f9 0 300 after the server was stopped and before anything was removed|"},
-       {"stop"},
+       {"570000f9 0 300 after the server was stopped and before anything was removed, so start the server again|"},
+       {"ping", "stop"},
        true,
        ""},
       {"a directory that cannot be emptied",
@@ -169,8 +188,8 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
            writeFile(data_, "no folder any more");
          };
        },
-       {"570000f8 0 300 " + data_ + ": Not a directory|"},
-       {"stop"},
+       {"570000f8 0 300 " + data_ + ": Not a directory; " + stopped + "|"},
+       {"ping", "stop"},
        false,
        ""},
       {"a directory that cannot be made",
@@ -180,15 +199,15 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
            fs::create_symlink(folder_ / "nowhere", data_);
          };
        },
-       {"570000f8 0 300 " + data_ + ": Not a directory|"},
-       {"stop"},
+       {"570000f8 0 300 " + data_ + ": Not a directory; " + stopped + "|"},
+       {"ping", "stop"},
        false,
        ""},
       {"files in the directory of a custom restore", [&](Restore&) { into(data_); }, {"57000070 0 300 "}, {}, true, ""},
       {"an image that fails",
        [&](Restore&) { writeFile(folder_ / "failing", "image2"); },
-       {"5700006b 0 300 ERROR: the image is broken|", "5700006c 0 300 "},
-       {"stop"},
+       {"5700006b 0 300 ERROR: the image is broken|", "5700006c 0 300 ", "570000fa 0 300 "},
+       {"ping", "stop"},
        false,
        "image1\n"},
       {"asked to stop while an image is applied",
@@ -198,14 +217,14 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
            if (fs::exists(folder_ / "begun")) quit();
          };
        },
-       {"570000f9 0 300 after the image image2, with the data incomplete|"},
-       {"stop"},
+       {"570000f9 0 300 after the image image2; the data directory is not complete and the server is down|"},
+       {"ping", "stop"},
        false,
        "image1\n"},
       {"a server that does not answer",
        [&](Restore& driver) { driver.pingResult = -1; },
        {"57000071 0 300 "},
-       {"stop", "start by default", "ping"},
+       {"ping", "stop", "start by default", "ping"},
        false,
        "image1\nimage2\nimage3\n"},
       {"a server that does not start",
@@ -214,12 +233,12 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
          driver.pingResult = -1;
        },
        {"57000071 0 300 "},
-       {"stop", "start by default", "ping"},
+       {"ping", "stop", "start by default", "ping"},
        false,
        "image1\nimage2\nimage3\n"},
   };
-  addImages(3);
   for (const auto& row : cases) {
+    addImages(3);
     DriverTest::TearDown();
     fs::remove_all(data_);
     fs::remove(folder_ / "failing");
@@ -241,30 +260,7 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
     EXPECT_EQ(applied(), row.applied) << row.name;
     EXPECT_EQ(job().state, JobState::failed) << row.name;
     EXPECT_EQ(driver.getJobStatus(), DZJobStatus::failed) << row.name;
-  }
-}
-
-TEST_F(RestoreDriver, DirectoryThatAProcessWorksInIsWaitedForAndThenLeftAlone) {
-  addImages(1);
-  for (const bool endsInTime : {true, false}) {
-    writeJob();
-    writeFile(data_ + "/old", "");
-    const auto sleepsBefore = backend_.sleeps().size();
-    auto server = std::make_unique<RunningProgram>(std::vector<std::string>{
-        "/bin/sh", "-c", "cd \"$1\"; echo >\"$2\"; exec sleep 60", "sh", data_, folder_ / "works"});
-    ASSERT_TRUE(waitUntil([&] { return fs::exists(folder_ / "works"); }));
-    fs::remove(folder_ / "works");
-    atSleep_ = [&, endsInTime] {
-      if (endsInTime) server.reset();
-    };
-    Restore driver;
-    EXPECT_EQ(restore(driver), endsInTime ? 0 : -1);
-    EXPECT_EQ(isOldThere(), !endsInTime);
-    if (endsInTime) continue;
-    EXPECT_THAT(causes(), ElementsAre(AllOf(HasSubstr("57000072 0 300 process " + std::to_string(server->pid())),
-                                            HasSubstr(") works in " + data_ + "|"))));
-    EXPECT_EQ(backend_.sleeps().size() - sleepsBefore, 60U);
-    EXPECT_EQ(job().state, JobState::failed);
+    EXPECT_TRUE(isWorkingCopyGone()) << row.name;
   }
 }
 
@@ -295,10 +291,12 @@ TEST_F(RestoreDriver, ServerIsStartedAsTheSettingsSay) {
     std::vector<std::string> asked;
     std::int64_t wait;
   } cases[] = {
-      {{{"bManualServerStart", "1"}}, {"stop"}, 0},
-      {{{"bManualServerStart", "0"}, {"nStartServerWaitTime", "5"}}, {"stop", "start by default", "ping"}, 5000},
-      {{{"sServerStartCmd", "/opt/start it"}}, {"stop", "start /opt/start it", "ping"}, 5000},
-      {{{"sServerStartCmd", ""}, {"nStartServerWaitTime", "-3"}}, {"stop", "start by default", "ping"}, 0},
+      {{{"bManualServerStart", "1"}}, {"ping", "stop"}, 0},
+      {{{"bManualServerStart", "0"}, {"nStartServerWaitTime", "5"}},
+       {"ping", "stop", "start by default", "ping"},
+       5000},
+      {{{"sServerStartCmd", "/opt/start it"}}, {"ping", "stop", "start /opt/start it", "ping"}, 5000},
+      {{{"sServerStartCmd", ""}, {"nStartServerWaitTime", "-3"}}, {"ping", "stop", "start by default", "ping"}, 0},
   };
   for (const auto& row : cases) {
     writeJob();
@@ -306,7 +304,7 @@ TEST_F(RestoreDriver, ServerIsStartedAsTheSettingsSay) {
     Restore driver;
     EXPECT_EQ(restore(driver), 0);
     EXPECT_EQ(driver.asked, row.asked);
-    if (driver.asked.size() > 1) {
+    if (driver.asked.size() > 2) {
       EXPECT_EQ(backend_.sleeps().back(), row.wait);
     }
   }
@@ -322,7 +320,7 @@ TEST_F(RestoreDriver, OwnerThatCannotBeSetEndsTheJobWithErrorsKept) {
     EXPECT_EQ(restore(driver), -1);
     EXPECT_THAT(causes(), Contains("5700006a 0 300 "));
     EXPECT_TRUE(isSaid("Command [chown -R no-such-user:0 " + data_ + "] failed to set ownership to datadir, error["));
-    EXPECT_THAT(driver.asked, ElementsAre("stop")) << "the server is not started";
+    EXPECT_THAT(driver.asked, ElementsAre("ping", "stop")) << "the server is not started";
     EXPECT_EQ(job().state, imageFails ? JobState::failed : JobState::completedWithErrors);
     EXPECT_EQ(isSaid("Failed to notify JOB:JMSUCCESS to Job Manager."), imageFails) << "kept: an ended job stays so";
     EXPECT_TRUE(forceFull()) << "kept: whatever failed";

@@ -23,6 +23,7 @@ class Restore : public MySqlSBTRestoreUtils {
 
   std::vector<std::string> asked;
   int stopResult = 0, startResult = 0, pingResult = 0;
+  int pingError = 0;  // of the ping before the stop, which fails when this is set
   std::function<void()> atStop = [] {};
 
  protected:
@@ -36,8 +37,12 @@ class Restore : public MySqlSBTRestoreUtils {
     return startResult;
   }
   int pingServer() override {
+    const bool isFirst = asked.empty();
     asked.emplace_back("ping");
-    return pingResult;
+    if (!isFirst || pingError == 0) return isFirst ? 0 : pingResult;
+    session_.iErrorCode = pingError;
+    session_.strErrorString = "no";
+    return -1;
   }
 };
 
@@ -102,6 +107,24 @@ class RestoreTest : public DriverTest {
   }
 
   std::map<std::uint32_t, std::string> options_;
+};
+
+/// Runs whole restores.
+class RestoreDriver : public RestoreTest {
+ protected:
+  int restore(Restore& driver) {
+    EXPECT_EQ(initialize(driver), 0);
+    backend_.log().clear();
+    testing::internal::CaptureStdout();
+    const int result = driver.sbtRestoreToTime();
+    testing::internal::GetCapturedStdout();
+    driver.cleanUp();
+    return result;
+  }
+  bool isWorkingCopyGone() const {
+    const std::string runs = backend_.directory() + "/results/DZ_JobResults/2/0/RST";
+    return !std::filesystem::exists(runs) || std::filesystem::is_empty(runs);
+  }
 };
 
 }  // namespace orrery::test
