@@ -8,6 +8,7 @@
 
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZPlatformInfo.h"
+#include "orrery/platform/FXString.h"
 #include "orrery/platform/services.h"
 
 #include "sbt/directory_users.h"
@@ -64,7 +65,7 @@ int MySqlSBTRestoreUtils::stopForRestore() {
   if (!answers && isRefusal(session_.iErrorCode)) {
     // The stop takes whoever does not answer it for a server that is down.
     const std::string why = "the server answered and refused the agent: " + std::to_string(session_.iErrorCode) + " " +
-                            session_.strErrorString;
+                            FXString::Trim(session_.strErrorString);
     event_.Error(tag, "the server is not stopped: %s", why.c_str());
     return failJob(sbt::causeServerNotStopped, {why + "; " + untouched()});
   }
