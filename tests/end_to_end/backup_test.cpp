@@ -285,10 +285,12 @@ TEST_F(BackupTest, ByAnAccountThatDoesNotSeeAllDatabasesTakesNoneOutOfTheContent
 
 TEST_F(BackupTest, RefusesWhatItCannotDoWithoutAJob) {
   EXPECT_TRUE(failedWith(run(backup({"--subclient", "none"})), "the instance db has no subclient none"));
-  ASSERT_EQ(run({"instance", "set", "db", "--meb", "on"}).exitStatus, 0);
-  EXPECT_TRUE(failedWith(run(backup()), "enterprise backups are not offered by this version"));
   EXPECT_THAT(runJson({"job", "list"})["jobs"], IsEmpty());
   EXPECT_TRUE(failedWith(run({"job", "show", "7"}), "there is no job 7"));
+  // Turned on without the program's folder.
+  ASSERT_EQ(run({"instance", "set", "db", "--meb", "on"}).exitStatus, 0);
+  EXPECT_TRUE(failedWith(run(backup()), "properties of the instance could not be obtained"));
+  EXPECT_EQ(job(1)["state"], "failed");
 }
 
 }  // namespace
