@@ -43,7 +43,7 @@ std::vector<platform::ArchiveFile> imagesFor(Context& context, const RestorePlan
   return images;
 }
 
-/// Where the server keeps its data was noted by the last backup; a server that answers can still be asked.
+/// Where the server keeps its data: a server that answers is asked; for one that is down, the last backup noted it.
 void findDirectory(Context& context, RestorePlan& plan) {
   const std::string id = std::to_string(plan.instance.id);
   if (!plan.isIntoServer()) {
