@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Enterprise backup and restore through the whole chain (the command, supervision, the stand-in for mysqlbackup, the media
 # library) beside mariadb-backup streaming to and from a file on the same data, in turn; and the agent's peak memory.
-# usage: bench/enterprise_chain.sh BUILD-FOLDER [MIB [PAIRS]]      on a release build; default 2048 MiB, 3 pairs
+# usage: bench/enterprise_chain.sh BUILD-FOLDER [MIB [PAIRS]]      on a release build; default 2048 MiB, 5 pairs
 set -euo pipefail
 build=$(cd "$1" && pwd)
 mib=${2:-2048}
-pairs=${3:-3}
+pairs=${3:-5}
 cd "$(dirname "$0")/.."
 agent="$build/tools/orrery_mysql/orrery-mysql"
 
@@ -28,14 +28,19 @@ sql 'CREATE DATABASE bench; CREATE TABLE bench.t (id INT PRIMARY KEY AUTO_INCREM
 for ((filled = 0; filled < mib; filled += 64)); do
   sql "INSERT INTO bench.t (a, b) SELECT RANDOM_BYTES(1000), RANDOM_BYTES(1000) FROM bench.seq_1_to_30000"
 done
+"$agent" setting set MySQL.bManualServerStart 1 >/dev/null
 sql 'SET GLOBAL innodb_max_dirty_pages_pct = 0'
 until [ "$(sql "SELECT variable_value < 100 FROM information_schema.global_status WHERE variable_name = 'Innodb_buffer_pool_pages_dirty'")" = 1 ]; do sleep 1; done
 
+raw=0 ours=0  # milliseconds of the last pair
 now() { date +%s%N; }
-# timed NAME COMMAND...: leaves the milliseconds in the variable NAME.
+# timed NAME COMMAND...: leaves the milliseconds in the variable NAME. What an earlier one left to be written is not its
+# cost; and a virtual machine that gives freed memory back to its host has done so by then, so that all begin alike.
 timed() {
   local name=$1 begin
   shift
+  sync
+  sleep 5
   begin=$(now)
   "$@"
   printf -v "$name" '%d' $((($(now) - begin) / 1000000))
@@ -65,22 +70,33 @@ raw_restore() {
   rm -r "$place/unpacked"
   chown -R "$ACCOUNT:" "$place/raw"
 }
-ratios() { sort -n | awk '{ r[NR] = $1 } END { printf "%.2f to %.2f, median %.2f\n", r[1], r[NR], r[int((NR + 1) / 2)] }'; }
+# in_turn NAME RAW OURS...: adds a line with the ratio to the variable NAME. Which of the two comes first changes from pair
+# to pair.
+in_turn() {
+  local -n lines=$1
+  local other=$2
+  shift 2
+  ((pair % 2 == 0)) || timed raw "$other"
+  timed ours "$@"
+  ((pair % 2)) || timed raw "$other"
+  lines+=$(awk "BEGIN { print $raw / $ours }")$'\n'
+}
+ratios() { grep . | sort -n | awk '{ r[NR] = $1 } END { printf "%.2f to %.2f, median %.2f\n", r[1], r[NR], r[int((NR + 1) / 2)] }'; }
 
-backups= restores=
+backups="" folders="" servers=""
 for ((pair = 1; pair <= pairs; pair++)); do
-  timed raw raw_backup
-  timed ours watched "$agent" backup db
-  backups+=$(awk "BEGIN { print $raw / $ours }")$'\n'
-  printf 'backup  %2d: chain %6d ms, file %6d ms\n' "$pair" "$ours" "$raw"
-  timed raw raw_restore
-  timed ours watched "$agent" restore db --to-time now --into "$place/ours"
-  restores+=$(awk "BEGIN { print $raw / $ours }")$'\n'
-  printf 'restore %2d: chain %6d ms, file %6d ms\n' "$pair" "$ours" "$raw"
-  rm -rf "$place/raw" "$place/ours" "$place/raw.xb" "$ORRERY_HOME"/media/*
+  in_turn backups raw_backup watched "$agent" backup db
+  printf 'backup            %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
+  in_turn folders raw_restore watched "$agent" restore db --to-time now --into "$place/ours"
+  printf 'into a folder     %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
+  rm -rf "$place/raw" "$place/ours"
+  in_turn servers raw_restore watched "$agent" restore db --to-time now
+  printf 'into the server   %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
+  rm -rf "$place/raw" "$place/raw.xb" "$place"/home/media/*
+  scripts/mariadb_sandbox start "$place/db"
 done
-printf 'throughput of the chain, of that of the file: backup '
-printf '%s' "$backups" | ratios
-printf 'throughput of the chain, of that of the file: restore '
-printf '%s' "$restores" | ratios
+echo 'throughput of the chain, of that of the file:'
+echo "backup                   $(ratios <<<"$backups")"
+echo "restore into a folder    $(ratios <<<"$folders")"
+echo "restore into the server  $(ratios <<<"$servers") (its stop is part of it)"
 echo "peak memory of the agent: $peak KiB"

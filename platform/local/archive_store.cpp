@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <exception>
-#include <memory>
 
 #include "archive_chain.h"
 #include "image_name.h"
 #include "image_reader.h"
 #include "media_folder.h"
+#include "page_buffer.h"
 
 namespace orrery::platform::local {
 namespace {
@@ -24,7 +24,7 @@ void checkImage(const media::MediaFolder& folder, const ArchiveFile& file, const
   if (static_cast<int>(reader.header().level) != file.level)
     throw MediaFailure("the image " + media::printable(file.name) + " is of another level than the archive says");
   if (!query.reads) return;
-  const std::unique_ptr<char[]> block(new char[reader.blockSize()]);
+  const media::PageBuffer block = media::pageBuffer(reader.blockSize());
   // Asking costs a look into the store.
   constexpr std::uint64_t betweenQuestions = std::uint64_t{64} << 20;
   std::uint64_t unasked = betweenQuestions;

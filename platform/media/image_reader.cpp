@@ -77,7 +77,7 @@ ImageReader::ImageReader(OwnFd file, const std::string& name, std::size_t blockS
                        " bytes, which is no whole number of blocks of " + std::to_string(blockSize_) +
                        "; read it in the blocks of " + std::to_string(contents_.header.blockSize) +
                        " bytes that it was written in");
-  if (chunkSize_ != blockSize_) staged_.reset(new char[chunkSize_]);
+  if (chunkSize_ != blockSize_) staged_ = pageBuffer(chunkSize_);
   ::posix_fadvise(file_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "image_format.h"
 #include "media_folder.h"
+#include "page_buffer.h"
 
 namespace orrery::media {
 
@@ -42,7 +41,7 @@ class ImageReader {
   const ImageContents contents_;
   const std::size_t blockSize_;
   const std::size_t chunkSize_;
-  std::unique_ptr<char[]> staged_;  ///< the current chunk; none when a block is a chunk
+  PageBuffer staged_;  ///< the current chunk; none when a block is a chunk
   std::size_t stagedBytes_ = 0;
   std::size_t taken_ = 0;  ///< of what is staged
   std::uint64_t nextChunk_ = 0;

@@ -27,7 +27,7 @@ ImageWriter::ImageWriter(const MediaFolder& folder, std::string fileName, const 
       file_(folder.create()),
       blockSize_(header.blockSize),
       chunkSize_(chunkSizeOf(header.blockSize)) {
-  if (chunkSize_ > blockSize_) staged_.reset(new char[chunkSize_]);
+  if (chunkSize_ > blockSize_) staged_ = pageBuffer(chunkSize_);
   const std::string bytes = encodeHeader(header);
   trailer_.headerSum = checksum(bytes.data(), bytes.size());
   put(bytes.data(), bytes.size());

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "image_format.h"
 #include "media_folder.h"
+#include "page_buffer.h"
 
 namespace orrery::media {
 
@@ -32,7 +31,7 @@ class ImageWriter {
   TemporaryFile file_;
   const std::size_t blockSize_;
   const std::size_t chunkSize_;
-  std::unique_ptr<char[]> staged_;  ///< blocks of the chunk to come; none when a block is a chunk
+  PageBuffer staged_;  ///< blocks of the chunk to come; none when a block is a chunk
   std::size_t stagedBytes_ = 0;
   std::string table_;
   ImageTrailer trailer_;

@@ -6,13 +6,12 @@ using namespace orrery::platform;
 
 int ArMgrClientAPI::getArchFileListByTime(const GetArchFileListByTimeArgs_t& query,
                                           std::vector<ArchFileListByTimeElement_t>& files, std::string& errorText) {
-  constexpr int onlyLook = 2;
   ChainQuery wanted;
   wanted.backupSetId = query.backupSetId;
   wanted.applicationType = query.applicationType;
   wanted.from = query.fromTime;
   wanted.to = query.toTime;
-  wanted.reads = query.flag != onlyLook;
+  wanted.reads = query.reads;
   wanted.isStopped = query.isStopped;
   std::vector<ArchiveFile> chain;
   const Status status = services().archive->restoreChain(wanted, chain);

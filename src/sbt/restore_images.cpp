@@ -16,7 +16,6 @@ namespace {
 
 constexpr const char* tag = "MySqlSBTRestoreUtils::getBackupImages";
 constexpr int forRestoreToTime = 1;
-constexpr int forLookAgain = 2;
 
 /// The last full image and what follows it: what stands before it has no part in the chain.
 auto chainOf(const std::vector<ArchFileListByTimeElement_t>& found) {
@@ -32,6 +31,9 @@ bool MySqlSBTRestoreUtils::findImageQuery(GetArchFileListByTimeArgs_t& query) co
   query.applicationType = kMySqlApplicationType;
   query.flag = forRestoreToTime;
   query.toTime = params_.restoreTime;
+  // A folder that is filled replaces nothing, and each image is checked while it is applied: reading it twice would
+  // only take its time.
+  query.reads = restoreToServer_;
   query.isStopped = [this] { return isToStop(); };
   return application.getBackupSetId(query.backupSetId) == 0;
 }
@@ -41,7 +43,7 @@ std::string MySqlSBTRestoreUtils::whyNotInPlace(const std::vector<ArchFileListBy
   std::vector<ArchFileListByTimeElement_t> found;
   std::string reason;
   if (!findImageQuery(query)) return "the instance has no backup set any more";
-  query.flag = forLookAgain;
+  query.reads = false;
   query.toTime = images.back().creationTime;  // what was made since is no part of this restore
   if (ArMgrClientAPI::getArchFileListByTime(query, found, reason) != 0) return reason;
   const bool isSame = std::equal(chainOf(found), found.cend(), images.begin(), images.end(),

@@ -155,6 +155,11 @@ TEST_F(EnterpriseTest, AnImageThatCannotBeReadLeavesTheServerAlone) {
   bytes[bytes.size() / 2] = static_cast<char>(~bytes[bytes.size() / 2]);
   writeFile(file, bytes);
   refused("damaged");
+  // A folder replaces nothing: its images are read once, while they are applied.
+  const ProgramResult into = run({"restore", "db", "--to-time", time, "--into", directory_ / "folder"});
+  EXPECT_TRUE(failedWith(into, "An image could not be restored"));
+  EXPECT_THAT(into.errors, HasSubstr("its data are damaged"));
+  EXPECT_EQ(lastJob()["state"], "failed");
 }
 
 TEST_F(EnterpriseTest, ServerThatIsDownIsRestoredAndLeftDownWhenAskedTo) {

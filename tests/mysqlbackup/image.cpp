@@ -45,7 +45,7 @@ void tellAmount(const char* what, std::uint64_t blocks) {
 
 ImageWriter::ImageWriter(Media& media, const std::string& name, const ImageFacts& facts, const Faults& faults,
                          const Ending& ending)
-    : media_(media), faults_(faults), ending_(ending), facts_(facts), block_(new char[blockSize]) {
+    : media_(media), faults_(faults), ending_(ending), facts_(facts), block_(media::pageBuffer(blockSize)) {
   media_.create(name, blockSize);
 }
 
@@ -78,7 +78,7 @@ void ImageWriter::writeBlock(std::size_t size, bool last) {
 }
 
 ImageReader::ImageReader(Media& media, const std::string& name, const Faults& faults, const Ending& ending)
-    : media_(media), name_(name), faults_(faults), ending_(ending), block_(new char[blockSize]) {
+    : media_(media), name_(name), faults_(faults), ending_(ending), block_(media::pageBuffer(blockSize)) {
   media_.open(name, blockSize);
   readBlock();
 }

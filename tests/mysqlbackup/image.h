@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "child_program.h"
 #include "faults.h"
 #include "media.h"
+#include "page_buffer.h"
 
 namespace orrery::standin {
 
@@ -44,7 +44,7 @@ class ImageWriter {
   const Faults& faults_;
   const Ending& ending_;
   ImageFacts facts_;
-  const std::unique_ptr<char[]> block_;
+  const media::PageBuffer block_;
   std::uint64_t index_ = 0;
   std::size_t rest_ = 0;  ///< of the stream, in the block
   bool open_ = true;
@@ -69,7 +69,7 @@ class ImageReader {
   const Faults& faults_;
   const Ending& ending_;
   ImageFacts facts_;
-  const std::unique_ptr<char[]> block_;
+  const media::PageBuffer block_;
   std::uint64_t index_ = 0;
   std::size_t length_ = 0;
   bool last_ = false;

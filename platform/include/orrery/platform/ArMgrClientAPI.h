@@ -13,11 +13,11 @@
 struct GetArchFileListByTimeArgs_t {
   unsigned long backupSetId = 0;
   int applicationType = 0;
-  /// 1: what a restore to `toTime` needs. 2: the same of images that were read shortly before, which are only looked
-  /// at.
-  int flag = 0;
+  int flag = 0;               ///< 1: what a restore to `toTime` needs, the one question that this backend is asked
   std::int64_t fromTime = 0;  ///< seconds since the epoch
   std::int64_t toTime = 0;
+  /// False: the images' data are not read, for a caller that destroys nothing or had them read shortly before.
+  bool reads = true;
   /// Asked some times a second while images are checked, may be empty: once true, the answer is a failure.
   std::function<bool()> isStopped;
 };
@@ -40,7 +40,7 @@ struct ArchFileListByTimeElement_t {
 class ORRERY_PLATFORM_EXPORT ArMgrClientAPI {
  public:
   /// The images that together give what was protected at `toTime`, in the order in which they are to be applied. Each
-  /// has been read from its first byte to its last, unless `flag` says otherwise. 0 and none in `files` when there are
+  /// is there and has been read as `reads` says. 0 and none in `files` when there are
   /// none; otherwise a code of services.h, with the reason in `errorText`, and `files` as it was.
   static int getArchFileListByTime(const GetArchFileListByTimeArgs_t& query,
                                    std::vector<ArchFileListByTimeElement_t>& files, std::string& errorText);

@@ -340,7 +340,8 @@ struct ChainQuery {
   int applicationType = 0;
   std::int64_t from = 0;  ///< seconds since the epoch, as ArchiveFile::created
   std::int64_t to = 0;
-  bool reads = true;  ///< false: header and trailer only, of images that were read shortly before
+  bool reads =
+      true;  ///< false: header and trailer only, for a caller that destroys nothing or had them read shortly before
   /// Asked some times a second, may be empty: once true, the answer is a failure.
   std::function<bool()> isStopped;
 };
