@@ -6,6 +6,9 @@
 #include <ctime>
 #include <filesystem>
 
+#include "orrery/platform/home.h"
+#include "orrery/platform/instance_properties.h"
+
 #include "command_fixture.h"
 
 namespace orrery::test {
@@ -57,6 +60,17 @@ class EnterpriseTest : public CommandTest {
   }
   ProgramResult runWith(const std::string& fault, const std::vector<std::string>& arguments) const {
     return run(arguments, {.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault}});
+  }
+  /// As if the image were larger than any disk, for those who ask its record.
+  void enlarge(const std::string& image) const {
+    std::shared_ptr<const platform::Services> services;
+    ASSERT_TRUE(platform::openHome(home(), services).ok());
+    std::vector<platform::ArchiveFile> records;
+    ASSERT_TRUE(services->archive->findFiles(platform::property::applicationTypeMySql, image, records).ok());
+    ASSERT_EQ(records.size(), 1U);
+    records[0].size = std::int64_t{1} << 60;
+    platform::Id id = 0;
+    ASSERT_TRUE(services->archive->addFile(records[0], id).ok());
   }
   /// Waits until a job has moved something.
   bool moves(int id) const {
@@ -124,9 +138,15 @@ TEST_F(EnterpriseTest, PlanChangesNothing) {
   EXPECT_EQ(plan["owner"], server_.account() + ":" + server_.account());
   EXPECT_EQ(plan["server_answers"], true);
   EXPECT_EQ(plan["images"].size(), 1U);
+  EXPECT_GE(plan["bytes_needed"], 1 << 20);
+  EXPECT_GE(plan["bytes_freed"], plan["bytes_needed"]) << "the data are still there";
+  EXPECT_GT(plan["bytes_free"], 0);
   EXPECT_EQ(runJson({"job", "list"})["jobs"].size(), 1U);
   EXPECT_FALSE(server_.hasEnded());
   EXPECT_EQ(checksum(), before);
+  EXPECT_EQ(run({"restore", "db", "--plan", "--to-time", time}).errors, "");
+  enlarge(plan["images"][0]["name"]);
+  EXPECT_THAT(run({"restore", "db", "--plan", "--to-time", time}).errors, HasSubstr("may not do: the full image has"));
   EXPECT_TRUE(failedWith(run({"restore", "db", "--plan", "--to-time", "2001-01-01T00:00:00Z"}), "no image was made"));
   EXPECT_TRUE(refusedUsage(run({"restore", "db", "--plan", "--to-time", "2026-01-01 10:00"}), "is no time"));
 }

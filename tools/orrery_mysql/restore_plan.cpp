@@ -64,6 +64,12 @@ void findDirectory(Context& context, RestorePlan& plan) {
   }
 }
 
+std::string spaceText(const Space& space) {
+  std::string text = amountText(static_cast<double>(space.free)) + " are free";
+  if (space.freed > 0) text += ", " + amountText(static_cast<double>(space.freed)) + " more once the folder is emptied";
+  return text;
+}
+
 void lookAtDirectory(RestorePlan& plan) {
   std::error_code error;
   for (std::filesystem::directory_iterator entry(plan.directory, error), end; !error && entry != end;
@@ -75,6 +81,14 @@ void lookAtDirectory(RestorePlan& plan) {
     throw Failure("nothing is restored into " + plan.directory, "the folder is not empty",
                   "empty it or choose another one");
   }
+}
+
+/// A word of warning and no refusal: how far a file system compresses is not to be known.
+void lookAtSpace(Context& context, RestorePlan& plan) {
+  plan.space = spaceAt(plan.directory, plan.isIntoServer());
+  if (plan.space.usable() >= plan.bytesNeeded()) return;
+  context.note("the space in " + plan.directory + " may not do: the full image has " +
+               amountText(static_cast<double>(plan.bytesNeeded())) + ", and " + spaceText(plan.space));
 }
 
 /// Whether the server runs. One that hangs, or does not let the agent in, cannot be told from one that is down by those
@@ -167,6 +181,7 @@ RestorePlan planRestore(Context& context, const RestoreRequest& request) {
   findDirectory(context, plan);
   requireApartFromServers(context, plan);
   lookAtDirectory(plan);
+  lookAtSpace(context, plan);
   return plan;
 }
 
@@ -177,6 +192,9 @@ Json toJson(const RestorePlan& plan) {
   document["into_server"] = plan.isIntoServer();
   document["directory"] = plan.directory;
   document["entries_removed"] = plan.entries;
+  document["bytes_needed"] = plan.bytesNeeded();
+  document["bytes_free"] = plan.space.free;
+  document["bytes_freed"] = plan.space.freed;
   document["owner"] = plan.user.empty() ? Json(nullptr) : Json(plan.user + ":" + plan.group);
   document["images"] = Json::array();
   for (const platform::ArchiveFile& image : plan.images) document["images"].push_back(imageDocument(image));
@@ -196,6 +214,7 @@ Table toTable(const RestorePlan& plan) {
       {"to", timeText(plan.request.toTime * 1000000) + ", as of " + timeText(plan.images.back().created * 1000000)});
   if (plan.isIntoServer()) table.add({"server", plan.serverAnswers ? "answers, is stopped" : "does not answer"});
   table.add({"folder", plan.directory + " " + contentOf(plan)});
+  table.add({"space", spaceText(plan.space)});
   for (const platform::ArchiveFile& image : plan.images) {
     table.add({"image", std::string(levelText(image.level)) + " of " + timeText(image.created * 1000000) + ", " +
                             amountText(static_cast<double>(image.size)) + ", read and found whole: " + image.name});

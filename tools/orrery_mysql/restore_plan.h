@@ -6,6 +6,7 @@
 #include "orrery/platform/services.h"
 
 #include "enterprise_restore.h"
+#include "restore_space.h"
 
 namespace orrery::tool {
 
@@ -19,10 +20,13 @@ struct RestorePlan {
   std::string user, group;  ///< whose the files will be; empty: not known
   bool serverAnswers = false;
   std::size_t entries = 0;  ///< in the directory, which go
+  Space space;
   bool manualStart = false;
   std::string startCommand;  ///< empty: the default one
   long startWait = 0;        ///< seconds
 
+  /// The least that the data will take: what their full image holds. File systems that compress may need less.
+  std::uint64_t bytesNeeded() const noexcept { return static_cast<std::uint64_t>(images.front().size); }
   bool isIntoServer() const noexcept { return !request.into; }
 };
 

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace orrery::tool {
+
+/// What is free for this account where a restore writes, in bytes, and what it frees there before it does. Something
+/// that cannot be looked at counts as nothing free.
+struct Space {
+  std::uint64_t free = 0;
+  std::uint64_t freed = 0;
+
+  std::uint64_t usable() const noexcept { return free + freed; }
+};
+
+/// `directory` need not be there yet. `isEmptied`: its files go first.
+Space spaceAt(const std::string& directory, bool isEmptied);
+
+}  // namespace orrery::tool
