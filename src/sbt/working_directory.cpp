@@ -19,7 +19,7 @@ const char* folderOf(DZJobType type) {
     case DZJobType::backup:
       return "DZ_JobResults/2/0/BKP";
     case DZJobType::restore:
-      return "DZ_JobResults/2/0/RST";
+      return kRestoreResultsFolder;
     default:
       return nullptr;
   }

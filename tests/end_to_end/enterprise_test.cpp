@@ -301,6 +301,15 @@ TEST_F(EnterpriseFailureTest, KilledAgentIsFollowedByASecondTry) {
   const Json made = backup();
   EXPECT_EQ(made["state"], "succeeded");
   EXPECT_THAT(images(), testing::Contains(made["image"]["name"].get<std::string>()));
+
+  RunningProgram restore = start({"restore", "db", "--yes", "--to-time", timeOf(made)}, "slow:200");
+  ASSERT_TRUE(moves(3));
+  ::kill(restore.pid(), SIGKILL);
+  EXPECT_EQ(restore.wait().signal, SIGKILL);
+  const std::string copies = home() + "/results/DZ_JobResults/2/0/RST";
+  EXPECT_THAT(namesIn(copies), Not(IsEmpty()));
+  EXPECT_EQ(restoreTo(timeOf(made))["state"], "succeeded") << lastJob();
+  EXPECT_THAT(namesIn(copies), IsEmpty());
 }
 
 }  // namespace

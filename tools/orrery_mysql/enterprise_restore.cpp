@@ -1,5 +1,9 @@
 #include "enterprise_restore.h"
 
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZRestoreTask.h"
 
@@ -16,6 +20,31 @@
 
 namespace orrery::tool {
 namespace {
+
+bool hasDied(Context& context, platform::Id instance) {
+  constexpr std::size_t most = 100;
+  std::vector<platform::JobRecord> jobs;
+  require(context.services().jobs->list(most, jobs), "the jobs cannot be listed");
+  return std::any_of(jobs.begin(), jobs.end(), [&](const platform::JobRecord& job) {
+    return job.type == platform::JobType::restore && job.instanceId == instance && stateOf(context, job) == "died";
+  });
+}
+
+/// The unpacked copy of the data of a restore that was killed: the next one may need the space. With the instance's
+/// lock held no other restore works in such a folder.
+void removeLeftCopies(Context& context, const platform::InstanceRecord& instance) {
+  namespace fs = std::filesystem;
+  if (!hasDied(context, instance.id)) return;
+  std::error_code error;
+  for (fs::directory_iterator run(fs::path(context.resultsDirectory()) / kRestoreResultsFolder, error), end;
+       !error && run != end; run.increment(error)) {
+    const fs::path left = run->path() / std::to_string(instance.id);
+    std::error_code problem;
+    fs::remove_all(left, problem);
+    if (problem) context.note(left.native() + ", of a restore that was killed, is not removed: " + problem.message());
+    fs::remove(run->path(), problem);  // others may have begun in the same second
+  }
+}
 
 void writeTask(Context& context, long long job, const RestorePlan& plan) {
   const std::string client = std::to_string(plan.instance.clientId);
@@ -67,7 +96,9 @@ void runRestore(Context& context, const RestoreRequest& request) {
     context.print(toJson(plan), toTable(plan));
     return;
   }
-  const WorkLock lock(context, findInstance(context, request.instance));
+  const platform::InstanceRecord instance = findInstance(context, request.instance);
+  const WorkLock lock(context, instance);
+  removeLeftCopies(context, instance);
   const RestorePlan plan = planRestore(context, request);
   requireConsent(plan);
   const std::string title = "the restore of " + plan.instance.name + " failed";

@@ -39,6 +39,10 @@ class MySqlSBTUtils;
 /// What a job does, as the drivers tell it.
 enum class DZJobType : std::uint32_t { none = 0, backup = 1, restore = 2 };
 
+/// Below the agent's folder for job results, the folder of all restores: TIME/INSTANCE-ID is that of one run, which it
+/// removes at its end. What is there of a process that was killed may hold a whole copy of the data.
+inline constexpr const char* kRestoreResultsFolder = "DZ_JobResults/2/0/RST";
+
 /// Application type of MySQL in the suite.
 inline constexpr int kMySqlApplicationType = 104;
 
