@@ -46,9 +46,11 @@ Status ArchiveStore::addFile(const ArchiveFile& file, Id& id) {
     Statement(*database_, "DELETE FROM archive_files WHERE application_type = ? AND name = ?")
         .with(file.applicationType, file.name)
         .run();
+    // An incremental image stands on the newest one, whatever the clock said meanwhile.
     Statement(*database_,
               "INSERT INTO archive_files (backup_set_id, subclient_id, job_id, application_type, level, name, created, "
-              "size) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")
+              "size, base_id) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, CASE WHEN ?5 = 1 THEN 0 ELSE coalesce((SELECT "
+              "max(id) FROM archive_files WHERE backup_set_id = ?1 AND application_type = ?4), 0) END)")
         .with(file.backupSetId, file.subclientId, file.jobId, file.applicationType, file.level, file.name, file.created,
               file.size)
         .run();
@@ -87,12 +89,33 @@ Status ArchiveStore::findFiles(int applicationType, const std::string& name, std
   return filesWhere("application_type = ? AND name = ? ORDER BY id", files, applicationType, name);
 }
 
+/// Applying an image to data that it does not stand on fails half way, or loses what lies between.
+Status ArchiveStore::checkLinks(const std::vector<ArchiveFile>& chain) {
+  return database_->read("look what the images stand on", [&] {
+    for (std::size_t i = 1; i < chain.size(); ++i) {
+      Statement statement(*database_, "SELECT base_id FROM archive_files WHERE id = ?");
+      statement.with(chain[i].id);
+      const Id base = statement.next() ? static_cast<Id>(statement.integer(0)) : 0;
+      // Images of before this was noted tell nothing.
+      if (base == 0 || base == chain[i - 1].id) continue;
+      throw Failure(Status::failure(
+          "the image " + media::printable(chain[i].name) + " does not stand on " + media::printable(chain[i - 1].name) +
+          ", the one before it: what lies between them is missing, or has another time; choose "
+          "a time before it was made"));
+    }
+  });
+}
+
 Status ArchiveStore::restoreChain(const ChainQuery& query, std::vector<ArchiveFile>& files) {
   std::vector<ArchiveFile> found;
-  if (Status status = listFiles(query.backupSetId, query.applicationType, query.from, query.to, found); !status.ok())
+  // In the order in which they were entered, which is that of their making also when the clock was set back.
+  if (Status status = filesWhere("backup_set_id = ? AND application_type = ? AND created BETWEEN ? AND ? ORDER BY id",
+                                 found, query.backupSetId, query.applicationType, query.from, query.to);
+      !status.ok())
     return status;
   if (found.empty()) return Status::notFound("no image was made between the two times");
   if (!keepChain(found)) return Status::notFound("no full image was made between the two times");
+  if (Status status = checkLinks(found); !status.ok()) return status;
   try {
     const media::MediaFolder folder(mediaFolder_);
     for (const ArchiveFile& file : found) checkImage(folder, file, query);

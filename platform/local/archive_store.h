@@ -28,6 +28,7 @@ class ArchiveStore final : public ArchiveManager {
   Status restoreChain(const ChainQuery& query, std::vector<ArchiveFile>& files) override;
 
  private:
+  Status checkLinks(const std::vector<ArchiveFile>& chain);
   template <class... Values>
   Status filesWhere(const char* condition, std::vector<ArchiveFile>& files, const Values&... values);
 

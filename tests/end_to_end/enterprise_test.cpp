@@ -61,16 +61,23 @@ class EnterpriseTest : public CommandTest {
   ProgramResult runWith(const std::string& fault, const std::vector<std::string>& arguments) const {
     return run(arguments, {.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault}});
   }
-  /// As if the image were larger than any disk, for those who ask its record.
-  void enlarge(const std::string& image) const {
+  std::shared_ptr<const platform::Services> store() const {
     std::shared_ptr<const platform::Services> services;
-    ASSERT_TRUE(platform::openHome(home(), services).ok());
+    EXPECT_TRUE(platform::openHome(home(), services).ok());
+    return services;
+  }
+  platform::ArchiveFile recordOf(const std::string& image) const {
     std::vector<platform::ArchiveFile> records;
-    ASSERT_TRUE(services->archive->findFiles(platform::property::applicationTypeMySql, image, records).ok());
-    ASSERT_EQ(records.size(), 1U);
-    records[0].size = std::int64_t{1} << 60;
+    EXPECT_TRUE(store()->archive->findFiles(platform::property::applicationTypeMySql, image, records).ok());
+    return records.at(0);
+  }
+  void enter(const platform::ArchiveFile& record) const {
     platform::Id id = 0;
-    ASSERT_TRUE(services->archive->addFile(records[0], id).ok());
+    ASSERT_TRUE(store()->archive->addFile(record, id).ok());
+  }
+  ProgramResult restore(const std::string& time, std::vector<std::string> more = {}) const {
+    more.insert(more.begin(), {"restore", "db", "--yes", "--to-time", time});
+    return run(more);
   }
   /// Waits until a job has moved something.
   bool moves(int id) const {
@@ -145,8 +152,10 @@ TEST_F(EnterpriseTest, PlanChangesNothing) {
   EXPECT_FALSE(server_.hasEnded());
   EXPECT_EQ(checksum(), before);
   EXPECT_EQ(run({"restore", "db", "--plan", "--to-time", time}).errors, "");
-  enlarge(plan["images"][0]["name"]);
-  EXPECT_THAT(run({"restore", "db", "--plan", "--to-time", time}).errors, HasSubstr("may not do: the full image has"));
+  platform::ArchiveFile record = recordOf(plan["images"][0]["name"]);
+  record.size = std::int64_t{1} << 60;
+  enter(record);
+  EXPECT_TRUE(failedWith(restore(time), "there is no room"));
   EXPECT_TRUE(failedWith(run({"restore", "db", "--plan", "--to-time", "2001-01-01T00:00:00Z"}), "no image was made"));
   EXPECT_TRUE(refusedUsage(run({"restore", "db", "--plan", "--to-time", "2026-01-01 10:00"}), "is no time"));
 }
@@ -180,6 +189,51 @@ TEST_F(EnterpriseTest, AnImageThatCannotBeReadLeavesTheServerAlone) {
   EXPECT_TRUE(failedWith(into, "An image could not be restored"));
   EXPECT_THAT(into.errors, HasSubstr("its data are damaged"));
   EXPECT_EQ(lastJob()["state"], "failed");
+}
+
+TEST_F(EnterpriseTest, ImagesThatDoNotStandOnEachOtherLeaveTheServerAlone) {
+  backup();
+  const Json second = backup("incremental");
+  write(10);
+  const std::string last = timeOf(backup("incremental"));
+  const platform::ArchiveFile record = recordOf(second["image"]["name"]);
+  ASSERT_TRUE(store()->archive->removeFile(record.id).ok());
+  EXPECT_TRUE(failedWith(restore(last), "does not stand on"));
+  EXPECT_FALSE(server_.hasEnded());
+
+  // A run that broke off leaves open whether the server counts its image as the last backup.
+  EXPECT_NE(runWith("stream:1", {"backup", "db"}).exitStatus, 0);
+  platform::ArchiveFile left = recordOf(images().back());
+  left.jobId = lastJob()["id"];
+  enter(left);
+  const ProgramResult next = run({"--format", "json", "backup", "db", "--level", "incremental"});
+  EXPECT_THAT(next.errors, HasSubstr("did not end well"));
+  EXPECT_EQ(Json::parse(next.output)["image"]["level"], "full");
+}
+
+TEST_F(EnterpriseTest, DataOutsideTheDataDirectoryAreNotTouched) {
+  const std::string outside = directory_ / "outside";
+  std::filesystem::create_directory(outside);
+  std::filesystem::permissions(outside, std::filesystem::perms::all);
+  server_.execute("create table shop.away (id int) engine=innodb data directory='" + outside + "'");
+  const std::string time = timeOf(backup());
+  EXPECT_TRUE(failedWith(restore(time), outside));
+  EXPECT_FALSE(server_.hasEnded());
+  server_.execute("drop table shop.away");
+  EXPECT_TRUE(failedWith(restore(time, {"--into", directory_ / "folder"}), outside)) << "the image holds it";
+  EXPECT_THAT(namesIn(outside + "/shop"), IsEmpty());
+}
+
+TEST_F(EnterpriseTest, FolderOfAnotherIsNotEmptied) {
+  const std::string time = timeOf(backup());
+  server_.crash();
+  const std::string folder = directory_ / "photographs";
+  std::filesystem::create_directory(folder);
+  writeFile(folder + "/holiday", "beach");
+  ASSERT_TRUE(
+      store()->inventory->writeProperties(1, {{platform::property::dataDirOwner, "datadir:" + folder + ";"}}).ok());
+  EXPECT_TRUE(failedWith(restore(time), "holds nothing that a server writes"));
+  EXPECT_THAT(namesIn(folder), ElementsAre("holiday"));
 }
 
 TEST_F(EnterpriseTest, ServerThatIsDownIsRestoredAndLeftDownWhenAskedTo) {

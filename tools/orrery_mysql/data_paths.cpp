@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <map>
+#include <system_error>
 #include <utility>
 
 #include "orrery/mysql/MySqlHelperClassesExt.h"
@@ -113,10 +114,18 @@ Table toTable(const std::vector<DataPath>& paths) {
   return table;
 }
 
-void noteDataDirectory(ServerSession& server) {
+std::string noteDataDirectory(ServerSession& server) {
   const std::string directory = readDataPaths(server).dataDirectory;
   server.run("the data directory is not noted of",
              [&](GetMySqlInfo& session) { return session.setDataPathsToARDB(directory); });
+  return directory;
+}
+
+bool isSameFolder(const std::string& one, const std::string& other) {
+  std::error_code error;
+  if (std::filesystem::equivalent(one, other, error)) return true;
+  const auto plain = [](const std::string& path) { return std::filesystem::path(path + "/").lexically_normal(); };
+  return plain(one) == plain(other);
 }
 
 }  // namespace orrery::tool

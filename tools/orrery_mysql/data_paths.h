@@ -36,8 +36,11 @@ Json toJson(const DataPath& path);
 /// Columns: kind, path, owner, origin.
 Table toTable(const std::vector<DataPath>& paths);
 
-/// Keeps with the instance where its server has its data, and whose they are, for the time when no server can be asked.
-/// Throws Failure.
-void noteDataDirectory(ServerSession& server);
+/// Keeps with the instance where its server has its data, and whose they are, for the time when no server can be asked;
+/// the directory, as the server tells it. Throws Failure.
+std::string noteDataDirectory(ServerSession& server);
+
+/// Whether two paths are of one folder, by whatever links; a folder that is not there is known by its path.
+bool isSameFolder(const std::string& one, const std::string& other);
 
 }  // namespace orrery::tool

@@ -12,6 +12,7 @@
 #include "images.h"
 #include "interrupt.h"
 #include "job_text.h"
+#include "outside_paths.h"
 #include "server_session.h"
 #include "subclient_lookup.h"
 #include "time_text.h"
@@ -27,6 +28,20 @@ constexpr std::uint32_t ownerNotKnown = 0x57000104;
 constexpr int full = 1;
 constexpr int incremental = 2;
 
+const platform::ArchiveFile& newest(const std::vector<platform::ArchiveFile>& images) {
+  return *std::max_element(images.begin(), images.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+}
+
+/// After a run that broke off nobody knows whether the server has noted the backup: the next incremental one may stand
+/// on that image or on the one before it.
+bool hasEndedWell(Context& context, long long job) {
+  platform::JobRecord record;
+  const platform::Status status = context.services().jobs->find(job, record);
+  if (status.code == platform::statusNotFound) return false;
+  require(status, "the job of the newest image cannot be looked up");
+  return record.state == platform::JobState::succeeded || record.state == platform::JobState::completedWithErrors;
+}
+
 /// The level that a backup of this one can have.
 int possibleLevel(Context& context, int level, const platform::InstanceRecord& instance,
                   const platform::SubclientRecord& subclient) {
@@ -38,6 +53,8 @@ int possibleLevel(Context& context, int level, const platform::InstanceRecord& i
     const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
     if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
       reason = "there is no full one to stand on";
+    else if (!hasEndedWell(context, newest(images).jobId))
+      reason = "the job of the newest image did not end well";
   }
   if (reason.empty()) return incremental;
   context.note("a full backup is made: " + reason);
@@ -59,6 +76,7 @@ void rememberDataDirectory(Context& context, EnterpriseJob& job, const platform:
   try {
     ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
     noteDataDirectory(server);
+    noteOutsidePaths(context, server, job.id());
   } catch (const Failure& failure) {
     job.addCause(ownerNotKnown, {failure.what()});
     context.note(failure.what());

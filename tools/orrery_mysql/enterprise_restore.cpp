@@ -7,6 +7,7 @@
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZRestoreTask.h"
 
+#include "data_paths.h"
 #include "enterprise_job.h"
 #include "failure.h"
 #include "images.h"
@@ -15,6 +16,7 @@
 #include "job_text.h"
 #include "restore_plan.h"
 #include "secrets.h"
+#include "server_session.h"
 #include "time_text.h"
 #include "work_lock.h"
 
@@ -66,7 +68,6 @@ void writeTask(Context& context, long long job, const RestorePlan& plan) {
 }
 
 void requireConsent(const RestorePlan& plan) {
-  if (!plan.isIntoServer() || !plan.request.asks) return;
   const std::string question = "The data of " + plan.instance.name + " in " + plan.directory +
                                " will be replaced by those of " + timeText(plan.images.back().created * 1000000) +
                                ". Go on?";
@@ -88,6 +89,16 @@ void printResult(Context& context, const platform::JobRecord& job, const Restore
   context.print(document, table);
 }
 
+/// A server whose configuration was changed while it was down answers with other data than the restored ones.
+void requireRestored(Context& context, const RestorePlan& plan) {
+  ServerSession server(context, std::to_string(plan.instance.id), ServerSession::LibraryMode{});
+  const std::string told = readDataPaths(server).dataDirectory;
+  if (isSameFolder(told, plan.directory)) return;
+  throw Failure("the server of " + plan.instance.name + " does not use what was restored",
+                "that is in " + plan.directory + ", and the server was started on " + told,
+                "correct the server's configuration, or restore once more while it answers");
+}
+
 }  // namespace
 
 void runRestore(Context& context, const RestoreRequest& request) {
@@ -97,10 +108,11 @@ void runRestore(Context& context, const RestoreRequest& request) {
     return;
   }
   const platform::InstanceRecord instance = findInstance(context, request.instance);
+  // Whoever is asked may be long in answering: nobody else is kept out meanwhile.
+  if (request.asks && !request.into) requireConsent(planRestore(context, request));
   const WorkLock lock(context, instance);
   removeLeftCopies(context, instance);
   const RestorePlan plan = planRestore(context, request);
-  requireConsent(plan);
   const std::string title = "the restore of " + plan.instance.name + " failed";
   platform::JobRecord record;
   record.type = platform::JobType::restore;
@@ -119,6 +131,7 @@ void runRestore(Context& context, const RestoreRequest& request) {
     if (rc != 0) job.fail(title);
     forgetInterrupt();  // it came too late
   }
+  if (plan.isIntoServer() && !plan.manualStart) requireRestored(context, plan);
   printResult(context, job.record(), plan);
 }
 

@@ -16,6 +16,7 @@
 #include "instance_lookup.h"
 #include "interrupt.h"
 #include "job_text.h"
+#include "outside_paths.h"
 #include "progress.h"
 #include "server_greeting.h"
 #include "server_session.h"
@@ -43,16 +44,33 @@ std::vector<platform::ArchiveFile> imagesFor(Context& context, const RestorePlan
   return images;
 }
 
+/// A restore fills one directory. What the images hold of elsewhere is written there over what a server may use, and
+/// what a server keeps elsewhere would stay and not fit.
+void requireInside(const RestorePlan& plan, const std::vector<std::string>& outside, const std::string& who) {
+  if (outside.empty()) return;
+  std::string all;
+  for (const std::string& path : outside) all += (all.empty() ? "" : ", ") + path;
+  throw Failure(plan.instance.name + " is not restored", who + " data outside the data directory: " + all,
+                "restore it with mysqlbackup by hand, which can be told where they go");
+}
+
+void lookAtOrigins(Context& context, const RestorePlan& plan) {
+  for (const platform::ArchiveFile& image : plan.images)
+    requireInside(plan, notedOutsidePaths(context, image.jobId), "the image " + image.name + " holds");
+}
+
 /// Where the server keeps its data: a server that answers is asked; for one that is down, the last backup noted it.
 void findDirectory(Context& context, RestorePlan& plan) {
   const std::string id = std::to_string(plan.instance.id);
+  std::string told;
   if (!plan.isIntoServer()) {
     plan.directory = *plan.request.into;
   } else if (plan.serverAnswers) {
     // It may have moved since the last backup.
     ServerSession server(context, id, ServerSession::LibraryMode{});
-    noteDataDirectory(server);
+    told = noteDataDirectory(server);
     plan.instance = findInstance(context, id);
+    requireInside(plan, outsidePaths(server), "the server keeps");
   }
   std::string directory;
   GetMySqlInfo::extractDataDir(plan.instance.properties[platform::property::dataDirOwner], directory, plan.user,
@@ -62,6 +80,12 @@ void findDirectory(Context& context, RestorePlan& plan) {
     throw Failure("it is not known where " + plan.instance.name + " keeps its data", "no backup has noted it",
                   "start the server and run orrery-mysql paths " + plan.instance.name);
   }
+  // What is noted takes a path apart at ";" and ":".
+  if (!told.empty() && !isSameFolder(told, plan.directory)) {
+    throw Failure(plan.instance.name + " is not restored",
+                  "its server keeps its data in " + told + ", which cannot be noted: " + plan.directory + " came of it",
+                  "restore into a folder, and move the files by hand");
+  }
 }
 
 std::string spaceText(const Space& space) {
@@ -70,25 +94,49 @@ std::string spaceText(const Space& space) {
   return text;
 }
 
+/// Files that servers make in their data directories, and those that a restore leaves when it breaks off.
+bool isOfServer(const std::string& name) {
+  static constexpr const char* begins[] = {
+      "ibdata", "ib_", "ibtmp",    "undo",    "aria_log", "mysql",    "xtrabackup_",
+      "backup", "#ib", "auto.cnf", "server-", "sys",      "mariadb_", "performance_schema"};
+  return std::any_of(std::begin(begins), std::end(begins),
+                     [&](const char* begin) { return name.starts_with(begin); }) ||
+         name.ends_with(".ibd");
+}
+
 void lookAtDirectory(RestorePlan& plan) {
   std::error_code error;
+  bool isServers = false;
+  bool isStrangers = false;
   for (std::filesystem::directory_iterator entry(plan.directory, error), end; !error && entry != end;
-       entry.increment(error))
+       entry.increment(error)) {
     ++plan.entries;
+    const std::string name = entry->path().filename();
+    isServers = isServers || isOfServer(name);
+    isStrangers = isStrangers || name != "lost+found";
+  }
   if (error && error != std::errc::no_such_file_or_directory)
     throw Failure("the folder " + plan.directory + " cannot be used", error.message());
+  if (plan.isIntoServer() && isStrangers && !isServers) {
+    throw Failure(plan.instance.name + " is not restored",
+                  plan.directory + ", which would be emptied, holds nothing that a server writes",
+                  "correct the instance's data directory, or empty that folder by hand");
+  }
   if (!plan.isIntoServer() && plan.entries != 0) {
     throw Failure("nothing is restored into " + plan.directory, "the folder is not empty",
                   "empty it or choose another one");
   }
 }
 
-/// A word of warning and no refusal: how far a file system compresses is not to be known.
 void lookAtSpace(Context& context, RestorePlan& plan) {
   plan.space = spaceAt(plan.directory, plan.isIntoServer());
   if (plan.space.usable() >= plan.bytesNeeded()) return;
-  context.note("the space in " + plan.directory + " may not do: the full image has " +
-               amountText(static_cast<double>(plan.bytesNeeded())) + ", and " + spaceText(plan.space));
+  const std::string why =
+      "the full image has " + amountText(static_cast<double>(plan.bytesNeeded())) + ", and " + spaceText(plan.space);
+  if (!plan.space.isCompressed)
+    throw Failure("there is no room in " + plan.directory + " for " + plan.instance.name, why,
+                  "make room, or choose another folder");
+  context.note("the room in " + plan.directory + " may not do: " + why);
 }
 
 /// Whether the server runs. One that hangs, or does not let the agent in, cannot be told from one that is down by those
@@ -178,6 +226,7 @@ RestorePlan planRestore(Context& context, const RestoreRequest& request) {
     plan.serverAnswers = answers(context, plan.instance);
     readStart(plan);
   }
+  lookAtOrigins(context, plan);
   findDirectory(context, plan);
   requireApartFromServers(context, plan);
   lookAtDirectory(plan);

@@ -1,9 +1,11 @@
 #include "restore_space.h"
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/vfs.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 namespace orrery::tool {
@@ -11,12 +13,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::uint64_t freeAt(fs::path place) {
+// File systems that can compress, by the numbers that statfs(2) tells: ZFS, btrfs, bcachefs, NTFS, a user's own.
+constexpr std::uint32_t compressing[] = {0x2FC12FC1, 0x9123683E, 0xCA451A4E, 0x5346544E, 0x65735546};
+
+Space freeAt(fs::path place) {
   std::error_code error;
   while (!fs::exists(place, error) && place.has_relative_path()) place = place.parent_path();
-  struct statvfs system {};
-  if (::statvfs(place.c_str(), &system) != 0) return 0;
-  return static_cast<std::uint64_t>(system.f_bavail) * system.f_frsize;
+  struct statfs system {};
+  if (::statfs(place.c_str(), &system) != 0) return {};
+  Space space;
+  space.free = static_cast<std::uint64_t>(system.f_bavail) * static_cast<std::uint64_t>(system.f_bsize);
+  space.isCompressed = std::any_of(std::begin(compressing), std::end(compressing), [&](std::uint32_t type) {
+    return type == static_cast<std::uint32_t>(system.f_type);
+  });
+  return space;
 }
 
 /// As the file system counts it, holes left out.
@@ -30,8 +40,7 @@ std::uint64_t occupiedBy(const fs::path& file) {
 }  // namespace
 
 Space spaceAt(const std::string& directory, bool isEmptied) {
-  Space space;
-  space.free = freeAt(directory);
+  Space space = freeAt(directory);
   if (!isEmptied) return space;
   std::error_code error;
   for (fs::recursive_directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error), end;

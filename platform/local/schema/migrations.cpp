@@ -163,6 +163,9 @@ CREATE INDEX archive_files_name ON archive_files (name);
 )sql",
                                  R"sql(
 ALTER TABLE subclients ADD COLUMN force_full INTEGER NOT NULL DEFAULT 0;
+)sql",
+                                 R"sql(
+ALTER TABLE archive_files ADD COLUMN base_id INTEGER NOT NULL DEFAULT 0;
 )sql"};
 
 std::int64_t pragma(Database& database, const char* question) {
