@@ -42,20 +42,38 @@ bool hasEndedWell(Context& context, long long job) {
   return record.state == platform::JobState::succeeded || record.state == platform::JobState::completedWithErrors;
 }
 
+/// By another record of the same server: what the server counts as its last backup is that one then.
+bool isOvertaken(Context& context, const platform::InstanceRecord& instance, platform::Id newestImage) {
+  const auto socketOf = [](const platform::InstanceRecord& record) {
+    const auto socket = record.properties.find(platform::property::socketFile);
+    return socket == record.properties.end() ? std::string() : socket->second;
+  };
+  std::vector<platform::InstanceRecord> records;
+  require(context.services().inventory->listInstances(records), "the inventory cannot be read");
+  return std::any_of(records.begin(), records.end(), [&](const platform::InstanceRecord& other) {
+    if (other.id == instance.id || socketOf(other).empty() || socketOf(other) != socketOf(instance)) return false;
+    const std::vector<platform::ArchiveFile> images = imagesOf(context, other);
+    return !images.empty() && newest(images).id > newestImage;
+  });
+}
+
+/// Why an incremental backup would have nothing to stand on; empty when it has.
+std::string whyNotIncremental(Context& context, const platform::InstanceRecord& instance,
+                              const platform::SubclientRecord& subclient) {
+  if (subclient.forceFull) return "its images were restored since the last one";
+  const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
+  if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
+    return "there is no full one to stand on";
+  if (!hasEndedWell(context, newest(images).jobId)) return "the job of the newest image did not end well";
+  if (isOvertaken(context, instance, newest(images).id)) return "another record of this server was backed up since";
+  return {};
+}
+
 /// The level that a backup of this one can have.
 int possibleLevel(Context& context, int level, const platform::InstanceRecord& instance,
                   const platform::SubclientRecord& subclient) {
   if (level != incremental) return level;
-  std::string reason;
-  if (subclient.forceFull) {
-    reason = "its images were restored since the last one";
-  } else {
-    const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
-    if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
-      reason = "there is no full one to stand on";
-    else if (!hasEndedWell(context, newest(images).jobId))
-      reason = "the job of the newest image did not end well";
-  }
+  const std::string reason = whyNotIncremental(context, instance, subclient);
   if (reason.empty()) return incremental;
   context.note("a full backup is made: " + reason);
   return full;
