@@ -18,6 +18,12 @@
 
 namespace orrery::test {
 
+inline std::string joined(const std::vector<std::string>& texts) {
+  std::string line;
+  for (const std::string& text : texts) line += (line.empty() ? "" : ", ") + text;
+  return line;
+}
+
 /// What a driver sees of its base.
 class Driver : public MySqlSBTUtils {
  public:
