@@ -7,55 +7,20 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 #include <gmock/gmock.h>
 
-#include "orrery/platform/DbSessionServer.h"
-#include "orrery/platform/SbtMessages.h"
 #include "orrery/platform/SessionClient.h"
 
 #include "media_test.h"
 #include "support/program.h"
+#include "support/session_recorder.h"
 
 namespace orrery::test {
 namespace {
 
 using ::testing::ElementsAre;
-
-class Recorder final : public DBAgentUtils::DzDbAgentSessionHandler {
- public:
-  CKyError OnClientConnect(CDzNetwork*, long long, CDzNetworkServer*) override { return add("connect"); }
-  CKyError OnClientMsg(CDzNetwork*, DznHandle_t, unsigned long code, dzsDatabuf_v2* data, CDzNetworkServer*) override {
-    if (code == sbtProgressCode) {
-      const auto* const message = static_cast<const SbtProgressMessage*>(data->getDataBuffer());
-      add("progress " + std::string(message->backupFileName) + " " + std::to_string(message->bytes) + " " +
-          std::to_string(message->files) + " " + std::to_string(message->phase) +
-          (message->jobId == 17 && message->threadId > 0 ? "" : " of nobody"));
-      return refuse ? CKyError(14, "not now") : CKyError();
-    }
-    const auto* const message = static_cast<const SbtStatusMessage*>(data->getDataBuffer());
-    return add((code == sbtRunCode ? "run " : "status ") + std::to_string(message->status));
-  }
-  CKyError OnClientDisconnect(CDzNetwork*, unsigned long, CDzNetworkServer*) override { return add("disconnect"); }
-  std::uint32_t GetIdleTimeoutMaxCount() override { return 5; }
-
-  std::vector<std::string> seen() const {
-    const std::lock_guard held(mutex_);
-    return seen_;
-  }
-  std::atomic<bool> refuse{false};
-
- private:
-  CKyError add(std::string what) {
-    const std::lock_guard held(mutex_);
-    seen_.push_back(std::move(what));
-    return {};
-  }
-  mutable std::mutex mutex_;
-  std::vector<std::string> seen_;
-};
 
 class AgentTest : public MediaTest {
  protected:
@@ -87,7 +52,7 @@ class AgentTest : public MediaTest {
     return count;
   }
 
-  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+  std::shared_ptr<SessionRecorder> recorder_ = std::make_shared<SessionRecorder>();
   std::optional<platform::ScopedServices> installed_;
   std::optional<DBAgentUtils::DbSessionServer> server_;
   std::thread thread_;
@@ -109,6 +74,7 @@ TEST_F(AgentTest, ARunIsToldFromItsBeginToItsEndWithSumsOverAllImages) {
               ElementsAre("connect", "run 0", "status 0", "progress one 3000 1 1", "status 1", "status 0",
                           "progress two 3500 2 1", "status 1", "status 0", "progress one 6500 3 2", "status 1",
                           "status 0", "status 2", "disconnect"));
+  EXPECT_EQ(recorder_->progressJob(), 17);
 }
 
 TEST_F(AgentTest, AFastRunIsToldEvery64MiBAndNotPerBlock) {
@@ -125,7 +91,7 @@ TEST_F(AgentTest, AFastRunIsToldEvery64MiBAndNotPerBlock) {
 
 TEST_F(AgentTest, ARefusalIsLoggedOnceAndTheRunGoesOn) {
   serve();
-  recorder_->refuse = true;
+  recorder_->refusesProgress = true;
   OpenSession session(library_);
   for (const char* name : {"one", "two", "three"}) ASSERT_EQ(session.put(name, "x", 1), 0U);
   EXPECT_EQ(timesInLog("the agent refuses a message: not now"), 1U);

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <map>
 
+#include <gmock/gmock.h>
+
 #include "media_test.h"
 
 namespace orrery::test {
@@ -16,6 +18,9 @@ namespace {
 
 using namespace media;
 namespace fs = std::filesystem;
+using testing::_;
+using testing::ElementsAre;
+using testing::FieldsAre;
 
 using LibraryTest = MediaTest;
 
@@ -51,15 +56,9 @@ TEST_F(LibraryTest, AnImageIsEnteredWithItsJobAndPlace) {
   setThreadCommandLine("-j 17 -a " + std::to_string(instance_) + ":0 -at 104 -t 2");
   OpenSession session(library_);
   ASSERT_EQ(session.put("1_17_5", pattern(3000), 1000), 0U) << session.error();
-  const auto found = records("1_17_5");
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0].backupSetId, backupSet_);
-  EXPECT_EQ(found[0].subclientId, subclient_);
-  EXPECT_EQ(found[0].jobId, 17);
-  EXPECT_EQ(found[0].level, 2);
-  EXPECT_EQ(found[0].applicationType, 104);
-  EXPECT_EQ(found[0].size, 3000);
-  EXPECT_NEAR(static_cast<double>(found[0].created), static_cast<double>(::time(nullptr)), 60);
+  const std::int64_t now = ::time(nullptr);
+  EXPECT_THAT(records("1_17_5"), ElementsAre(FieldsAre(_, backupSet_, subclient_, 17, 104, 2, "1_17_5",
+                                                       testing::AllOf(testing::Ge(now - 60), testing::Le(now)), 3000)));
   struct stat status {};
   ASSERT_EQ(::stat((media() + "/1_17_5").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600U);
@@ -103,9 +102,8 @@ TEST_F(LibraryTest, PlacesComeFromTheEnvironment) {
       continue;
     }
     ASSERT_EQ(code, 0U) << session.error();
-    ASSERT_EQ(records(test.what).size(), 1U);
-    EXPECT_EQ(records(test.what)[0].subclientId, test.subclient);
-    EXPECT_EQ(records(test.what)[0].backupSetId, test.subclient == 0 ? 0 : backupSet_);
+    EXPECT_THAT(records(test.what),
+                ElementsAre(FieldsAre(_, test.subclient == 0 ? 0 : backupSet_, test.subclient, _, _, _, _, _, _)));
   }
 }
 
@@ -331,22 +329,21 @@ TEST_F(LibraryTest, DamageIsRefused) {
   EXPECT_EQ(session.restore("image", size), 7501U);
   writeFile(path, good.substr(0, 4096) + good.substr(4096 + size));
   EXPECT_EQ(session.restore("image", size), 7501U) << "a block is missing";
-  for (std::size_t at = 0; at < 4096; at += 61) {
+  const auto damage = [&](std::size_t at, int bits) {
     std::string bad = good;
-    bad[at] = static_cast<char>(bad[at] ^ 1);
+    bad[at] = static_cast<char>(bad[at] ^ bits);
     writeFile(path, bad);
+  };
+  for (std::size_t at = 0; at < 4096; at += 61) {
+    damage(at, 1);
     EXPECT_EQ(session.restore("image", size), 7501U) << at;
   }
   for (std::size_t at = good.size() - 80; at < good.size(); ++at) {
-    std::string bad = good;
-    bad[at] = static_cast<char>(bad[at] ^ 128);
-    writeFile(path, bad);
+    damage(at, 128);
     EXPECT_EQ(session.restore("image", size), 7501U) << at;
   }
   // In the data: what lies before is handed out, the chunk with the damage is not, and nothing behind it.
-  std::string bad = good;
-  bad[4096 + 4 * size] = static_cast<char>(bad[4096 + 4 * size] ^ 1);
-  writeFile(path, bad);
+  damage(4096 + 4 * size, 1);
   EXPECT_EQ(session.get("image", size, back), 7501U);
   EXPECT_TRUE(back == text.substr(0, 3 * size));
   EXPECT_NE(session.error().find("damaged between the bytes 240000 and 400000"), std::string::npos) << session.error();

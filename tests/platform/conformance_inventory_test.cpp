@@ -1,5 +1,7 @@
 #include <limits>
 
+#include <gmock/gmock.h>
+
 #include "orrery/platform/instance_properties.h"
 
 #include "fixtures.h"
@@ -8,6 +10,10 @@ namespace orrery::test {
 namespace {
 
 using namespace platform;
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::FieldsAre;
+using ::testing::Gt;
 
 class InventoryConformance : public Conformance {
  protected:
@@ -34,16 +40,12 @@ class InventoryConformance : public Conformance {
 INSTANTIATE_TEST_SUITE_P(Backends, InventoryConformance, ::testing::ValuesIn(bothBackends()), nameOfBackend);
 
 TEST_P(InventoryConformance, PutClientAddsThenChangesTheOwnOneToo) {
-  EXPECT_EQ(own().name, "thisclient");
-  EXPECT_GT(own().id, 0U);
-  EXPECT_EQ(own().applicationType, 0);
+  EXPECT_THAT(own(), FieldsAre(Gt(0U), "thisclient", 0));
   const Id first = put("cloud", platform::property::clientTypeCloudDatabase);
   EXPECT_EQ(put("cloud", 0), first);
-  Client byName;
-  ASSERT_TRUE(succeeded(inventory().findClient("cloud", byName)));
-  EXPECT_EQ(byName.id, first);
-  EXPECT_EQ(byName.applicationType, 0);
-  EXPECT_EQ(got<Client>([&](Client& out) { return inventory().findClient(first, out); }).name, "cloud");
+  const auto isFirst = FieldsAre(first, "cloud", 0);
+  EXPECT_THAT(got<Client>([&](Client& out) { return inventory().findClient("cloud", out); }), isFirst);
+  EXPECT_THAT(got<Client>([&](Client& out) { return inventory().findClient(first, out); }), isFirst);
   EXPECT_EQ(put(own().name, 1), own().id);
   EXPECT_EQ(own().applicationType, 1);
 }
@@ -85,26 +87,14 @@ TEST_P(InventoryConformance, UnknownThingsAreNotFoundAndOutputsStay) {
 }
 
 TEST_P(InventoryConformance, InstanceComesWithItsDefaults) {
-  const Id id =
-      addInstance("db1", {{platform::property::saUser, "root"}, {"odd key", std::string("a\0b\nc'\"\xff", 8)}});
-  InstanceRecord record = instance(id);
-  EXPECT_EQ(record.id, id);
-  EXPECT_EQ(record.name, "db1");
-  EXPECT_EQ(record.applicationType, platform::property::applicationTypeMySql);
-  EXPECT_EQ(record.properties.size(), 2U);
-  EXPECT_EQ(record.properties["odd key"], std::string("a\0b\nc'\"\xff", 8));
-
+  const std::map<std::string, std::string> properties{{platform::property::saUser, "root"},
+                                                      {"odd key", std::string("a\0b\nc'\"\xff", 8)}};
+  const Id id = addInstance("db1", properties);
+  EXPECT_THAT(instance(id), FieldsAre(id, own().id, platform::property::applicationTypeMySql, "db1", properties));
   std::vector<BackupSet> sets;
   ASSERT_TRUE(succeeded(inventory().listBackupSets(id, sets)));
-  ASSERT_EQ(sets.size(), 1U);
-  EXPECT_EQ(sets[0].name, "defaultBackupSet");
-  EXPECT_TRUE(sets[0].isDefault);
-  EXPECT_EQ(sets[0].instanceId, id);
-  const auto all = subclients(sets[0].id);
-  ASSERT_EQ(all.size(), 1U);
-  EXPECT_EQ(all[0].name, "default");
-  EXPECT_TRUE(all[0].isDefault);
-  EXPECT_EQ(all[0].backupSetId, sets[0].id);
+  ASSERT_THAT(sets, ElementsAre(FieldsAre(_, id, "defaultBackupSet", true)));
+  EXPECT_THAT(subclients(sets[0].id), ElementsAre(FieldsAre(_, sets[0].id, "default", true, false)));
 }
 
 TEST_P(InventoryConformance, InstanceNamesAreUniquePerClientAndApplication) {
@@ -172,9 +162,7 @@ TEST_P(InventoryConformance, SubclientsOfABackupSet) {
   EXPECT_TRUE(failed(inventory().addSubclient(set, "", again), statusInvalid));
   SubclientRecord record;
   ASSERT_TRUE(succeeded(inventory().findSubclient(id, record)));
-  EXPECT_EQ(record.name, "nightly");
-  EXPECT_EQ(record.backupSetId, set);
-  EXPECT_FALSE(record.isDefault);
+  EXPECT_THAT(record, FieldsAre(id, set, "nightly", false, false));
   ASSERT_TRUE(succeeded(inventory().putContent(id, {{120, "shop", 1, 2, true}})));
   ASSERT_TRUE(succeeded(inventory().removeSubclient(id)));
   EXPECT_TRUE(failed(inventory().removeSubclient(id), statusNotFound));
@@ -191,13 +179,7 @@ TEST_P(InventoryConformance, ContentIsReplacedByTypeAndName) {
   ASSERT_TRUE(succeeded(inventory().removeContent(subclient, 7, {"a", "never was there"})));
   std::vector<ContentEntry> content;
   ASSERT_TRUE(succeeded(inventory().listContent(subclient, content)));
-  ASSERT_EQ(content.size(), 2U);
-  EXPECT_EQ(content[0].name, "a");
-  EXPECT_EQ(content[0].size, 20);
-  EXPECT_EQ(content[1].name, "b");
-  EXPECT_EQ(content[1].size, -1);
-  EXPECT_EQ(content[1].created, 300);
-  EXPECT_FALSE(content[1].autoDiscovered);
+  EXPECT_THAT(content, ElementsAre(FieldsAre(120, "a", 20, 200, false), FieldsAre(120, "b", -1, 300, false)));
 }
 
 }  // namespace

@@ -1,12 +1,19 @@
 #include <limits>
 #include <thread>
 
+#include <gmock/gmock.h>
+
 #include "fixtures.h"
 
 namespace orrery::test {
 namespace {
 
 using namespace platform;
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::Field;
+using ::testing::FieldsAre;
+using ::testing::Ge;
 
 class JobConformance : public Conformance {
  protected:
@@ -53,26 +60,17 @@ TEST_P(JobConformance, StartChoosesIdTimeAndState) {
   EXPECT_LE(job.started, services_->clock->now());
   EXPECT_EQ(job.finished, 0);
   EXPECT_FALSE(job.quitRequested);
-
-  const JobRecord restore = find(start(JobType::restore));
-  EXPECT_EQ(restore.type, JobType::restore);
-  EXPECT_EQ(restore.instanceId, 5U);
-  EXPECT_EQ(restore.subclientId, 6U);
-  EXPECT_EQ(restore.level, 2);
-  EXPECT_EQ(restore.processId, 4711);
+  EXPECT_THAT(find(start(JobType::restore)),
+              FieldsAre(_, JobType::restore, 5U, 6U, 2, JobState::running, 0, _, 0, 0, 0, 0, 0, false, 4711));
 }
 
 TEST_P(JobConformance, ListIsNewestFirstAndBounded) {
   const long long first = start();
   const long long second = start();
   const long long third = start();
-  const auto latest = list(2);
-  ASSERT_EQ(latest.size(), 2U);
-  EXPECT_EQ(latest[0].id, third);
-  EXPECT_EQ(latest[1].id, second);
-  const auto all = list(std::numeric_limits<std::size_t>::max());
-  ASSERT_EQ(all.size(), 3U);
-  EXPECT_EQ(all[2].id, first);
+  const auto is = [](long long id) { return Field(&JobRecord::id, id); };
+  EXPECT_THAT(list(2), ElementsAre(is(third), is(second)));
+  EXPECT_THAT(list(std::numeric_limits<std::size_t>::max()), ElementsAre(is(third), is(second), is(first)));
   EXPECT_TRUE(list(0).empty());
 }
 
@@ -104,15 +102,10 @@ TEST_P(JobConformance, CausesKeepOrderAndArguments) {
   ASSERT_TRUE(succeeded(jobs().addCause(id, {0xffffffff, 6, 7, {"b", "", std::string("a\0\n", 3)}, 0})));
   std::vector<PendingCause> causes;
   ASSERT_TRUE(succeeded(jobs().listCauses(id, causes)));
-  ASSERT_EQ(causes.size(), 2U);
-  EXPECT_EQ(causes[0].code, 0x57000034U);
-  EXPECT_EQ(causes[0].messageType, 300);
-  EXPECT_EQ(causes[0].time, 11);
-  EXPECT_TRUE(causes[0].arguments.empty());
-  EXPECT_EQ(causes[1].code, 0xffffffffU);
-  EXPECT_EQ(causes[1].severity, 6);
-  EXPECT_EQ(causes[1].arguments, (std::vector<std::string>{"b", "", std::string("a\0\n", 3)}));
-  EXPECT_GE(causes[1].time, find(id).started) << "a cause without a time gets one";
+  // A cause without a time gets one.
+  EXPECT_THAT(causes, ElementsAre(FieldsAre(0x57000034U, 0, 300, ElementsAre(), 11),
+                                  FieldsAre(0xffffffffU, 6, 7, ElementsAre("b", "", std::string("a\0\n", 3)),
+                                            Ge(find(id).started))));
 }
 
 TEST_P(JobConformance, EventsAreKeptWithTheirJob) {
@@ -122,15 +115,9 @@ TEST_P(JobConformance, EventsAreKeptWithTheirJob) {
   ASSERT_TRUE(succeeded(sink.raise({Severity::information, 0x57000020, 0, {"a,b", "default"}})));
   ASSERT_TRUE(succeeded(sink.raise({Severity::major, 0x5700001c, id, {}})));
   ASSERT_TRUE(succeeded(sink.raise({Severity::minor, 1, 987654, {}}))) << "a job that another program knows";
-  const auto found = events(id);
-  ASSERT_EQ(found.size(), 2U);
-  EXPECT_EQ(found[0].severity, Severity::critical);
-  EXPECT_EQ(found[0].code, 0x57000056U);
-  EXPECT_EQ(found[0].jobId, id);
-  EXPECT_EQ(found[0].arguments, std::vector<std::string>{"why"});
-  EXPECT_EQ(found[1].severity, Severity::major);
-  ASSERT_EQ(events(0).size(), 1U);
-  EXPECT_EQ(events(0)[0].arguments, (std::vector<std::string>{"a,b", "default"}));
+  EXPECT_THAT(events(id), ElementsAre(FieldsAre(Severity::critical, 0x57000056U, id, ElementsAre("why")),
+                                      FieldsAre(Severity::major, 0x5700001cU, id, ElementsAre())));
+  EXPECT_THAT(events(0), ElementsAre(FieldsAre(Severity::information, 0x57000020U, 0, ElementsAre("a,b", "default"))));
 }
 
 TEST_P(JobConformance, CountersOfManyThreadsAddUp) {

@@ -2,12 +2,16 @@
 
 #include <chrono>
 
+#include <gmock/gmock.h>
+
 #include "fixtures.h"
 
 namespace orrery::test {
 namespace {
 
 using namespace platform;
+using ::testing::ElementsAre;
+using ::testing::FieldsAre;
 
 class ServiceConformance : public Conformance {
  protected:
@@ -159,15 +163,9 @@ TEST_P(ServiceConformance, IndexKeepsPathsInOrder) {
   ASSERT_TRUE(succeeded(index.addPaths(first, {{"/b", "b", 10, 20, 3}, {"/a", "a", 0, 0, 0}})));
   ASSERT_TRUE(succeeded(index.addPaths(second, {{"/c", "c", 1, 2, 4294967295U}})));
   ASSERT_TRUE(succeeded(index.addPaths({3, 9, 6, 1, ""}, {{"/d", "d", 0, 0, 0}})));
-  const auto ofOneJob = paths(5, 1);
-  ASSERT_EQ(ofOneJob.size(), 2U);
-  EXPECT_EQ(ofOneJob[0].path, "/b");
-  EXPECT_EQ(ofOneJob[0].size, 10);
-  EXPECT_EQ(ofOneJob[0].modified, 20);
-  EXPECT_EQ(ofOneJob[0].kind, 3U);
-  EXPECT_EQ(ofOneJob[1].name, "a");
-  ASSERT_EQ(paths(5, 0).size(), 3U);
-  EXPECT_EQ(paths(5, 0)[2].kind, 4294967295U);
+  const auto b = FieldsAre("/b", "b", 10, 20, 3U), a = FieldsAre("/a", "a", 0, 0, 0U);
+  EXPECT_THAT(paths(5, 1), ElementsAre(b, a));
+  EXPECT_THAT(paths(5, 0), ElementsAre(b, a, FieldsAre("/c", "c", 1, 2, 4294967295U)));
   EXPECT_TRUE(paths(5, 3).empty());
 }
 
@@ -232,19 +230,13 @@ TEST_P(ServiceConformance, ArchiveListsARangeOldestFirst) {
         succeeded(archive.addFile({999, 1, 2, 3, 104, 1, "file" + std::to_string(i), created[i], 1LL << 40}, ids[i])));
   Id other = 0;
   ASSERT_TRUE(succeeded(archive.addFile({0, 2, 2, 3, 104, 1, "other set", 200, 0}, other)));
-  const auto found = files(104, 100, 300);
-  ASSERT_EQ(found.size(), 3U);
-  EXPECT_EQ(found[0].id, ids[1]);
-  EXPECT_EQ(found[1].id, ids[2]);
-  EXPECT_EQ(found[2].name, "file0");
-  EXPECT_EQ(found[2].size, 1LL << 40);
-  EXPECT_EQ(found[2].jobId, 3);
+  const auto isFile = [&](int i) {
+    return FieldsAre(ids[i], 1U, 2U, 3, 104, 1, "file" + std::to_string(i), created[i], 1LL << 40);
+  };
+  EXPECT_THAT(files(104, 100, 300), ElementsAre(isFile(1), isFile(2), isFile(0)));
   std::vector<ArchiveFile> named;
   ASSERT_TRUE(succeeded(archive.findFiles(104, "file2", named)));
-  ASSERT_EQ(named.size(), 1U);
-  EXPECT_EQ(named[0].id, ids[2]);
-  EXPECT_EQ(named[0].backupSetId, 1U);
-  EXPECT_EQ(named[0].created, 200);
+  EXPECT_THAT(named, ElementsAre(isFile(2)));
   ASSERT_TRUE(succeeded(archive.findFiles(1, "file2", named)));
   EXPECT_TRUE(named.empty());
   ASSERT_TRUE(succeeded(archive.removeFile(ids[2])));
@@ -261,17 +253,10 @@ TEST_P(ServiceConformance, HoldersOfAReplicaAreKeptUntilTheyAreRemoved) {
   ASSERT_TRUE(succeeded(port.add({0, 6, {104, ""}, {}, "x", 0}, other)));
   EXPECT_NE(first, second);
   ASSERT_TRUE(succeeded(port.setCommand(first, {105, "boot:5"})));
-  const auto found = holders(5);
-  ASSERT_EQ(found.size(), 2U);
-  EXPECT_EQ(found[0].id, first);
-  EXPECT_EQ(found[0].instanceId, 5U);
-  EXPECT_EQ(found[0].process.id, 101);
-  EXPECT_EQ(found[0].process.start, "boot:1");
-  EXPECT_EQ(found[0].command.id, 105);
-  EXPECT_EQ(found[0].command.start, "boot:5");
-  EXPECT_EQ(found[0].commandLine, "tar -c \"a  b\"");
-  EXPECT_EQ(found[1].command.start, "boot:3");
-  EXPECT_EQ(found[1].since, 1LL << 50);
+  EXPECT_THAT(
+      holders(5),
+      ElementsAre(FieldsAre(first, 5U, FieldsAre(101, "boot:1"), FieldsAre(105, "boot:5"), "tar -c \"a  b\"", 7),
+                  FieldsAre(second, 5U, FieldsAre(102, "boot:2"), FieldsAre(103, "boot:3"), "", 1LL << 50)));
   ASSERT_TRUE(succeeded(port.remove(first)));
   EXPECT_TRUE(failed(port.remove(first), statusNotFound));
   EXPECT_TRUE(failed(port.setCommand(first, {1, ""}), statusNotFound));

@@ -16,11 +16,12 @@
 #include <thread>
 #include <utility>
 
-#include "orrery/platform/DbSessionServer.h"
 #include "orrery/platform/SessionClient.h"
 #include "orrery/platform/testing/test_backend.h"
 
 #include "fixtures.h"
+#include "support/program.h"
+#include "support/session_recorder.h"
 
 namespace orrery::test {
 namespace {
@@ -28,50 +29,22 @@ namespace {
 using namespace platform;
 using DBAgentUtils::DbSessionServer;
 
-/// Keeps what it is told; answers messages of one code with an error.
-class Recorder final : public DBAgentUtils::DzDbAgentSessionHandler {
+/// Sees to it that every message comes with its connection and with the server that it came to.
+class Recorder final : public SessionRecorder {
  public:
-  CKyError OnClientConnect(CDzNetwork*, long long session, CDzNetworkServer*) override {
-    return add("connect " + std::string(session == 0 ? "0" : "n"));
-  }
-  CKyError OnClientMsg(CDzNetwork* network, DznHandle_t handle, unsigned long msgType, dzsDatabuf_v2* data,
+  CKyError OnClientMsg(CDzNetwork* network, DznHandle_t handle, unsigned long code, dzsDatabuf_v2* data,
                        CDzNetworkServer* server) override {
     EXPECT_EQ(handle, network->handle());
     EXPECT_EQ(static_cast<DbSessionServer*>(server->GetCustomData())->handler().get(), this);
-    if (msgType == sbtProgressCode) {
-      const auto* const message = static_cast<const SbtProgressMessage*>(data->getDataBuffer());
-      return add(std::string("progress ") + (message->backupFileName == nullptr ? "NULL" : message->backupFileName) +
-                 " " + std::to_string(message->bytes) + " " + std::to_string(message->files));
-    }
-    if (msgType == sbtStatusCode || msgType == sbtRunCode)
-      return add("status " + std::to_string(static_cast<const SbtStatusMessage*>(data->getDataBuffer())->status));
-    add("unknown");
-    return {14, "no such message"};
+    return SessionRecorder::OnClientMsg(network, handle, code, data, server);
   }
-  CKyError OnClientDisconnect(CDzNetwork*, unsigned long, CDzNetworkServer*) override { return add("disconnect"); }
-  std::uint32_t GetIdleTimeoutMaxCount() override { return 5; }
-
-  std::vector<std::string> seen() const {
-    const std::lock_guard held(mutex_);
-    return seen_;
-  }
-
- private:
-  CKyError add(std::string what) {
-    const std::lock_guard held(mutex_);
-    seen_.push_back(std::move(what));
-    return {};
-  }
-  mutable std::mutex mutex_;
-  std::vector<std::string> seen_;
 };
 
-bool eventually(const std::function<bool()>& holds) {
-  for (int i = 0; i < 2000; ++i) {
-    if (holds()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return false;
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  return address;
 }
 
 class SessionServer : public ::testing::Test {
@@ -83,8 +56,11 @@ class SessionServer : public ::testing::Test {
   }
   void TearDown() override { stop(); }
 
-  void serve(DbSessionServer::IdleCallback idle = nullptr) {
+  void begin(DbSessionServer::IdleCallback idle = nullptr) {
     thread_ = std::thread([this, idle] { result_ = server_.StartSessionServer(service_, idle, 104); });
+  }
+  void serve(DbSessionServer::IdleCallback idle = nullptr) {
+    begin(idle);
     ASSERT_TRUE(server_.waitUntilListening(60'000));
     ASSERT_TRUE(isSocket());
   }
@@ -95,9 +71,7 @@ class SessionServer : public ::testing::Test {
   std::string path() const { return folder_ + "/" + service_ + ".sock"; }
   /// A socket as a process that was killed leaves it: bound and not served.
   static void leaveDeadSocket(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const sockaddr_un address = addressOf(path);
     const OwnFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
   }
@@ -107,11 +81,9 @@ class SessionServer : public ::testing::Test {
   }
   /// A connection below the protocol, for bytes that no client of ours sends.
   OwnFd rawConnection() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const sockaddr_un address = addressOf(path());
     OwnFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(waitUntil([&] {
       return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EISCONN;
     }));
     return fd;
@@ -134,6 +106,7 @@ std::string header(std::uint32_t code, std::uint32_t length, std::uint16_t versi
   return bytes;
 }
 
+const std::string aStatus = encodeMessage(SbtStatusMessage{});
 const std::string hello = header(1, 8) + std::string(8, '\0');
 
 TEST_F(SessionServer, MessagesReachTheHandlerAndAnswersTheClient) {
@@ -147,11 +120,11 @@ TEST_F(SessionServer, MessagesReachTheHandlerAndAnswersTheClient) {
   const Status refused = client.tell(77, "anything");
   EXPECT_EQ(refused.code, statusFailed);
   EXPECT_EQ(refused.text, "no such message");
-  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));  // the connection goes on
+  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, aStatus)));  // the connection goes on
   client.disconnect();
-  EXPECT_TRUE(eventually([&] { return recorder_->seen().size() == 7; }));
-  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect n", "status -3", "progress i m -1 7",
-                                                         "progress NULL 5 0", "unknown", "status 0", "disconnect"}));
+  EXPECT_TRUE(waitUntil([&] { return recorder_->seen().size() == 7; }));
+  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect", "run -3", "progress i m -1 7 1",
+                                                         "progress NULL 5 0 1", "unknown", "status 0", "disconnect"}));
   stop();
   EXPECT_FALSE(result_.isError()) << result_.text();
   EXPECT_FALSE(isSocket());
@@ -161,13 +134,12 @@ TEST_F(SessionServer, MalformedFrameEndsItsConnectionAndNoOther) {
   serve();
   SessionClient other;
   ASSERT_TRUE(succeeded(other.connect(folder_, service_, 1)));
-  const std::string status = encodeMessage(SbtStatusMessage{});
   const std::pair<const char*, std::string> cases[] = {
       {"wrong magic", "GET / HTTP/1.1\r\n\r\n"},
       {"wrong version", header(1, 8, 2)},
       {"huge length", hello + header(sbtStatusCode, 0xffffffff)},
       {"just too long", hello + header(sbtStatusCode, 65537)},
-      {"no hello", header(sbtStatusCode, static_cast<std::uint32_t>(status.size())) + status},
+      {"no hello", header(sbtStatusCode, static_cast<std::uint32_t>(aStatus.size())) + aStatus},
       {"short hello", header(1, 7) + std::string(7, '\0')},
       {"second hello", hello + hello},
       {"status with a byte more", hello + header(sbtStatusCode, 25) + std::string(25, '\0')},
@@ -185,7 +157,7 @@ TEST_F(SessionServer, MalformedFrameEndsItsConnectionAndNoOther) {
     while ((received = recv(raw.get(), answer, sizeof(answer), 0)) > 0) {
     }
     EXPECT_TRUE(received == 0 || errno == ECONNRESET) << name;
-    EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, status))) << name;
+    EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, aStatus))) << name;
   }
 }
 
@@ -203,7 +175,7 @@ TEST_F(SessionServer, ClientThatStopsInTheMiddleHoldsNobodyUpAndIsDropped) {
   EXPECT_EQ(recv(half.get(), answer, sizeof(answer), 0), 0);
   EXPECT_EQ(recv(silent.get(), answer, sizeof(answer), 0), 0);
   // One that has said all it wanted may be silent for as long as it likes.
-  EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  EXPECT_TRUE(succeeded(other.tell(sbtStatusCode, aStatus)));
 }
 
 TEST_F(SessionServer, FloodOfOneClientWhoTakesNoAnswersIsBoundedAndLeavesOthersAlone) {
@@ -223,7 +195,7 @@ TEST_F(SessionServer, FloodOfOneClientWhoTakesNoAnswersIsBoundedAndLeavesOthersA
   });
   SessionClient other;
   ASSERT_TRUE(succeeded(other.connect(folder_, service_, 1)));
-  for (int i = 0; i < 100; ++i) ASSERT_TRUE(succeeded(other.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(succeeded(other.tell(sbtStatusCode, aStatus)));
   flooding.join();
   EXPECT_LT(sent, 8U << 20);
 }
@@ -240,10 +212,9 @@ TEST_F(SessionServer, ThousandConnectionsAreServed) {
     clients.push_back(std::make_unique<SessionClient>());
     ASSERT_TRUE(succeeded(clients.back()->connect(folder_, service_, i))) << i;
   }
-  for (const auto& client : clients)
-    ASSERT_TRUE(succeeded(client->tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  for (const auto& client : clients) ASSERT_TRUE(succeeded(client->tell(sbtStatusCode, aStatus)));
   clients.clear();
-  EXPECT_TRUE(eventually([&] { return recorder_->seen().size() == 3000; })) << recorder_->seen().size();
+  EXPECT_TRUE(waitUntil([&] { return recorder_->seen().size() == 3000; })) << recorder_->seen().size();
 }
 
 TEST_F(SessionServer, ClientsWaitWhileDescriptorsAreShort) {
@@ -258,8 +229,8 @@ TEST_F(SessionServer, ClientsWaitWhileDescriptorsAreShort) {
   filling.pop_back();
   filling.pop_back();  // for the client's own end
   const OwnFd late = rawConnection();
-  EXPECT_TRUE(succeeded(early.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
-  EXPECT_TRUE(eventually([&] { return backend_.log().contains("cannot serve another client now"); }));
+  EXPECT_TRUE(succeeded(early.tell(sbtStatusCode, aStatus)));
+  EXPECT_TRUE(waitUntil([&] { return backend_.log().contains("cannot serve another client now"); }));
   filling.clear();
   ASSERT_GT(send(late.get(), hello.data(), hello.size(), MSG_NOSIGNAL), 0);
   char answer[64];
@@ -323,7 +294,7 @@ TEST_F(SessionServer, DeadSocketsOfOtherJobsAreRemovedAndNothingElse) {
   SessionClient client;
   ASSERT_TRUE(succeeded(client.connect(folder_, sessionServiceName(1), 1)));
   serve();
-  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+  EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, aStatus)));
   stop();
   std::set<std::string> left;
   for (const auto& entry : std::filesystem::directory_iterator(folder_)) left.insert(entry.path().filename());
@@ -335,13 +306,13 @@ TEST_F(SessionServer, DeadSocketsOfOtherJobsAreRemovedAndNothingElse) {
 TEST_F(SessionServer, CleanUpWaitsForNobodyWhoKeepsTheFolderLocked) {
   const OwnFd folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(folder.get(), LOCK_EX), 0);
-  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  begin();
   EXPECT_FALSE(server_.waitUntilListening(200));
   stop();
   EXPECT_EQ(result_.code(), ECANCELED);
   EXPECT_FALSE(server_.waitUntilListening(60'000));
   server_.prepare();
-  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  begin();
   ASSERT_EQ(flock(folder.get(), LOCK_UN), 0);
   EXPECT_TRUE(server_.waitUntilListening(60'000));
 }
@@ -349,7 +320,7 @@ TEST_F(SessionServer, CleanUpWaitsForNobodyWhoKeepsTheFolderLocked) {
 TEST_F(SessionServer, WhoWaitsForAServerThatCannotStartIsToldSo) {
   writeFile(path(), "not a socket", 0600);
   const auto begun = std::chrono::steady_clock::now();
-  thread_ = std::thread([this] { result_ = server_.StartSessionServer(service_, nullptr, 104); });
+  begin();
   EXPECT_FALSE(server_.waitUntilListening(60'000));
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
 }
@@ -361,8 +332,8 @@ TEST_F(SessionServer, CleanUpEndsServingWhateverClientsDoAndCountsForLaterStarts
   EXPECT_FALSE(server_.StartSessionServer(service_, nullptr, 104).isError());  // the name is served
   EXPECT_TRUE(server_.StartSessionServer("another", nullptr, 104).isError());
   stop();
-  EXPECT_EQ(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{})).code, statusUnavailable);
-  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect n"}));  // nobody is told of an end that we made
+  EXPECT_EQ(client.tell(sbtStatusCode, aStatus).code, statusUnavailable);
+  EXPECT_EQ(recorder_->seen(), (std::vector<std::string>{"connect"}));  // nobody is told of an end that we made
   EXPECT_EQ(server_.StartSessionServer(service_, nullptr, 104).code(), ECANCELED);
   server_.prepare();
   serve();
@@ -377,7 +348,7 @@ TEST_F(SessionServer, IdleIntervalsAreCountedUntilSomebodySpeaks) {
     ++static_cast<DbSessionServer*>(server)->idleTimeoutCount;
     ++idleTimes;
   });
-  EXPECT_TRUE(eventually([] { return idleTimes >= 3; }));
+  EXPECT_TRUE(waitUntil([] { return idleTimes >= 3; }));
   SessionClient client;
   ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
   EXPECT_LT(server_.idleTimeoutCount, static_cast<std::uint32_t>(idleTimes.load()));
@@ -389,14 +360,14 @@ TEST_F(SessionServer, EveryThingThatAClientDoesBeginsTheCountAnew) {
   SessionClient client;
   const std::pair<const char*, std::function<void()>> cases[] = {
       {"comes", [&] { ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1))); }},
-      {"speaks", [&] { ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{})))); }},
+      {"speaks", [&] { ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, aStatus))); }},
       {"is refused", [&] { ASSERT_TRUE(failed(client.tell(77, "anything"), statusFailed)); }},
       {"goes", [&] { client.disconnect(); }},
   };
   for (const auto& [what, act] : cases) {
     server_.idleTimeoutCount = 3;
     act();
-    EXPECT_TRUE(eventually([&] { return server_.idleTimeoutCount == 0; })) << what;
+    EXPECT_TRUE(waitUntil([&] { return server_.idleTimeoutCount == 0; })) << what;
   }
 }
 
@@ -415,9 +386,9 @@ TEST_F(SessionServer, ClientThatSpeaksWithinEveryIntervalNeverSeesItPass) {
     auto spoken = Clock::now();
     bool inTime = spoken - begun < interval;
     while (inTime && spoken - begun < 3 * interval) {
-      EXPECT_TRUE(eventually([&] { return Clock::now() - spoken >= interval / 2; }));
+      EXPECT_TRUE(waitUntil([&] { return Clock::now() - spoken >= interval / 2; }));
       const auto before = std::exchange(spoken, Clock::now());
-      ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, encodeMessage(SbtStatusMessage{}))));
+      ASSERT_TRUE(succeeded(client.tell(sbtStatusCode, aStatus)));
       inTime = Clock::now() - before < interval;
     }
     const int passed = idleTimes;

@@ -17,7 +17,6 @@ using Arguments = std::vector<std::string>;
 const std::string list =
     "--sbt-environment=DzSrcClientName=c 1,DzKycmdTokenFile=,DzMySQLSBTInstance=db1,"
     "ThreadCommandLine=-j 17 -a 3:4 -at 104 -t 2";
-const std::string listWithoutJob = "--sbt-environment=DzSrcClientName=,DzKycmdTokenFile=,DzMySQLSBTInstance=,";
 
 Arguments backupLine(const Arguments& middle, const std::string& environment = list) {
   Arguments line{"--defaults-file=/f",       "-u", "agent", "--socket=/s", "--sbt-lib-path=/l", "--backup-dir=/d",
@@ -50,24 +49,6 @@ TEST(MysqlbackupOptions, EverythingOfABackup) {
   EXPECT_THAT(options.environment,
               ElementsAre(Pair("DzSrcClientName", "c 1"), Pair("DzKycmdTokenFile", ""),
                           Pair("DzMySQLSBTInstance", "db1"), Pair("ThreadCommandLine", "-j 17 -a 3:4 -at 104 -t 2")));
-}
-
-TEST(MysqlbackupOptions, TheLeastOfABackup) {
-  const Options options = parseOptions(backupLine({}, listWithoutJob));
-  EXPECT_FALSE(options.incremental);
-  EXPECT_FALSE(options.locksNothing);
-  EXPECT_EQ(options.environment.size(), 3U);
-}
-
-TEST(MysqlbackupOptions, Restores) {
-  const Options all = parseOptions(restoreLine({"--defaults-file=/f"}, {"--incremental", "--datadir=/data x"}));
-  EXPECT_TRUE(all.restores);
-  EXPECT_TRUE(all.incremental);
-  EXPECT_EQ(all.defaultsFile, "/f");
-  EXPECT_EQ(all.dataDirectory, "/data x");
-  EXPECT_EQ(all.imageName, "3_17_5");
-  EXPECT_FALSE(parseOptions(restoreLine({}, {"--datadir=/x"})).incremental);
-  EXPECT_EQ(parseOptions(restoreLine({"--defaults-file=/f"}, {})).dataDirectory, "");
 }
 
 TEST(MysqlbackupOptions, EverythingElseIsRefused) {

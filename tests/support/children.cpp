@@ -55,6 +55,10 @@ int asOrdinaryUser(const std::function<int()>& body) {
   });
 }
 
+bool holdsForOrdinaryUser(const std::function<bool()>& condition) {
+  return asOrdinaryUser([&] { return condition() ? 0 : 1; }) == 0;
+}
+
 void inChildrenTogether(int children, const std::function<int(int)>& body) {
   // They begin together: each waits until the end of the pipe that the parent holds is closed.
   int gate[2];

@@ -14,6 +14,9 @@ int inChild(const std::function<int()>& body);
 /// Runs `body` in a child as an ordinary user: the calling one, or nobody when that is root.
 int asOrdinaryUser(const std::function<int()>& body);
 
+/// Whether `condition` holds there.
+bool holdsForOrdinaryUser(const std::function<bool()>& condition);
+
 /// Runs `body` in that many child processes at the same time, each with its number; all must return 0.
 void inChildrenTogether(int children, const std::function<int(int)>& body);
 

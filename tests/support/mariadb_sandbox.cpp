@@ -50,7 +50,6 @@ MariaDbSandbox::MariaDbSandbox(const Options& options) : MariaDbSandbox(Unstarte
   runScript(arguments);
   started_ = true;
   agentPassword_ = firstLine(directory_ + "/agent.password");
-  rootPassword_ = firstLine(directory_ + "/root.password");
   readState();
 }
 

@@ -36,7 +36,6 @@ class MariaDbSandbox {
   const std::string& account() const noexcept { return account_; }
   /// Of the MySQL account "agent", which may do everything.
   const std::string& agentPassword() const noexcept { return agentPassword_; }
-  const std::string& rootPassword() const noexcept { return rootPassword_; }
   const std::string& directory() const noexcept { return directory_; }
   std::string dataDirectory() const { return directory_ + "/data"; }
   /// Holds ca.pem, server-cert.pem, server-key.pem, client-cert.pem, client-key.pem and other-ca.pem, which signed none
@@ -70,7 +69,6 @@ class MariaDbSandbox {
   std::string socket_;
   std::string account_;
   std::string agentPassword_;
-  std::string rootPassword_;
   int port_ = 0;
   pid_t pid_ = -1;
   bool started_ = false;

@@ -5,13 +5,12 @@
 #include "support/backend_test.h"
 #include "support/temporary_directory.h"
 
+namespace orrery::test {
 namespace {
 
 using orrery::mysql::Dialect;
-using orrery::test::TemporaryDirectory;
-using orrery::test::writeFile;
 
-class DialectTest : public orrery::test::BackendTest {
+class DialectTest : public BackendTest {
  protected:
   bool learn(const std::string& statement, int errorNumber) {
     return dialect_.learn({bin_.path(), "mysql", statement, false, errorNumber, ""}, EvEvent(), "tag");
@@ -104,3 +103,4 @@ TEST_F(DialectTest, TakesTheSuccessorOfTheTlsOptionWhereAClientRejectsIt) {
 }
 
 }  // namespace
+}  // namespace orrery::test

@@ -1,5 +1,6 @@
 // What a backup protects, and what it tells and changes on the way there, in a table of situations.
 
+#include <cctype>
 #include <functional>
 #include <list>
 #include <map>
@@ -97,20 +98,21 @@ class World {
     const auto write = [&](std::uint32_t code, const std::vector<std::string>& arguments) {
       text << " " << std::hex << code << std::dec;
       for (const auto& argument : arguments) text << "|" << argument;
+      text << " ";
     };
     for (const auto& event : backend.events()) {
-      text << " event" << static_cast<int>(event.severity);
+      text << "event" << static_cast<int>(event.severity);
       write(event.code, event.arguments);
     }
     std::vector<orrery::platform::PendingCause> causes;
     check(backend.services()->jobs->listCauses(job.getJobId(), causes));
     for (const auto& cause : causes) {
-      text << " cause" << cause.messageType;
+      text << "cause" << cause.messageType;
       write(cause.code, cause.arguments);
     }
     orrery::platform::JobRecord record;
     check(backend.services()->jobs->find(job.getJobId(), record));
-    if (record.failedFiles != 0) text << " failed=" << record.failedFiles;
+    if (record.failedFiles != 0) text << "failed=" << record.failedFiles << " ";
     return text.str();
   }
 
@@ -131,192 +133,87 @@ std::string joined(const Names& names) {
 
 struct Situation {
   const char* name;
-  Names server, own, other;
-  bool isDefault = true;
-  bool isCloud = false;
-  int kind = 1;
+  /// Names after "server", "own" and "other" (content); "second": of the other subclient; "cloud"; "kind2".
+  const char* before;
+  /// What comes of it, as the test writes it.
+  const char* after;
   std::function<void(World&)> arrange = {};
-
-  int rc = 0;
-  const char* valid = "";
-  const char* fresh = "";    // new databases
-  const char* sizes = "";    // of those
-  const char* content = "";  // own content afterwards
-  const char* told = "";
   const char* lastLine = nullptr;  // of the log; null: whatever it is
+
+  bool has(const std::string& word) const {
+    return (" " + std::string(before) + " ").find(" " + word + " ") != std::string::npos;
+  }
+  Names namesAfter(const std::string& list) const {
+    std::istringstream words(before);
+    Names names;
+    std::string current;
+    for (std::string word; words >> word;) {
+      if (std::isalpha(static_cast<unsigned char>(word[0])) != 0) {
+        current = word;
+      } else if (current == list) {
+        names.push_back(word);
+      }
+    }
+    return names;
+  }
 };
 
 Status refusal() {
   return Status::failure("no");
 }
-void withoutDiscovery(World& world) {
-  world.session.iDbAutoDiscovery = 2;  // only 1 is on
+std::function<void(World&)> failing(const char* call) {
+  return [call](World& world) { world.backend.failures().failAlways(call, refusal()); };
+}
+std::function<void(World&)> quittingAfter(std::size_t sizes) {
+  return [sizes](World& world) { world.session.quitAfter = sizes; };
 }
 
 const Situation situations[] = {
-    {.name = "nothing_anywhere", .server = {}, .own = {}, .other = {}},
-    {.name = "new_databases_go_into_the_default_subclient_sorted",
-     .server = {"/shop", "/empty", "/mine"},
-     .own = {"/mine"},
-     .other = {},
-     .valid = "/mine /empty /shop ",
-     .fresh = "/empty /shop ",
-     .sizes = "/empty=5 /shop=4 ",
-     .content = "+/empty(5,0) /mine +/shop(4,2026) "},
-    {.name = "a_new_database_whose_size_cannot_be_read_is_taken_all_the_same",
-     .server = {"/odd"},
-     .own = {},
-     .other = {},
-     .valid = "/odd ",
-     .fresh = "/odd ",
-     .sizes = "/odd=0 ",
-     .content = "+/odd "},
-    {.name = "what_another_subclient_has_is_not_new",
-     .server = {"/a", "/b"},
-     .own = {},
-     .other = {"/a"},
-     .valid = "/b ",
-     .fresh = "/b ",
-     .sizes = "/b=1 ",
-     .content = "+/b(1,2026) "},
-    {.name = "other_subclients_discover_nothing",
-     .server = {"/a", "/b"},
-     .own = {"/a"},
-     .other = {},
-     .isDefault = false,
-     .valid = "/a ",
-     .content = "/a "},
-    {.name = "discovery_that_is_off_discovers_nothing",
-     .server = {"/a", "/b"},
-     .own = {"/a"},
-     .other = {},
-     .arrange = withoutDiscovery,
-     .valid = "/a ",
-     .content = "/a "},
-    {.name = "vanished_ones_are_removed_and_missing_ones_reported",
-     .server = {"/kept"},
-     .own = {"+/gone1", "/gone2", "+/gone3", "/gone4", "/kept"},
-     .other = {},
-     .valid = "/kept ",
-     .content = "/gone2 /gone4 /kept ",
-     .told = " event0 57000020|/gone1,/gone3|default event6 5700001c|/gone2,/gone4|MySQL failed=2"},
-    {.name = "kind_2_reports_no_missing_ones",
-     .server = {"/kept"},
-     .own = {"+/gone1", "/gone2", "/kept"},
-     .other = {},
-     .kind = 2,
-     .valid = "/kept ",
-     .content = "/gone2 /kept ",
-     .told = " event0 57000020|/gone1|default"},
-    {.name = "what_only_another_subclient_misses_is_not_ours",
-     .server = {"/kept"},
-     .own = {"/kept"},
-     .other = {"/gone", "+/too"},
-     .valid = "/kept ",
-     .content = "/kept "},
-    {.name = "an_entry_that_occurs_twice_is_handled_twice",
-     .server = {},
-     .own = {"/gone", "+/lost"},
-     .other = {"/gone", "+/lost", "/both"},
-     .content = "/gone ",
-     .told = " event0 57000020|/lost,/lost|default event6 5700001c|/gone,/gone|MySQL failed=2"},
-    {.name = "flags_of_one_name_may_differ",
-     .server = {},
-     .own = {"/gone"},
-     .other = {"+/gone"},
-     .content = "",
-     .told = " event0 57000020|/gone|default event6 5700001c|/gone|MySQL failed=1"},
-    {.name = "a_cloud_clients_backslash_names_are_known_and_stay_as_they_are",
-     .server = {"/shop", "/more"},
-     .own = {"\\lost", "\\shop"},
-     .other = {"\\more"},
-     .isCloud = true,
-     .valid = "\\lost \\shop ",
-     .content = "\\lost \\shop "},
-    {.name = "elsewhere_a_backslash_name_is_another_name",
-     .server = {"/shop"},
-     .own = {"\\shop"},
-     .other = {},
-     .valid = "/shop ",
-     .fresh = "/shop ",
-     .sizes = "/shop=4 ",
-     .content = "+/shop(4,2026) \\shop ",
-     .told = " event6 5700001c|\\shop|MySQL failed=1"},
-    {.name = "the_quit_flag_stops_the_scan_and_sends_nothing",
-     .server = {"/a", "/b", "/c"},
-     .own = {"+/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.session.quitAfter = 2; },
-     .rc = 1,
-     .fresh = "/a /b /c ",
-     .sizes = "/a=1 /b=1 ",
-     .content = "+/gone ",
-     .lastLine = "jobControl QuitFlag is ON - quitting scan"},
-    {.name = "the_quit_flag_after_the_last_one_counts",
-     .server = {"/a"},
-     .own = {},
-     .other = {},
-     .arrange = [](World& world) { world.session.quitAfter = 1; },
-     .rc = 1,
-     .fresh = "/a ",
-     .sizes = "/a=1 "},
-    {.name = "the_servers_list_fails",
-     .server = {"/a"},
-     .own = {"/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.session.listFails = true; },
-     .rc = -1,
-     .content = "/gone ",
-     .told = " cause300 57000034",
-     .lastLine = "getDBsFromMySql failed "},
-    {.name = "the_subclients_cannot_be_listed",
-     .server = {"/a"},
-     .own = {"/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::listSubclients", refusal()); },
-     .rc = -1,
-     .content = "/gone ",
-     .told = " cause300 57000035",
-     .lastLine = "getDBsFromArbiter failed "},
-    {.name = "a_subclient_whose_content_cannot_be_read_is_passed_over",
-     .server = {"/a", "/b"},
-     .own = {"/a"},
-     .other = {"/b"},
-     .arrange =
-         [](World& world) {
-           world.backend.failures().failWhen("Inventory::listContent", std::to_string(world.otherSubclient), refusal());
-         },
-     .valid = "/a /b ",
-     .fresh = "/b ",
-     .sizes = "/b=1 ",
-     .content = "/a +/b(1,2026) "},
-    {.name = "new_content_cannot_be_written",
-     .server = {"/a"},
-     .own = {"/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::putContent", refusal()); },
-     .rc = -1,
-     .fresh = "/a ",
-     .sizes = "/a=1 ",
-     .content = "/gone ",
-     .lastLine = "Sending new database properties failed... "},
-    {.name = "the_event_is_raised_and_the_job_goes_on_even_when_the_removal_fails",
-     .server = {"/a"},
-     .own = {"/a", "+/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.backend.failures().failAlways("Inventory::removeContent", refusal()); },
-     .valid = "/a ",
-     .content = "/a +/gone ",
-     .told = " event0 57000020|/gone|default"},
-    {.name = "a_report_that_fails_stops_nothing",
-     .server = {"/a"},
-     .own = {"/a", "/gone"},
-     .other = {},
-     .arrange = [](World& world) { world.backend.failures().failAlways("JobManager::addCounters", refusal()); },
-     .valid = "/a ",
-     .content = "/a /gone ",
-     .told = " event6 5700001c|/gone|MySQL",
-     .lastLine = " Failed to notify the jobmanager about the failure files"},
+    {"nothing_anywhere", "", ""},
+    {"new_databases_go_into_the_default_subclient_sorted", "server /shop /empty /mine own /mine",
+     "valid /mine /empty /shop new /empty /shop sizes /empty=5 /shop=4 content +/empty(5,0) /mine +/shop(4,2026) "},
+    {"a_new_database_whose_size_cannot_be_read_is_taken_all_the_same", "server /odd",
+     "valid /odd new /odd sizes /odd=0 content +/odd "},
+    {"what_another_subclient_has_is_not_new", "server /a /b other /a",
+     "valid /b new /b sizes /b=1 content +/b(1,2026) "},
+    {"other_subclients_discover_nothing", "second server /a /b own /a", "valid /a content /a "},
+    {"discovery_that_is_off_discovers_nothing", "server /a /b own /a", "valid /a content /a ",
+     [](World& world) { world.session.iDbAutoDiscovery = 2; }},  // only 1 is on
+    {"vanished_ones_are_removed_and_missing_ones_reported", "server /kept own +/gone1 /gone2 +/gone3 /gone4 /kept",
+     "valid /kept content /gone2 /gone4 /kept "
+     "told event0 57000020|/gone1,/gone3|default event6 5700001c|/gone2,/gone4|MySQL failed=2 "},
+    {"kind_2_reports_no_missing_ones", "kind2 server /kept own +/gone1 /gone2 /kept",
+     "valid /kept content /gone2 /kept told event0 57000020|/gone1|default "},
+    {"what_only_another_subclient_misses_is_not_ours", "server /kept own /kept other /gone +/too",
+     "valid /kept content /kept "},
+    {"an_entry_that_occurs_twice_is_handled_twice", "own /gone +/lost other /gone +/lost /both",
+     "content /gone told event0 57000020|/lost,/lost|default event6 5700001c|/gone,/gone|MySQL failed=2 "},
+    {"flags_of_one_name_may_differ", "own /gone other +/gone",
+     "told event0 57000020|/gone|default event6 5700001c|/gone|MySQL failed=1 "},
+    {"a_cloud_clients_backslash_names_are_known_and_stay_as_they_are",
+     "cloud server /shop /more own \\lost \\shop other \\more", "valid \\lost \\shop content \\lost \\shop "},
+    {"elsewhere_a_backslash_name_is_another_name", "server /shop own \\shop",
+     "valid /shop new /shop sizes /shop=4 content +/shop(4,2026) \\shop told event6 5700001c|\\shop|MySQL failed=1 "},
+    {"the_quit_flag_stops_the_scan_and_sends_nothing", "server /a /b /c own +/gone",
+     "rc=1 new /a /b /c sizes /a=1 /b=1 content +/gone ", quittingAfter(2),
+     "jobControl QuitFlag is ON - quitting scan"},
+    {"the_quit_flag_after_the_last_one_counts", "server /a", "rc=1 new /a sizes /a=1 ", quittingAfter(1)},
+    {"the_servers_list_fails", "server /a own /gone", "rc=-1 content /gone told cause300 57000034 ",
+     [](World& world) { world.session.listFails = true; }, "getDBsFromMySql failed "},
+    {"the_subclients_cannot_be_listed", "server /a own /gone", "rc=-1 content /gone told cause300 57000035 ",
+     failing("Inventory::listSubclients"), "getDBsFromArbiter failed "},
+    {"a_subclient_whose_content_cannot_be_read_is_passed_over", "server /a /b own /a other /b",
+     "valid /a /b new /b sizes /b=1 content /a +/b(1,2026) ",
+     [](World& world) {
+       world.backend.failures().failWhen("Inventory::listContent", std::to_string(world.otherSubclient), refusal());
+     }},
+    {"new_content_cannot_be_written", "server /a own /gone", "rc=-1 new /a sizes /a=1 content /gone ",
+     failing("Inventory::putContent"), "Sending new database properties failed... "},
+    {"the_event_is_raised_and_the_job_goes_on_even_when_the_removal_fails", "server /a own /a +/gone",
+     "valid /a content /a +/gone told event0 57000020|/gone|default ", failing("Inventory::removeContent")},
+    {"a_report_that_fails_stops_nothing", "server /a own /a /gone",
+     "valid /a content /a /gone told event6 5700001c|/gone|MySQL ", failing("JobManager::addCounters"),
+     " Failed to notify the jobmanager about the failure files"},
 };
 
 class Reconciliation : public testing::TestWithParam<Situation> {};
@@ -325,13 +222,14 @@ INSTANTIATE_TEST_SUITE_P(Situations, Reconciliation, testing::ValuesIn(situation
                          [](const auto& param) { return std::string(param.param.name); });
 
 TEST_P(Reconciliation, DoesTellsAndPlansTheSame) {
-  const Situation& expected = GetParam();
-  World world(expected.isCloud);
-  const Id subclient = expected.isDefault ? world.defaultSubclient : world.otherSubclient;
-  world.put(subclient, expected.own);
-  world.put(expected.isDefault ? world.otherSubclient : world.defaultSubclient, expected.other);
-  world.session.server = expected.server;
-  if (expected.arrange) expected.arrange(world);
+  const Situation& situation = GetParam();
+  World world(situation.has("cloud"));
+  const bool isDefault = !situation.has("second");
+  const Id subclient = isDefault ? world.defaultSubclient : world.otherSubclient;
+  world.put(subclient, situation.namesAfter("own"));
+  world.put(isDefault ? world.otherSubclient : world.defaultSubclient, situation.namesAfter("other"));
+  world.session.server = situation.namesAfter("server");
+  if (situation.arrange) situation.arrange(world);
   ApplicationId application(0, subclient);
 
   const std::string before = world.contentOf(subclient);
@@ -342,31 +240,34 @@ TEST_P(Reconciliation, DoesTellsAndPlansTheSame) {
   EXPECT_EQ(world.told(), "") << "and tells nothing";
   EXPECT_EQ(joined(world.session.asked), "") << "and asks for no sizes";
 
-  Names valid, fresh;
-  std::map<std::string, unsigned long long> sizes;
+  Names valid, fresh, sizes;
+  std::map<std::string, unsigned long long> bytes;
   int reserved = 9;
-  EXPECT_EQ(world.session.getValidDatabasesListForBackup(&application, valid, reserved, &world.control, &world.job,
-                                                         fresh, sizes, expected.kind),
-            expected.rc);
-  EXPECT_EQ(joined(valid), expected.valid);
-  EXPECT_EQ(joined(fresh), expected.fresh);
-  std::string told;
-  for (const auto& [name, size] : sizes) told += name + "=" + std::to_string(size) + " ";
-  EXPECT_EQ(told, expected.sizes);
-  EXPECT_EQ(world.contentOf(subclient), expected.content);
-  EXPECT_EQ(world.told(), expected.told);
-  if (expected.lastLine != nullptr) {
-    EXPECT_EQ(world.backend.log().texts().back(), expected.lastLine);
+  const int rc = world.session.getValidDatabasesListForBackup(&application, valid, reserved, &world.control, &world.job,
+                                                              fresh, bytes, situation.has("kind2") ? 2 : 1);
+  for (const auto& [name, size] : bytes) sizes.push_back(name + "=" + std::to_string(size));
+  std::string outcome = rc == 0 ? "" : "rc=" + std::to_string(rc) + " ";
+  const auto add = [&outcome](const char* what, const std::string& text) {
+    if (!text.empty()) outcome += std::string(what) + " " + text;
+  };
+  add("valid", joined(valid));
+  add("new", joined(fresh));
+  add("sizes", joined(sizes));
+  add("content", world.contentOf(subclient));
+  add("told", world.told());
+  EXPECT_EQ(outcome, situation.after);
+  if (situation.lastLine != nullptr) {
+    EXPECT_EQ(world.backend.log().texts().back(), situation.lastLine);
     EXPECT_EQ(world.backend.log().entries().back().level, 0);
   }
 
   if (planned != 0) {
     EXPECT_EQ(joined(plan.valid), "before ");
-    EXPECT_EQ(expected.rc, -1);
-  } else if (expected.rc == 0) {
+    EXPECT_EQ(rc, -1);
+  } else if (rc == 0) {
     EXPECT_EQ(plan.valid, valid);
     EXPECT_EQ(plan.discovered, fresh);
-    EXPECT_EQ(plan.server, expected.server);
+    EXPECT_EQ(plan.server, world.session.server);
   }
 }
 

@@ -176,15 +176,15 @@ TEST(OptionFile, WhatServersReadBesides) {
       {"/c/a.cnf", "[mariadbd]\ndata_dir=/no\ndatadir='/a'\nport=1\n"},
       {"/c/b.cnf", "[mariadb-10.11]\nport=2\n[mariadb-client]\nport=3\n!include /c/loop.cnf\n"},
       {"/c/loop.cnf", "!include /c/loop.cnf\n[server]\nlog_bin = /l/b\n"}};
-  const OptionFileReader reader{[&](const std::string& path, std::string& text) {
-                                  const auto found = files.find(path);
-                                  if (found != files.end()) text = found->second;
-                                  return found != files.end();
-                                },
-                                [](const std::string& folder) {
-                                  EXPECT_EQ(folder, "/c");
-                                  return std::vector<std::string>{"/c/a.cnf", "/c/b.cnf", "/c/gone.cnf"};
-                                }};
+  const auto read = [&](const std::string& path, std::string& text) {
+    if (files.count(path) != 0) text = files.at(path);
+    return files.count(path) != 0;
+  };
+  const auto list = [](const std::string& folder) {
+    EXPECT_EQ(folder, "/c");
+    return std::vector<std::string>{"/c/a.cnf", "/c/b.cnf", "/c/gone.cnf"};
+  };
+  const OptionFileReader reader{read, list};
   const FurtherOptions found = readFurther("/my.cnf", "[mysqld]\nport=0\n!includedir /c\n[broken\n", reader);
   ASSERT_TRUE(found.dataDirectory && found.port && found.logBin);
   EXPECT_EQ(found.dataDirectory->text + " in " + found.dataDirectory->place, "/a in /c/a.cnf [mariadbd]");

@@ -55,8 +55,7 @@ class RecordedHost : public Host {
     recording_.commands.push_back(command);
     recording_.rules.push_back(rules);
     recording_.milliseconds += recording_.slowness;
-    const auto found = recording_.answers.find(command);
-    const Answer answer = found == recording_.answers.end() ? Answer() : found->second;
+    const Answer answer = valueAt(recording_.answers, command);
     output = answer.output;
     errors = answer.errors;
     return answer.code;
@@ -71,23 +70,22 @@ class RecordedHost : public Host {
     return isFile || std::find(recording_.folders.begin(), recording_.folders.end(), path) != recording_.folders.end();
   }
   bool readOptionFile(const std::string& path, std::string& text, std::string& reason) override {
-    const auto found = recording_.files.find(path);
-    if (found == recording_.files.end()) {
-      reason = "No such file or directory";
-      return false;
-    }
-    text = found->second;
-    return true;
+    text = valueAt(recording_.files, path);
+    const bool isThere = recording_.files.count(path) != 0;
+    if (!isThere) reason = "No such file or directory";
+    return isThere;
   }
   std::vector<std::string> optionFilesIn(const std::string& folder) override { return {folder + "/50-server.cnf"}; }
-  PathVerdict whoCanReplace(const std::string& path) override {
-    const auto found = recording_.verdicts.find(path);
-    return found == recording_.verdicts.end() ? PathVerdict() : found->second;
-  }
+  PathVerdict whoCanReplace(const std::string& path) override { return valueAt(recording_.verdicts, path); }
   uid_t agentUid() override { return recording_.agent; }
   std::int64_t milliseconds() override { return recording_.milliseconds; }
 
  private:
+  template <class Value>
+  static Value valueAt(const std::map<std::string, Value>& values, const std::string& key) {
+    const auto found = values.find(key);
+    return found == values.end() ? Value() : found->second;
+  }
   Recording& recording_;
 };
 
@@ -200,29 +198,27 @@ TEST_F(DiscoveryPass, OptionFileFillsWhatIsMissingAndTheLogFolderTakesThePlaceOf
   EXPECT_THAT(hints(), Contains(HasSubstr("folder of the binary logs --data /data")));
 }
 
-TEST_F(DiscoveryPass, TheTildeOfTheLastUsualOptionFileIsTakenLiterally) {
-  host_.files["~/.my.cnf"] = "[mysqld]\nport=3309\n";
-  run();
-  EXPECT_THAT(recordsAsText(), HasSubstr("|3309|~/.my.cnf|db1_3309"));
-}
-
-TEST_F(DiscoveryPass, WithoutAnOptionFileNotEvenTheDefaultPortIsKnown) {
+TEST_F(DiscoveryPass, TheTildeIsTakenLiterallyAndWithoutAnOptionFileNotEvenTheDefaultPortIsKnown) {
   run();
   EXPECT_EQ(recordsAsText(), "root|/run/mysqld/mysqld.sock||/usr/bin|||db1_\n");
-}
-
-TEST_F(DiscoveryPass, OfSeveralSocketsTheFirstIsTaken) {
+  host_.files["~/.my.cnf"] = "[mysqld]\nport=3309\n";
   host_.answers[findSocketCommand("700")].output = "/a/mysql.sock\n/b/mysql.sock\n";
   run();
-  EXPECT_EQ(discovery_->getInstances().front().strSocketFile, "/a/mysql.sock");
+  EXPECT_EQ(recordsAsText(), "root|/a/mysql.sock||/usr/bin|3309|~/.my.cnf|db1_3309\n") << "the first of the sockets";
   EXPECT_THAT(hints(), Contains(HasSubstr("the socket /a/mysql.sock is another process's")));
 }
 
-TEST_F(DiscoveryPass, AProcessListThatCannotBeReadEndsThePass) {
+TEST_F(DiscoveryPass, AProcessListThatCannotBeReadEndsThePassAndFloodsNoLogAndNoError) {
   host_.answers[listServersCommand] = {2, "out", "err"};
   run();
   EXPECT_EQ(error_.code(), 1168);
   EXPECT_EQ(error_.text(), "Failed to find mysql server's PIDs. stdout=out stderr=err");
+  EXPECT_TRUE(logged(error_.text()));
+  host_.answers[listServersCommand] = {2, std::string(5000, 'o'), std::string(3000000, 'e')};
+  run();
+  EXPECT_TRUE(host_.rules.front().dropsLongLines);
+  EXPECT_LT(error_.text().size(), 10000U);
+  EXPECT_THAT(error_.text(), HasSubstr("[5000 bytes in all] stderr=e"));
   EXPECT_TRUE(logged(error_.text()));
 }
 
@@ -365,30 +361,22 @@ TEST_F(DiscoveryPass, IsStoppedBetweenProcesses) {
   ASSERT_TRUE(host_.rules.back().isStopped);
 }
 
-TEST_F(DiscoveryPass, WhatStrangersWriteFloodsNoLogAndNoError) {
-  host_.answers[listServersCommand] = {2, std::string(5000, 'o'), std::string(3000000, 'e')};
-  run();
-  EXPECT_TRUE(host_.rules.front().dropsLongLines);
-  EXPECT_LT(error_.text().size(), 10000U);
-  EXPECT_THAT(error_.text(), HasSubstr("[5000 bytes in all] stderr=e"));
-  EXPECT_TRUE(logged(error_.text()));
-}
-
 TEST_F(DiscoveryPass, WhatIsMissingToLookWithIsTold) {
   host_.agent = 1000;
   host_.answers[listServersCommand] = {0, "", "/bin/sh: 1: grep: not found\nsh: line 1: ps: command not found\n"};
   run();
-  std::string packages;
-  for (const DiscoveryHint& hint : discovery_->getExplanation().hints) packages += hint.value + ";";
-  EXPECT_EQ(packages, "procps;grep;;") << "the last: it is not root";
+  const auto packages = [&] {
+    std::string values;
+    for (const DiscoveryHint& hint : discovery_->getExplanation().hints) values += hint.value + ";";
+    return values;
+  };
+  EXPECT_EQ(packages(), "procps;grep;;") << "the last: it is not root";
   host_.processes["700"].commandLine = "mysqld|--socket=/s|";
   host_.answers[listServersCommand] = {0, "x 700 mysqld\n", ""};
   host_.answers[findPortCommand("700")] = {0, "", "/bin/sh: 1: ss: not found"};
   host_.answers["readlink -f /proc/700/exe"] = {127, "", "/bin/sh: 1: readlink: not found"};
   run();
-  packages.clear();
-  for (const DiscoveryHint& hint : discovery_->getExplanation().hints) packages += hint.value + ";";
-  EXPECT_EQ(packages, "iproute2;coreutils;;");
+  EXPECT_EQ(packages(), "iproute2;coreutils;;");
 }
 
 TEST_F(DiscoveryPass, HintsOnWhatTheRulesMiss) {
@@ -410,7 +398,7 @@ TEST_F(DiscoveryPass, HintsOnWhatTheRulesMiss) {
   EXPECT_EQ(discovery_->getExplanation().hints.front().value, "iproute2");
 }
 
-TEST_F(DiscoveryPass, MariadbdAloneIsExplained) {
+TEST_F(DiscoveryPass, MariadbdAloneAndAnotherTitleAreExplained) {
   host_.files.erase("/usr/sbin/mysqld");
   host_.answers[versionCommand("/usr/sbin")] = {127, "", "sh: 1: /usr/sbin/mysqld: not found"};
   run();
@@ -419,9 +407,6 @@ TEST_F(DiscoveryPass, MariadbdAloneIsExplained) {
   EXPECT_TRUE(
       logged("Failed to find mysql version. errCode[0], nprocessRetCode[127], output[], err[sh: 1: "
              "/usr/sbin/mysqld: not found]"));
-}
-
-TEST_F(DiscoveryPass, AnotherTitleIsExplained) {
   host_.answers[listServersCommand].output = "x 5 valgrind\n";
   host_.processes["5"] = {};
   run();

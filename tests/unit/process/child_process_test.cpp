@@ -30,17 +30,10 @@
 #include "support/program.h"
 #include "support/temporary_directory.h"
 
+namespace orrery::test {
 namespace {
 
-using orrery::platform::ScopedServices;
-using orrery::platform::Status;
-using orrery::platform::testing::TestBackend;
-using orrery::test::inChild;
-using orrery::test::openDescriptors;
-using orrery::test::readFile;
-using orrery::test::TemporaryDirectory;
-using orrery::test::waitUntil;
-using orrery::test::writeFile;
+using platform::ScopedServices;
 
 /// A finished run.
 struct Outcome {
@@ -50,7 +43,7 @@ struct Outcome {
   std::string errors;
 };
 
-class ChildProcess : public orrery::test::BackendTest {
+class ChildProcess : public BackendTest {
  protected:
   std::string program(const std::string& script) {
     const std::string path = place_ / ("program" + std::to_string(++programs_));
@@ -261,7 +254,7 @@ TEST_F(ChildProcess, BothPipeFailuresNameTheSamePipeAndLeakNothing) {
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
   // The limit counts numbers, not descriptors: from a gap-free start, each step leaves one more number.
-  std::vector<orrery::platform::OwnFd> filler;
+  std::vector<platform::OwnFd> filler;
   while (filler.empty() || filler.back().get() < 40) filler.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const std::size_t open = openDescriptors();
   const char* const lines[] = {"pipe(m_filedesCW) call failed when creating m_phpipecw : errno=24",
@@ -383,9 +376,9 @@ TEST_F(AsAnotherAccount, ParentKeepsItsAccountAndItsCoreDumps) {
 
 TEST_F(AsAnotherAccount, FolderServesTwoAccountsAtOnce) {
   // In a home of its own: whoever waits for the folder there waits for real.
-  ASSERT_TRUE(orrery::platform::createHome(place_ / "home", "c").ok());
-  std::shared_ptr<const orrery::platform::Services> services;
-  ASSERT_TRUE(orrery::platform::openHome(place_ / "home", services).ok());
+  ASSERT_TRUE(platform::createHome(place_ / "home", "c").ok());
+  std::shared_ptr<const platform::Services> services;
+  ASSERT_TRUE(platform::openHome(place_ / "home", services).ok());
   const ScopedServices real(services);
   const std::string script = program("echo \"$(id -un)\" >&2");
   std::atomic<int> wrong{0};
@@ -405,7 +398,7 @@ TEST_F(AsAnotherAccount, FolderServesTwoAccountsAtOnce) {
 // Until exec the account may stop its child; another thread's children must start all the same. The child here stops
 // itself in a routine of its own.
 TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
-  const TestBackend backend;
+  const platform::testing::TestBackend backend;
   const ScopedServices installed(backend.services());
   // Shared, for builds in which the child works on a copy.
   void* shared = mmap(nullptr, sizeof(std::atomic<pid_t>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -462,3 +455,4 @@ TEST_F(AsAnotherAccount, AccountThatCannotBeTakenEndsTheChild) {
 }
 
 }  // namespace
+}  // namespace orrery::test

@@ -18,16 +18,12 @@
 #include "support/program.h"
 #include "support/temporary_directory.h"
 
+namespace orrery::test {
 namespace {
 
-using orrery::test::openDescriptors;
-using orrery::test::readFile;
-using orrery::test::TemporaryDirectory;
-using orrery::test::waitUntil;
-
-class StartProcess : public orrery::test::BackendTest {
+class StartProcess : public BackendTest {
  protected:
-  ~StartProcess() override { EXPECT_TRUE(orrery::test::hasNoChildren()); }
+  ~StartProcess() override { EXPECT_TRUE(hasNoChildren()); }
   /// Runs a shell's text and gives what it wrote to its file "$out".
   std::string outcomeOf(const std::string& script) {
     const std::string out = place_ / "out";
@@ -98,3 +94,4 @@ TEST_F(StartProcess, SeveralThreadsStartAtTheSameTime) {
 }
 
 }  // namespace
+}  // namespace orrery::test

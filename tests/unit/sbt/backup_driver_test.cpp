@@ -101,15 +101,13 @@ TEST_F(BackupDriver, SuccessOfTheJobControlIsToldAsAnErrorKept) {
 TEST_F(BackupDriver, EachStepOfTheInitialisationFailsInItsOwnWords) {
   const struct {
     std::function<void()> arrange;
-    std::string text;
-    std::vector<std::string> causes;
+    std::string text, causes;
   } cases[] = {
-      {[&] { args_.jobId = 99; }, "Failed to intialize Job Control SBT Agent", {}},
-      {[&] { args_.applicationInstance = 0; }, "Failed to intialize GetMySqlInfoEx object", {"5700004a 0 300 "}},
+      {[&] { args_.jobId = 99; }, "Failed to intialize Job Control SBT Agent", ""},
+      {[&] { args_.applicationInstance = 0; }, "Failed to intialize GetMySqlInfoEx object", "5700004a 0 300 "},
       {[&] { std::filesystem::remove(backend_.directory() + "/libobk.so"); },
-       "Failed to initialize the MEB Parameters.",
-       {"12000022 0 300 " + backend_.directory() + "/libobk.so||"}},
-      {[&] { setProperty(property::mebBinPath, ""); }, "Failed to fetch required properties.", {"5700004a 0 300 "}},
+       "Failed to initialize the MEB Parameters.", "12000022 0 300 " + backend_.directory() + "/libobk.so||"},
+      {[&] { setProperty(property::mebBinPath, ""); }, "Failed to fetch required properties.", "5700004a 0 300 "},
   };
   for (const auto& row : cases) {
     SbtTest::SetUp();
@@ -119,7 +117,7 @@ TEST_F(BackupDriver, EachStepOfTheInitialisationFailsInItsOwnWords) {
     Backup driver;
     EXPECT_EQ(driver.initialize(args_), -1) << row.text;
     EXPECT_EQ(said("MySqlSBTBackupUtils::initialize").back(), "error: " + row.text);
-    EXPECT_EQ(causes(), row.causes) << row.text;
+    EXPECT_EQ(joined(causes()), row.causes) << row.text;
     EXPECT_EQ(driver.doMEBBackup(), -1);
     EXPECT_EQ(said("MySqlSBTBackupUtils::doMEBBackup").back(), "error: Initialization not done.");
     EXPECT_EQ(driver.sendIndexingMetaData(), -1);

@@ -73,11 +73,8 @@ TEST(DirectoryUser, IsWhoeverHasSomethingInIt) {
 TEST(DirectoryUser, MayBeOneThatCannotBeLookedInto) {
   // The directory belongs to root, and whoever looks is not root.
   const struct {
-    const char* name;
-    const char* program;
-    const char* account;
-    bool counts;
-    bool countsBeforehand;
+    const char *name, *program, *account;
+    bool counts, countsBeforehand;
   } cases[] = {
       {"a server of another account", "mariadbd", "4711", true, false},
       {"its script", "mysqld_safe", "4711", true, false},
@@ -93,15 +90,12 @@ TEST(DirectoryUser, MayBeOneThatCannotBeLookedInto) {
     writeFile(proc / "13/comm", std::string(row.program) + "\n", 0644);
     writeFile(proc / "13/status", "Name:\tx\nUid:\t77\t" + std::string(row.account) + "\t77\t77\n", 0644);
     fs::permissions(proc / "13/fd", fs::perms::none);
-    EXPECT_EQ(asOrdinaryUser([&] {
-                const std::string user = directoryUser("/usr", 1, Whom::everybody, proc.path());
-                const std::string told = "whether process 13 (" + std::string(row.program) + ") works in /usr cannot";
-                if (row.counts ? user.rfind(told, 0) != 0 : !user.empty()) return 1;
-                return directoryUser("/usr", 1, Whom::allButServers, proc.path()).empty() != row.countsBeforehand ? 0
-                                                                                                                  : 2;
-              }),
-              0)
-        << row.name;
+    EXPECT_TRUE(holdsForOrdinaryUser([&] {
+      const std::string user = directoryUser("/usr", 1, Whom::everybody, proc.path());
+      const std::string told = "whether process 13 (" + std::string(row.program) + ") works in /usr cannot";
+      return (row.counts ? user.rfind(told, 0) == 0 : user.empty()) &&
+             directoryUser("/usr", 1, Whom::allButServers, proc.path()).empty() != row.countsBeforehand;
+    })) << row.name;
     fs::permissions(proc / "13/fd", fs::perms(0700));
   }
 }
@@ -178,13 +172,10 @@ TEST(DirectoryLocker, FileThatCannotBeAskedIsTold) {
   const TemporaryDirectory folder;
   fs::permissions(folder.path(), fs::perms(0755));
   writeFile(folder / "ibdata1", "x", 0000);
-  EXPECT_EQ(asOrdinaryUser([&] {
-              return directoryLocker(folder.path()) ==
-                             "whether " + (folder / "ibdata1") + " is locked cannot be told: Permission denied"
-                         ? 0
-                         : 1;
-            }),
-            0);
+  EXPECT_TRUE(holdsForOrdinaryUser([&] {
+    return directoryLocker(folder.path()) ==
+           "whether " + (folder / "ibdata1") + " is locked cannot be told: Permission denied";
+  }));
 }
 
 TEST(DirectoryUser, IsFoundAmongTheProcessesOfThisMachine) {
@@ -218,30 +209,25 @@ TEST(Emptying, RemovesWhatADirectoryHoldsAndFollowsNoLink) {
   EXPECT_FALSE(emptyDirectory(folder / "other/kept").any);
 }
 
-TEST(Emptying, SaysWhatItCannotRemove) {
+TEST(Emptying, SaysWhatItCannotRemoveAndWhetherSomethingWasRemovedBefore) {
   const TemporaryDirectory folder;
   fs::create_directories(folder / "data/held");
   writeFile(folder / "data/held/file", "");
   fs::permissions(folder / "data/held", fs::perms(0555));
-  EXPECT_EQ(asOrdinaryUser([&] {
-              const Emptied emptied = emptyDirectory(folder / "data");
-              return emptied.problem == (folder / "data/held/file: Permission denied") && !emptied.any ? 0 : 1;
-            }),
-            0);
-  fs::permissions(folder / "data/held", fs::perms(0755));
-}
-
-TEST(Emptying, TellsThatSomethingWasRemovedBeforeItFailed) {
-  const int result = asOrdinaryUser([] {
-    const TemporaryDirectory folder;
-    fs::create_directories(folder / "data/kept");
-    writeFile(folder / "data/kept/gone", "");
-    fs::permissions(folder / "data", fs::perms(0555));
+  EXPECT_TRUE(holdsForOrdinaryUser([&] {
     const Emptied emptied = emptyDirectory(folder / "data");
-    fs::permissions(folder / "data", fs::perms(0755));
-    return emptied.problem == (folder / "data/kept: Permission denied") && emptied.any ? 0 : 1;
-  });
-  EXPECT_EQ(result, 0);
+    return emptied.problem == (folder / "data/held/file: Permission denied") && !emptied.any;
+  }));
+  fs::permissions(folder / "data/held", fs::perms(0755));
+  EXPECT_TRUE(holdsForOrdinaryUser([] {
+    const TemporaryDirectory own;
+    fs::create_directories(own / "data/kept");
+    writeFile(own / "data/kept/gone", "");
+    fs::permissions(own / "data", fs::perms(0555));
+    const Emptied emptied = emptyDirectory(own / "data");
+    fs::permissions(own / "data", fs::perms(0755));
+    return emptied.problem == (own / "data/kept: Permission denied") && emptied.any;
+  })) << "something was removed before it failed";
 }
 
 TEST(Emptying, MountsBelowAreFoundBeforehand) {

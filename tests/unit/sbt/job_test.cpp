@@ -11,11 +11,15 @@ using platform::Status;
 using testing::ElementsAre;
 using Lines = std::vector<std::string>;
 
+/// With the clients of a job.
+struct JobDriver : Driver {
+  JobDriver(long long job, DZJobType type) { EXPECT_EQ(initializeJobControl(job, type, "manager", nullptr), 0); }
+};
+
 TEST_F(SbtTest, JobControlIsInitiatedForBothTypes) {
   for (const auto type : {DZJobType::backup, DZJobType::restore}) {
     backend_.log().clear();
-    Driver driver;
-    EXPECT_EQ(driver.initializeJobControl(jobId_, type, "manager", nullptr), 0);
+    JobDriver driver(jobId_, type);
     ASSERT_NE(driver.getJobObject(), nullptr);
     EXPECT_EQ(dynamic_cast<DZBkpJobClient*>(driver.getJobObject()) != nullptr, type == DZJobType::backup);
     EXPECT_NE(driver.getJobControl(), nullptr);
@@ -51,8 +55,7 @@ TEST_F(SbtTest, FailedJobControlIsToldToTheJobUnderTheTextOfASuccessKept) {
 }
 
 TEST_F(SbtTest, OtherJobTypesHaveNoJobObjectAndBecomeRestoresWithTheFirstCounterKept) {
-  Driver driver;
-  ASSERT_EQ(driver.initializeJobControl(jobId_, static_cast<DZJobType>(7), "manager", nullptr), 0);
+  JobDriver driver(jobId_, static_cast<DZJobType>(7));
   EXPECT_EQ(driver.getJobObject(), nullptr);
   EXPECT_EQ(driver.jobType_, static_cast<DZJobType>(7));
   EXPECT_EQ(driver.addFilesXferred(1), -1);
@@ -74,8 +77,7 @@ TEST_F(SbtTest, WorkingDirectoryIsNamedAndNotMade) {
       {static_cast<DZJobType>(3), "/results"},
   };
   for (const auto& row : cases) {
-    Driver driver;
-    ASSERT_EQ(driver.initializeJobControl(jobId_, row.type, "manager", nullptr), 0);
+    JobDriver driver(jobId_, row.type);
     EXPECT_EQ(driver.initializeCommonParams(7), 0);
     EXPECT_EQ(driver.jobResultsDir_, backend_.directory() + row.folder + second);
     EXPECT_EQ(driver.sbtLibraryPath_, backend_.directory() + "/libobk.so");
@@ -115,16 +117,14 @@ TEST_F(SbtTest, MissingMediaLibraryIsToldToTheJobIfThereIsOne) {
   run(byHand);
   EXPECT_THAT(causes(), ElementsAre());
   for (const auto type : {DZJobType::backup, DZJobType::restore}) {
-    Driver driver;
-    ASSERT_EQ(driver.initializeJobControl(jobId_, type, "manager", nullptr), 0);
+    JobDriver driver(jobId_, type);
     run(driver);
   }
   EXPECT_THAT(causes(), ElementsAre("12000022 0 300 " + library + "|source|", "12000022 0 300 " + library + "|local|"));
 }
 
 TEST_F(SbtTest, WithoutResultsOrHomeNoDirectoryIsChosen) {
-  Driver driver;
-  ASSERT_EQ(driver.initializeJobControl(jobId_, DZJobType::backup, "manager", nullptr), 0);
+  JobDriver driver(jobId_, DZJobType::backup);
   backend_.setJobResults(std::nullopt);
   EXPECT_EQ(driver.initializeCommonParams(7), -1);
   backend_.setJobResults(backend_.directory() + "/results");
@@ -165,8 +165,7 @@ TEST_F(SbtTest, CompletionIsToldAsItCame) {
   };
   for (const auto& row : cases) {
     SetUp();
-    Driver driver;
-    ASSERT_EQ(driver.initializeJobControl(jobId_, row.type, "manager", nullptr), 0);
+    JobDriver driver(jobId_, row.type);
     std::vector<int> finished;
     driver.jobControl_ = std::make_unique<RecordingControl>(finished);
     backend_.log().clear();

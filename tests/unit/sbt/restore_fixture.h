@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <sstream>
 
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZRestoreTask.h"
@@ -120,6 +121,14 @@ class RestoreDriver : public RestoreTest {
     testing::internal::GetCapturedStdout();
     driver.cleanUp();
     return result;
+  }
+  /// What a restore asked of the server, and what the data directory holds after it.
+  std::vector<std::string> whatIsLeft(const Restore& driver) const {
+    std::vector<std::string> texts = driver.asked;
+    if (isOldThere()) texts.emplace_back("old there");
+    std::istringstream images(applied());
+    for (std::string image; std::getline(images, image);) texts.push_back(image);
+    return texts;
   }
   bool isWorkingCopyGone() const {
     const std::string runs = backend_.directory() + "/results/DZ_JobResults/2/0/RST";

@@ -9,7 +9,6 @@ using platform::Status;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using Options = std::map<std::uint32_t, std::string>;
 namespace property = platform::property;
 
 class RestoreTask : public RestoreTest {
@@ -41,31 +40,24 @@ class RestoreTask : public RestoreTest {
 };
 
 TEST_F(RestoreTask, SaysWhereTo) {
-  const std::string other = "datadir:/d;";
   const struct {
-    const char* name;
-    Options options;
+    const char *name, *staging, *custom;
     std::string property, target, user;
-    bool intoServer;
   } cases[] = {
-      {"the server's own", {}, dataDirProperty(), data_, user_, true},
-      {"staging", {{DZRestoreTask::optionStagingFolder, "/staging"}}, dataDirProperty(), "/staging", "", true},
-      {"no owner", {}, other, "/d", "", true},
-      {"custom",
-       {{DZRestoreTask::optionRestoreType, "1"}, {DZRestoreTask::optionDestinationFolder, "/c"}},
-       dataDirProperty(),
-       "/c",
-       "",
-       false},
+      {"the server's own", "", "", dataDirProperty(), data_, user_},
+      {"staging", "/staging", "", dataDirProperty(), "/staging", ""},
+      {"no owner", "", "", "datadir:/d;", "/d", ""},
+      {"custom", "", "/c", dataDirProperty(), "/c", ""},
   };
   for (const auto& row : cases) {
     writeJob();
     setProperty(property::dataDirOwner, row.property);
-    for (const auto& [option, value] : row.options) options_[option] = value;
+    if (*row.staging != '\0') options_[DZRestoreTask::optionStagingFolder] = row.staging;
+    if (*row.custom != '\0') into(row.custom);
     Restore driver;
     ASSERT_EQ(initialize(driver), 0) << row.name;
     EXPECT_EQ(driver.targetDirectory(), row.target) << row.name;
-    EXPECT_EQ(driver.isIntoServer(), row.intoServer);
+    EXPECT_EQ(driver.isIntoServer(), *row.custom == '\0') << row.name;
     EXPECT_EQ(driver.ownerUser_, row.user) << row.name;
     EXPECT_EQ(driver.params_.restoreTime, 500);
     EXPECT_THAT(said("MySqlSBTRestoreUtils::initialize"), Contains("error: Intialized MySQL SBT Restore Job Control"))

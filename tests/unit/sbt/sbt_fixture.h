@@ -18,6 +18,12 @@
 
 namespace orrery::test {
 
+inline std::string joined(const std::vector<std::string>& texts) {
+  std::string line;
+  for (const std::string& text : texts) line += (line.empty() ? "" : ", ") + text;
+  return line;
+}
+
 /// What a driver sees of its base.
 class Driver : public MySqlSBTUtils {
  public:
@@ -51,6 +57,11 @@ class SbtTest : public testing::Test {
     ASSERT_EQ(driver.initializeCommonParams(7), 0);
     driver.isInitialized_ = true;
   }
+  /// A driver that has begun.
+  class BegunDriver : public Driver {
+   public:
+    explicit BegunDriver(const SbtTest& test, DZJobType type = DZJobType::backup) { test.initialize(*this, type); }
+  };
   platform::JobRecord job() const {
     platform::JobRecord record;
     EXPECT_TRUE(backend_.services()->jobs->find(jobId_, record).ok());
