@@ -137,6 +137,8 @@ TEST_F(BadInputTest, WrongUsageIsExitStatusTwo) {
   addInstance("db", "h:1");
   EXPECT_TRUE(refusedUsage(run({"instance", "set", "db"}), "nothing to change"));
   EXPECT_TRUE(refusedUsage(run({"instance", "set", "db", "--no-password", "--password-stdin"}), "only one of"));
+  for (const char* time : {"soon", "2026-01-01 10:00", "9223372036855", "9223372036854775807"})
+    EXPECT_TRUE(refusedUsage(run({"restore", "db", "--to-time", time}), "is no time")) << time;
 }
 
 TEST_F(BadInputTest, AResultThatCannotBeWrittenIsAFailure) {

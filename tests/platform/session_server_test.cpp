@@ -354,6 +354,61 @@ TEST_F(SessionServer, IdleIntervalsAreCountedUntilSomebodySpeaks) {
   EXPECT_LT(server_.idleTimeoutCount, static_cast<std::uint32_t>(idleTimes.load()));
 }
 
+TEST_F(SessionServer, IdleIntervalsPassUncountedWhileNoClientOwesAWord) {
+  idleTimes = 0;
+  server_.setIdleInterval(20);
+  serve([](void*) { ++idleTimes; });
+  SessionClient first;
+  SessionClient second;
+  const auto come = [&](SessionClient& client) { ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1))); };
+  const auto tell = [](SessionClient& client, std::uint32_t code, SbtImageState state) {
+    ASSERT_TRUE(succeeded(client.tell(code, encodeMessage(SbtStatusMessage{1, 2, 0, static_cast<int>(state)}))));
+  };
+  const auto go = [&](SessionClient& client) {
+    const std::size_t before = recorder_->seen().size();
+    client.disconnect();
+    ASSERT_TRUE(eventually([&] { return recorder_->seen().size() > before; }));
+  };
+  using State = SbtImageState;
+  const struct {
+    const char* what;
+    std::function<void()> act;
+    bool owed;
+  } steps[] = {
+      {"nobody came", [] {}, true},
+      {"one comes", [&] { come(first); }, true},
+      {"begins a run", [&] { tell(first, sbtRunCode, State::begun); }, true},
+      {"begins an image", [&] { tell(first, sbtStatusCode, State::begun); }, true},
+      {"begins another beside it", [&] { tell(first, sbtStatusCode, State::begun); }, true},
+      {"ends one", [&] { tell(first, sbtStatusCode, State::done); }, true},
+      {"ends the other", [&] { tell(first, sbtStatusCode, State::givenUp); }, false},
+      {"begins a third", [&] { tell(first, sbtStatusCode, State::begun); }, true},
+      {"ends it", [&] { tell(first, sbtStatusCode, State::done); }, false},
+      {"begins a new run", [&] { tell(first, sbtRunCode, State::done); }, true},
+      {"ends an image of a lost connection", [&] { tell(first, sbtStatusCode, State::done); }, false},
+      {"tells a state that nobody knows", [&] { tell(first, sbtStatusCode, State{7}); }, true},
+      {"ends again", [&] { tell(first, sbtStatusCode, State::done); }, false},
+      {"another comes", [&] { come(second); }, true},
+      {"goes without a word", [&] { go(second); }, true},
+      {"comes back", [&] { come(second); }, true},
+      {"tells its end", [&] { tell(second, sbtStatusCode, State::done); }, false},
+      {"both go", [&] { go(first), go(second); }, false},
+      {"one comes again", [&] { come(first); }, true},
+  };
+  for (const auto& [what, act, owed] : steps) {
+    act();
+    const auto acted = std::chrono::steady_clock::now();
+    const int before = idleTimes;
+    if (owed) {
+      EXPECT_TRUE(eventually([&] { return idleTimes > before; })) << what;
+    } else {
+      EXPECT_TRUE(
+          eventually([&] { return std::chrono::steady_clock::now() - acted > std::chrono::milliseconds(100); }));
+      EXPECT_EQ(idleTimes, before) << what;
+    }
+  }
+}
+
 TEST_F(SessionServer, EveryThingThatAClientDoesBeginsTheCountAnew) {
   server_.setIdleInterval(600'000);
   serve();

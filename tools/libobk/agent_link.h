@@ -15,8 +15,7 @@ namespace orrery::libobk {
 /// What is being done with an image, as progress messages tell it.
 enum class Phase : std::int32_t { writing = 1, reading = 2 };
 
-/// How an image goes, as status messages tell it.
-enum class ImageState : std::int32_t { begun = 0, done = 1, givenUp = 2 };
+using ImageState = SbtImageState;
 
 /// One line of the library in the log of its home.
 void logLine(platform::LogSink& log, platform::LogKind kind, long long jobId, const std::string& text) noexcept;

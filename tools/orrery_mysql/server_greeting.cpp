@@ -5,12 +5,16 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
 
+#include "failure.h"
+#include "interrupt.h"
 #include "posix.h"
 
 namespace orrery::tool {
@@ -33,13 +37,39 @@ OwnFd connectToPath(const std::string& path) {
   return connectTo(reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-OwnFd connectToHost(const std::string& host, const std::string& port) {
+/// To every address of the host that does not refuse at once: a server may listen at one of them alone.
+std::vector<OwnFd> connectToHost(const std::string& host, const std::string& port) {
+  std::vector<OwnFd> files;
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) return OwnFd();
+  if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) return files;
   const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owned(found, ::freeaddrinfo);
-  return connectTo(found->ai_addr, found->ai_addrlen);
+  for (const addrinfo* each = found; each != nullptr; each = each->ai_next)
+    if (OwnFd file = connectTo(each->ai_addr, each->ai_addrlen); file.valid()) files.push_back(std::move(file));
+  return files;
+}
+
+/// Given as soon as one of them speaks; none when all have ended without a word.
+Greeting greetingOn(const std::vector<OwnFd>& files, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  std::vector<pollfd> polled;
+  for (const OwnFd& file : files) polled.push_back({file.get(), POLLIN, 0});
+  for (std::size_t left = polled.size(); left > 0;) {
+    const auto rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    const int ready = ::poll(polled.data(), polled.size(), static_cast<int>(std::max<std::int64_t>(rest, 0)));
+    if (interruptSignal() != 0) throw Interrupted();
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return Greeting::silent;
+    for (pollfd& each : polled) {
+      char first = 0;
+      if (each.revents == 0) continue;
+      if (::recv(each.fd, &first, 1, 0) == 1) return Greeting::given;
+      each.fd = -1;  // it ended; poll passes over it
+      --left;
+    }
+  }
+  return Greeting::none;
 }
 
 }  // namespace
@@ -48,15 +78,16 @@ Greeting greetingOf(const std::string& socket, std::chrono::milliseconds limit) 
   std::string host;
   std::string port;
   GetMySqlInfo().GetHostPortFromSocket(socket, host, port);
-  errno = 0;
-  const OwnFd file = host.empty() ? connectToPath(socket) : connectToHost(host, port);
-  // The queue of those who wait for a server that takes nobody is full.
-  if (!file.valid()) return errno == EAGAIN ? Greeting::silent : Greeting::none;
-  pollfd polled{file.get(), POLLIN, 0};
-  const int ready = ::poll(&polled, 1, static_cast<int>(limit.count()));
-  if (ready <= 0) return Greeting::silent;
-  char first = 0;
-  return ::recv(file.get(), &first, 1, 0) == 1 ? Greeting::given : Greeting::none;
+  std::vector<OwnFd> files;
+  if (!host.empty()) {
+    files = connectToHost(host, port);
+  } else {
+    errno = 0;
+    files.push_back(connectToPath(socket));
+    // The queue of those who wait for a server that takes nobody is full.
+    if (!files.back().valid()) return errno == EAGAIN ? Greeting::silent : Greeting::none;
+  }
+  return greetingOn(files, limit);
 }
 
 }  // namespace orrery::tool

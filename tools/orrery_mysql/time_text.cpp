@@ -5,6 +5,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <limits>
 
 namespace orrery::tool {
 
@@ -17,6 +18,9 @@ std::string timeText(std::int64_t microseconds) {
 }
 
 namespace {
+
+/// Times are kept in microseconds.
+constexpr std::int64_t latestSeconds = std::numeric_limits<std::int64_t>::max() / 1000000;
 
 /// Two digits.
 std::optional<int> number(std::string_view text) {
@@ -43,7 +47,7 @@ std::optional<std::int64_t> secondsOf(const std::string& text) {
   std::int64_t seconds = 0;
   if (const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
       error == std::errc() && end == text.data() + text.size())
-    return seconds >= 0 ? std::optional(seconds) : std::nullopt;
+    return seconds >= 0 && seconds <= latestSeconds ? std::optional(seconds) : std::nullopt;
   constexpr std::size_t local = std::char_traits<char>::length("2026-03-01T22:15:04");
   tm parts{};
   const char* const rest = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);

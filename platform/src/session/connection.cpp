@@ -23,6 +23,17 @@ bool isPassing(int error) {
 Connection::Connection(OwnFd socket, std::uint64_t number, Time now)
     : socket_(std::move(socket)), number_(number), network_(handleOf(number)), lastProgress_(now) {}
 
+void Connection::note(std::uint32_t code, const dzsDatabuf_v2& data) noexcept {
+  toldItsEnd_ = false;
+  if (code != sbtStatusCode) return;
+  const auto state = static_cast<SbtImageState>(static_cast<const SbtStatusMessage*>(data.getDataBuffer())->status);
+  if (state == SbtImageState::begun) ++openImages_;
+  if (state != SbtImageState::done && state != SbtImageState::givenUp) return;
+  // A client that came back ends images that it began on its lost connection.
+  if (openImages_ > 0) --openImages_;
+  toldItsEnd_ = openImages_ == 0;
+}
+
 bool Connection::receive(Time now) {
   char bytes[portion];
   const ssize_t received = ::recv(socket_.get(), bytes, sizeof(bytes), 0);

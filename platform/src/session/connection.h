@@ -27,6 +27,12 @@ class Connection {
   bool greeted() const noexcept { return greeted_; }
   void greet() noexcept { greeted_ = true; }
 
+  /// Takes note of a message of the client.
+  void note(std::uint32_t code, const dzsDatabuf_v2& data) noexcept;
+  /// Whether the client told the end of every image that it began, and nothing since. It owes no word then, however
+  /// long its connection stays.
+  bool hasToldItsEnd() const noexcept { return toldItsEnd_; }
+
   /// Reads what is there, up to a portion. False when the client is gone.
   bool receive(Time now);
   /// The next frame, as FrameReader; incomplete also while answers wait to be taken by the client.
@@ -47,6 +53,8 @@ class Connection {
   std::string outgoing_;
   Time lastProgress_;
   bool greeted_ = false;
+  std::uint64_t openImages_ = 0;
+  bool toldItsEnd_ = false;
 };
 
 /// The account of the process at the other end, as it was when it connected.

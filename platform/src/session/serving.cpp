@@ -142,6 +142,7 @@ bool Serving::serveFrame(Connection& connection, const Frame& frame, Time now) {
     if (isHello) {
       event_.DebugLvl(tag, 4, "client %llu of job %lld", static_cast<unsigned long long>(connection.number()), jobId);
       connection.greet();
+      clientMissing_ = false;
       result = server_.handler()->OnClientConnect(&connection.network(), static_cast<long long>(connection.number()),
                                                   &networkServer_);
     } else {
@@ -159,6 +160,7 @@ CKyError Serving::deliver(Connection& connection, const Frame& frame, bool& well
   dzsDatabuf_v2 data;
   wellFormed = data.assign(frame.code, frame.payload);
   if (!wellFormed) return {};
+  connection.note(frame.code, data);
   return server_.handler()->OnClientMsg(&connection.network(), connection.handle(), frame.code, &data, &networkServer_);
 }
 
@@ -169,6 +171,7 @@ void Serving::drop(Connection& connection, const char* reason) {
   event_.DebugLvl(tag, 4, "client %llu: %s", static_cast<unsigned long long>(gone->number()), reason);
   if (!gone->greeted()) return;
   noteActivity(std::chrono::steady_clock::now());
+  if (!gone->hasToldItsEnd()) clientMissing_ = true;
   try {
     server_.handler()->OnClientDisconnect(&gone->network(), static_cast<unsigned long>(gone->number()),
                                           &networkServer_);
@@ -189,10 +192,16 @@ void Serving::noteActivity(Time now) {
   idleDeadline_ = now + plan_.idleInterval;
 }
 
+bool Serving::isWordOwed() const {
+  return clientMissing_ || std::any_of(connections_.begin(), connections_.end(), [](const auto& each) {
+           return each.second->greeted() && !each.second->hasToldItsEnd();
+         });
+}
+
 void Serving::tellIdle(Time now) {
   if (now < idleDeadline_) return;
   idleDeadline_ = now + plan_.idleInterval;
-  if (plan_.idle != nullptr) plan_.idle(&server_);
+  if (plan_.idle != nullptr && isWordOwed()) plan_.idle(&server_);
 }
 
 }  // namespace orrery::platform::session

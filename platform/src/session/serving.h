@@ -50,6 +50,7 @@ class Serving {
   void drop(Connection& connection, const char* reason);
   void dropOverdue(Time now);
   void noteActivity(Time now);
+  bool isWordOwed() const;
   void tellIdle(Time now);
 
   DBAgentUtils::DbSessionServer& server_;
@@ -64,6 +65,7 @@ class Serving {
   Connections connections_;
   std::uint64_t lastNumber_ = 0;
   Time idleDeadline_;
+  bool clientMissing_ = true;  // none came yet, or none since one went without having told its end
 };
 
 }  // namespace orrery::platform::session

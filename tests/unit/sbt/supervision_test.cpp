@@ -38,6 +38,7 @@ class SupervisionTest : public SbtTest {
   }
   void beginJob() {
     SbtTest::SetUp();
+    jobOfProcess_.reset();  // it puts back what was before it
     jobOfProcess_ = std::make_unique<platform::ScopedJob>(jobId_);
   }
   void TearDown() override {
@@ -57,6 +58,11 @@ class SupervisionTest : public SbtTest {
   }
   bool connects(SessionClient& library) const {
     return waitUntil([&] { return library.connect(backend_.temporary(), sessionServiceName(jobId_), jobId_).ok(); });
+  }
+  bool tellState(SessionClient& library, SbtImageState state) const {
+    return library
+        .tell(sbtStatusCode, platform::encodeMessage(SbtStatusMessage{jobId_, 1, 0, static_cast<std::int32_t>(state)}))
+        .ok();
   }
 
   std::unique_ptr<platform::ScopedJob> jobOfProcess_;
@@ -160,6 +166,52 @@ TEST_F(SupervisionTest, SilentLibraryFailsTheRunAfterFiveIntervalsAndEveryLaterR
   EXPECT_GE(driver.sessionServer_->idleTimeoutCount, 5U);
   // Kept: never taken back, a later run fails with its first look, even one whose program then ends well.
   EXPECT_EQ(run(driver, "trap 'exit 0' TERM; while :; do sleep 0.02; done"), -1);
+}
+
+TEST_F(SupervisionTest, ProgramWorksOnForAsLongAsItLikesWhenItsLibraryToldItsEnd) {
+  constexpr std::chrono::milliseconds interval{200};
+  for (const bool stays : {true, false}) {
+    beginJob();
+    std::filesystem::remove(begun_);
+    Driver driver;
+    initialize(driver, DZJobType::restore);
+    driver.sessionServer_->setIdleInterval(interval.count());
+    std::thread other([&] {
+      SessionClient library;
+      EXPECT_TRUE(connects(library));
+      EXPECT_TRUE(tellState(library, SbtImageState::begun));
+      EXPECT_TRUE(tellState(library, SbtImageState::done));
+      if (!stays) library.disconnect();
+      const auto ended = std::chrono::steady_clock::now();
+      EXPECT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - ended > 8 * interval; }));
+      writeFile(begun_, "");
+    });
+    EXPECT_EQ(run(driver, "until [ -e " + begun_ + " ]; do sleep 0.02; done"), 0) << stays;
+    other.join();
+    EXPECT_THAT(causes(), IsEmpty());
+  }
+}
+
+TEST_F(SupervisionTest, LibraryThatVanishesBeforeItsEndFailsTheRun) {
+  Driver driver;
+  initialize(driver, DZJobType::restore);
+  driver.sessionServer_->setIdleInterval(60);
+  std::thread other([&] {
+    SessionClient library;
+    EXPECT_TRUE(connects(library));
+    EXPECT_TRUE(tellState(library, SbtImageState::begun));
+  });
+  EXPECT_EQ(run(driver, "sleep 600"), -1);
+  other.join();
+  EXPECT_THAT(said("AcceptMySqlIdleCallback"), Contains("0: Maximum idle time reached. Failing the job... "));
+}
+
+TEST_F(SupervisionTest, LibraryThatNeverComesFailsTheRun) {
+  Driver driver;
+  initialize(driver, DZJobType::restore);
+  driver.sessionServer_->setIdleInterval(60);
+  EXPECT_EQ(run(driver, "sleep 600"), -1);
+  EXPECT_THAT(said("AcceptMySqlIdleCallback"), Contains("0: Maximum idle time reached. Failing the job... "));
 }
 
 TEST_F(SupervisionTest, LibraryReportsToTheJobInEveryRunOfOneObject) {

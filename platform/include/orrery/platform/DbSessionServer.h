@@ -103,10 +103,12 @@ class ORRERY_PLATFORM_EXPORT DbSessionServer {
   DbSessionServer& operator=(const DbSessionServer&) = delete;
 
   /// Serves a service until CleanupSessionServer, on the calling thread. `idle` is called each time the idle interval
-  /// passes with no connection coming, speaking or going; it may be null. A socket that a dead server left is replaced;
-  /// while a living server has the name, or when the socket cannot be made, the result is an error. A call while
-  /// another thread serves the same name with this object succeeds at once: the name is served. Another name is an
-  /// error then. After clean-up every call is an error until `prepare`.
+  /// passes with no connection coming, speaking or going while a word is owed: before the first client, by a client
+  /// that did not tell the end of its images, and after one that went like that until another comes. It may be null. A
+  /// client that told the end of them may be silent, or gone, for as long as it likes. A socket that a dead server left
+  /// is replaced; while a living server has the name, or when the socket cannot be made, the result is an error. A call
+  /// while another thread serves the same name with this object succeeds at once: the name is served. Another name is
+  /// an error then. After clean-up every call is an error until `prepare`.
   CKyError StartSessionServer(const std::string& serviceName, IdleCallback idle, int applicationType);
   /// Waits until the StartSessionServer that another thread calls listens: clients can connect from then on. Between
   /// `prepare` and that call it is waited for as well. False when it fails, when the server was cleaned up, and when

@@ -15,6 +15,9 @@ enum SbtMessageCode : std::uint32_t {
   sbtRunCode = 0x1200000F,       ///< SbtStatusMessage: a run begins; its totals start from nothing
 };
 
+/// How an image goes, as the status of a message with `sbtStatusCode` tells it.
+enum class SbtImageState : std::int32_t { begun = 0, done = 1, givenUp = 2 };
+
 struct SbtStatusMessage {
   std::int64_t jobId = 0;
   std::int64_t threadId = 0;
