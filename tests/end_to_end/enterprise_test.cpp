@@ -263,14 +263,16 @@ TEST_F(EnterpriseFailureTest, ASignalReachesNoChild) {
   const std::string started = directory_ / "started";
   const std::string folder = directory_ / "bin";
   std::filesystem::create_directory(folder);
-  writeFile(folder + "/mysqlbackup",
-            "#!/bin/sh\ntrap ': >" + heard + "' INT TERM\n: >" + started + "\nwhile :; do sleep 0.02; done\n", 0755);
+  writeFile(
+      folder + "/mysqlbackup",
+      "#!/bin/sh\ntrap ': >" + heard + "' INT\ntrap 'exit 1' TERM\n: >" + started + "\nwhile :; do sleep 0.02; done\n",
+      0755);
   ASSERT_EQ(run({"instance", "set", "db", "--meb-bin", folder}).exitStatus, 0);
   RunningProgram program(commandLine(home(), {"backup", "db"}));
   ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(started); }));
-  ::kill(program.pid(), SIGTERM);
-  EXPECT_EQ(program.wait().signal, SIGTERM) << "the request to stop ends the program";
-  EXPECT_THAT(job(1)["causes"].dump(), HasSubstr("SIGTERM"));
+  ::kill(program.pid(), SIGINT);
+  EXPECT_EQ(program.wait().signal, SIGINT) << "the request to stop, another signal, ends the program";
+  EXPECT_THAT(job(1)["causes"].dump(), HasSubstr("SIGINT"));
   EXPECT_FALSE(std::filesystem::exists(heard));
 }
 
