@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 namespace orrery::mysql::sbt {
 
@@ -26,9 +27,24 @@ std::string directoryUser(const std::string& directory, pid_t self, Whom whom = 
 
 /// Which file of a server in a directory or in one of its folders is locked, and by whom. A server locks the files that
 /// it has open, and a lock is seen where its process is not: by another account and from another process namespace.
-/// Asks for the system tablespaces, logs, undo files and a bounded number of tables.
+/// Asks for the system tablespaces, logs, undo files and a bounded number of tables. Passes over lost+found, and over
+/// what belongs to root and cannot be entered in a directory that is another account's: no server has files there.
 ///
 /// Empty: none. Otherwise words for people, also when a file cannot be asked.
 std::string directoryLocker(const std::string& directory, const std::string& proc = "/proc");
+
+/// What goes when the server is stopped whose data directory is `itsOwn`, as it says itself; "" when it does not. The
+/// process that holds the locks, in `directory` when that is the one, else in its own, with the scripts above it and
+/// beside it. Empty: not known here.
+std::vector<pid_t> serverProcesses(const std::string& directory, const std::string& itsOwn,
+                                   const std::string& proc = "/proc");
+
+/// Who would be found in a directory after that server has gone, or why that cannot be told, as far as it is known
+/// beforehand: processes and locks as above. One that cannot be seen here and holds a lock may be the server.
+std::string whoStays(const std::string& directory, pid_t self, const std::vector<pid_t>& server,
+                     const std::string& proc = "/proc");
+
+/// Which server is at work in a directory. What cannot be told does not count, and no other program does.
+std::string serverIn(const std::string& directory, pid_t self, const std::string& proc = "/proc");
 
 }  // namespace orrery::mysql::sbt

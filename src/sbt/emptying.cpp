@@ -45,6 +45,19 @@ std::string listNames(int directory, const std::string& path, std::vector<std::s
   return errno == 0 ? std::string() : failed(path, errno);
 }
 
+/// Folders that this account cannot enter go when they are empty. They go first: one that stays is told before anything
+/// is lost.
+std::string removeClosed(int directory, const std::string& path) {
+  std::vector<std::string> names;
+  if (std::string problem = listNames(directory, path, names); !problem.empty()) return problem;
+  for (const std::string& name : names) {
+    const OwnFd inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (inner || errno != EACCES || unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0) continue;
+    if (name != folderOfFileSystem) return failed(path + "/" + name, EACCES);
+  }
+  return {};
+}
+
 /// By descriptors: a name that is exchanged for a link meanwhile leads nowhere else.
 std::string removeContents(int directory, const std::string& path, dev_t device, bool& any) {
   std::vector<std::string> names;
@@ -60,6 +73,7 @@ std::string removeContents(int directory, const std::string& path, dev_t device,
     if (S_ISDIR(info.st_mode)) {
       if (info.st_dev != device) return below + ": another file system is mounted there";
       const OwnFd inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      if (!inner && errno == EACCES && name == folderOfFileSystem) continue;
       if (!inner) return failed(below, errno);
       if (std::string problem = removeContents(inner.get(), below, device, any); !problem.empty()) return problem;
     }
@@ -94,7 +108,8 @@ Emptied emptyDirectory(const std::string& path) {
   if (!directory || fstat(directory.get(), &info) != 0) return {failed(path, errno)};
   if (std::string mount = mountBelow(path); !mount.empty()) return {mount};
   Emptied emptied;
-  emptied.problem = removeContents(directory.get(), path, info.st_dev, emptied.any);
+  emptied.problem = removeClosed(directory.get(), path);
+  if (emptied.problem.empty()) emptied.problem = removeContents(directory.get(), path, info.st_dev, emptied.any);
   return emptied;
 }
 

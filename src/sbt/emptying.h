@@ -1,8 +1,12 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace orrery::mysql::sbt {
+
+/// What a file system keeps for itself where a directory is its root.
+inline constexpr std::string_view folderOfFileSystem = "lost+found";
 
 struct Emptied {
   std::string problem;  ///< empty on success; otherwise what could not be removed and why
@@ -10,8 +14,9 @@ struct Emptied {
 };
 
 /// Removes what a directory holds; the directory itself stays as it is, and may be reached through a link. Links below
-/// it are removed and not followed, and nothing that is mounted below it is entered. What was removed before a failure
-/// is gone.
+/// it are removed and not followed, and nothing that is mounted below it is entered. A folder that cannot be entered
+/// goes when it is empty; else nothing does, but lost+found, which then stays. What was removed before a failure is
+/// gone.
 Emptied emptyDirectory(const std::string& path);
 
 /// What is mounted below a directory, the first of it, or why that cannot be told; empty: nothing. `mounts` is the

@@ -1,7 +1,5 @@
 // Restore: the server before and after it.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <limits>
 #include <string>
@@ -11,7 +9,6 @@
 #include "orrery/platform/FXString.h"
 #include "orrery/platform/services.h"
 
-#include "sbt/directory_users.h"
 #include "sbt/texts.h"
 
 namespace sbt = orrery::mysql::sbt;
@@ -22,8 +19,6 @@ constexpr const char* tag = "MySqlSBTRestoreUtils::sbtRestoreToTime";
 constexpr const char* section = "MySQL";
 constexpr long defaultWait = 180;  // seconds
 constexpr std::int64_t millisecondsPerSecond = 1000;
-constexpr int secondsForUsers = 60;
-constexpr std::int64_t betweenLooks = 1000;  // milliseconds
 constexpr long longestWait = std::numeric_limits<std::int64_t>::max() / millisecondsPerSecond / 1000;
 
 /// Whether a failed ping had an answer: the number is a server's, or one of the client's about a talk that had begun.
@@ -36,12 +31,6 @@ bool isRefusal(int number) {
   if (number >= firstOfClient && number < endOfClient)
     return std::find(std::begin(ofTalks), std::end(ofTalks), number) != std::end(ofTalks);
   return number >= firstOfServer && number < endOfServer;
-}
-
-/// By what this machine shows of processes, and by the locks on files, which tell also of what it does not show.
-std::string whoUses(const std::string& directory) {
-  std::string user = sbt::directoryUser(directory, getpid());
-  return user.empty() ? sbt::directoryLocker(directory) : user;
 }
 
 }  // namespace
@@ -69,6 +58,7 @@ int MySqlSBTRestoreUtils::stopForRestore() {
     event_.Error(tag, "the server is not stopped: %s", why.c_str());
     return failJob(sbt::causeServerNotStopped, {why + "; " + untouched()});
   }
+  if (waitForOthers(answers) != 0) return -1;
   if (stopServer() != 0) {
     event_.Error(tag, "Stopping MySQL server failed. Cannot proceed without stopping the server.");
     const std::string why = session_.strErrorString.empty() ? "it still answers" : session_.strErrorString;
@@ -76,20 +66,6 @@ int MySqlSBTRestoreUtils::stopForRestore() {
   }
   serverWasStopped_ = answers;
   return waitUntilLetGo();
-}
-
-/// That nobody answers a ping is no proof that nobody is there: after a shutdown a server writes its last pages.
-int MySqlSBTRestoreUtils::waitUntilLetGo() {
-  std::string user = whoUses(targetDirectory_);
-  for (int second = 0; !user.empty() && second < secondsForUsers; ++second) {
-    if (isToStop()) return stopBeforeRemoval();
-    if (second == 0) event_.Debug(tag, "waiting until the directory is let go: %s", user.c_str());
-    orrery::platform::services().clock->sleep(betweenLooks);
-    user = whoUses(targetDirectory_);
-  }
-  if (user.empty()) return 0;
-  event_.Error(tag, "the directory is not emptied: %s", user.c_str());
-  return failJob(sbt::causeServerNotStopped, {user + "; " + untouched()});
 }
 
 std::string MySqlSBTRestoreUtils::untouched() const {

@@ -16,7 +16,6 @@
 #include "orrery/platform/posix.h"
 #include "orrery/platform/services.h"
 
-#include "sbt/directory_users.h"
 #include "sbt/emptying.h"
 #include "sbt/owner.h"
 #include "sbt/texts.h"
@@ -77,16 +76,17 @@ std::string whyNotWritable(const fs::path& target) {
 
 int MySqlSBTRestoreUtils::checkBeforehand(const std::vector<ArchFileListByTimeElement_t>& images) {
   if (isToStop()) return stopOnRequest("before anything was changed");
-  const auto refuse = [&](std::uint32_t cause, const std::string& why) {
-    event_.Error(tag, "refused before anything was changed: %s", why.c_str());
-    if (jobObject_ == nullptr) std::printf("The restore is refused: %s\n", why.c_str());
-    return failJob(cause, {why});
-  };
   for (const ArchFileListByTimeElement_t& image : images)
     if (const std::string why = unfitValues(image.fileName, {}, jobResultsDir_); !why.empty())
       return refuse(sbt::causeNotHandedOver, why);
   const std::string why = whyNotPossible();
   return why.empty() ? 0 : refuse(sbt::causeRestoreRefused, why);
+}
+
+int MySqlSBTRestoreUtils::refuse(std::uint32_t cause, const std::string& why) {
+  event_.Error(tag, "refused before anything was changed: %s", why.c_str());
+  if (jobObject_ == nullptr) std::printf("The restore is refused: %s\n", why.c_str());
+  return failJob(cause, {why});
 }
 
 std::string MySqlSBTRestoreUtils::whyNotPossible() const {
@@ -100,10 +100,7 @@ std::string MySqlSBTRestoreUtils::whyNotPossible() const {
   if (const std::string folder = agentFolderAt(target); !folder.empty())
     return targetDirectory_ + " is, holds or lies in the agent's folder " + folder;
   if (std::string why = whyNotWritable(target); !why.empty()) return why;
-  if (!restoreToServer_) return {};
-  if (std::string why = sbt::mountBelow(target.native()); !why.empty()) return why;
-  // The server goes when it is stopped; anybody else would be found when it has gone.
-  return sbt::directoryUser(targetDirectory_, getpid(), sbt::Whom::allButServers);
+  return restoreToServer_ ? sbt::mountBelow(target.native()) : std::string();
 }
 
 int MySqlSBTRestoreUtils::prepareTarget(const std::vector<ArchFileListByTimeElement_t>& images) {
@@ -112,7 +109,10 @@ int MySqlSBTRestoreUtils::prepareTarget(const std::vector<ArchFileListByTimeElem
   std::error_code error;
   if (!fs::exists(targetDirectory_, error) && !error) return createTarget();
   const bool isEmpty = fs::is_empty(targetDirectory_, error);
-  if (!error && isEmpty) return 0;
+  if (!error && isEmpty) {
+    forceFullFromHere();
+    return 0;
+  }
   if (restoreToServer_) return emptyTarget(images);
   event_.Error(tag, "Destination directory is not empty, cannot proceed with restore.");
   return failJob(sbt::causeDirectoryNotEmpty);
@@ -124,6 +124,7 @@ int MySqlSBTRestoreUtils::emptyTarget(const std::vector<ArchFileListByTimeElemen
     event_.Error(tag, "the directory is not emptied: %s", why.c_str());
     return failJob(sbt::causeNoImages, {why + "; " + untouched()});
   }
+  forceFullFromHere();
   event_.Debug(tag, "Cleaning MySQL data directory");
   const sbt::Emptied emptied = sbt::emptyDirectory(targetDirectory_);
   if (emptied.problem.empty()) return 0;
@@ -133,6 +134,7 @@ int MySqlSBTRestoreUtils::emptyTarget(const std::vector<ArchFileListByTimeElemen
 }
 
 int MySqlSBTRestoreUtils::createTarget() {
+  forceFullFromHere();
   const CKyError error = CKyDirectory::Create(targetDirectory_);
   if (!error.isError()) return 0;
   event_.Error(tag, "Failed to create destination directory, Error [%s]", error.text().c_str());

@@ -42,7 +42,7 @@ int MySqlSBTRestoreUtils::restoreToTime() {
   // Kept: also after an image that failed. What was restored until then is the account's to look at, and whatever the
   // backups of before stood on is gone.
   if (giveToOwner() != 0) result = -1;
-  if (setForceFullFlags() != 0) event_.Error(tag, "Failed to force FULL flags.");
+  forceFull();
   removeWorkingDirectory();
   if (restoreToServer_ && result == 0) result = bringServerUp();
   if (result == 0 && jobObject_ != nullptr) result = endSuccessfully();
@@ -61,6 +61,7 @@ int MySqlSBTRestoreUtils::applyImages(const std::vector<ArchFileListByTimeElemen
   auto* const job = dynamic_cast<DZRstJobClient*>(jobObject_.get());
   const double step = wholeProgress / static_cast<double>(images.size());
   double progress = 0;
+  if (endWhenCameUp() != 0) return -1;
   for (const ArchFileListByTimeElement_t& image : images) {
     if (const int result = sbtRestoreFromImage(image.fileName, image.isIncremental()); result != 0)
       return endAfterImage(image, result);
@@ -70,6 +71,7 @@ int MySqlSBTRestoreUtils::applyImages(const std::vector<ArchFileListByTimeElemen
     if (isToStop())
       return stopOnRequest("after the image " + image.fileName + "; the data directory is not complete" +
                            (restoreToServer_ ? " and the server is down" : ""));
+    if (endWhenCameUp() != 0) return -1;
   }
   return 0;
 }
@@ -80,7 +82,11 @@ int MySqlSBTRestoreUtils::endAfterImage(const ArchFileListByTimeElement_t& image
   if (jobObject_ == nullptr) return -1;
   const bool isUnset = getJobStatus() == DZJobStatus{};
   if (isUnset) tellCause(sbt::causeImageFailed);
-  if (restoreToServer_) tellCause(sbt::causeServerDirectoryIncomplete);
+  if (const std::string server = whoCameUp(); !server.empty()) {
+    tellCause(sbt::causeServerNotStopped, {server});
+  } else if (restoreToServer_) {
+    tellCause(sbt::causeServerDirectoryIncomplete);
+  }
   NotifyArbiterJobComplete(isUnset ? DZJobStatus::failed : getJobStatus(), DZJobStatusFor::job, 0);
   return -1;
 }
@@ -94,6 +100,16 @@ int MySqlSBTRestoreUtils::giveToOwner() {
   if (NotifyArbiterJobComplete(DZJobStatus::completedWithErrors, DZJobStatusFor::job, 0) != 0)
     event_.Error(tag, "%s", notNotified);
   return -1;
+}
+
+void MySqlSBTRestoreUtils::forceFull() {
+  if (setForceFullFlags() != 0) event_.Error(tag, "Failed to force FULL flags.");
+}
+
+/// An agent that is killed later on sets no flags any more, and the next incremental backup would stand on a server
+/// that was replaced.
+void MySqlSBTRestoreUtils::forceFullFromHere() {
+  if (restoreToServer_) forceFull();
 }
 
 int MySqlSBTRestoreUtils::endSuccessfully() {

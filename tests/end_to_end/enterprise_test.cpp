@@ -312,6 +312,24 @@ TEST_F(EnterpriseFailureTest, StopsOnRequestInBackupAndRestore) {
   EXPECT_EQ(checksum(), before);
 }
 
+TEST_F(EnterpriseFailureTest, ASignalReachesNoChild) {
+  const std::string heard = directory_ / "heard";
+  const std::string started = directory_ / "started";
+  const std::string folder = directory_ / "bin";
+  std::filesystem::create_directory(folder);
+  writeFile(
+      folder + "/mysqlbackup",
+      "#!/bin/sh\ntrap ': >" + heard + "' INT\ntrap 'exit 1' TERM\n: >" + started + "\nwhile :; do sleep 0.02; done\n",
+      0755);
+  ASSERT_EQ(run({"instance", "set", "db", "--meb-bin", folder}).exitStatus, 0);
+  RunningProgram program(commandLine(home(), {"backup", "db"}));
+  ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(started); }));
+  ::kill(program.pid(), SIGINT);
+  EXPECT_EQ(program.wait().signal, SIGINT) << "the request to stop, another signal, ends the program";
+  EXPECT_THAT(job(1)["causes"].dump(), HasSubstr("SIGINT"));
+  EXPECT_FALSE(std::filesystem::exists(heard));
+}
+
 TEST_F(EnterpriseFailureTest, IsRefusedBeforeAnythingIsDone) {
   writeMuch();
   RunningProgram program = start({"backup", "db"}, "slow:100");

@@ -132,9 +132,13 @@ void InterruptGuard::forward() const {
     // One signal may wake this thread twice, by its byte in the pipe and by the handler's run on this very thread.
     const int count = signalCount;
     if (firstSignal == 0 || (handedOnOnce && count == handedOn)) continue;
+    if (finishing > 0) {
+      timeout = kForwardEveryMilliseconds;  // to hand it on when that is done
+      continue;
+    }
     signalChildren(count > 1 ? SIGKILL : firstSignal.load());
     // A client library waits without limit for its server. Once: whoever puts things away may connect again.
-    if (count > 1 && count != handedOn && finishing == 0) endConnections();
+    if (count > 1 && count != handedOn) endConnections();
     handedOn = count;
     timeout = handedOnOnce ? -1 : kForwardEveryMilliseconds;
   }

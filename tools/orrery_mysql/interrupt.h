@@ -68,8 +68,9 @@ class [[nodiscard]] ClientLimit {
   std::thread thread_;
 };
 
-/// While one lives, waits last as long as they should although the user asked for the end: what is done then, letting a
-/// replica go for one, has to be finished.
+/// While one lives, waits last as long as they should although the user asked for the end, and no child hears of it:
+/// what is done then, letting a replica go or giving restored files to their owner, has to be finished. Whoever may end
+/// earlier looks at `interruptSignal` and ends its children itself. A third signal still takes its default action.
 class [[nodiscard]] Finishing {
  public:
   Finishing() noexcept;

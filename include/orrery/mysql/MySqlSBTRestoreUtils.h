@@ -12,6 +12,7 @@
 /// Nothing is stopped or emptied before every image has been read once from end to end, and no data directory is
 /// emptied while a process has it open, holds a lock in it, or may do so unseen.
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,17 +46,19 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   /// The whole restore: images, stop, empty directory, images in order, owner, full backups next, start, ping. Ends the
   /// job; where it could not even begin, getJobStatus() is still 0 and the caller has to. Causes: 0x5700006F no usable
   /// images, 0x570000F6 and 0x570000F7 refused before anything was changed, 0x57000072 the server refuses the agent,
-  /// would not stop or keeps its directory open, 0x57000070 the directory is not empty, 0x570000F8 it could not be
-  /// emptied or made, 0x5700006C an image failed, with 0x570000FA when the server has no whole data directory now,
-  /// 0x5700006A the owner could not be set, 0x57000071 the server does not answer, 0x570000F9 the job was asked to
-  /// stop, which is looked at before the server is stopped, until its directory is emptied and after each image.
+  /// would not stop, keeps its directory open or was started by something else meanwhile, 0x57000070 the directory is
+  /// not empty, 0x570000F8 it could not be emptied or made, 0x5700006C an image failed, with 0x570000FA when the server
+  /// has no whole data directory now, 0x5700006A the owner could not be set, 0x57000071 the server does not answer,
+  /// 0x570000F9 the job was asked to stop, which is looked at before the server is stopped, until its directory is
+  /// emptied and after each image.
   int sbtRestoreToTime();
   /// One run of `mysqlbackup`, supervised when there is a job, else through the shell. Prints its success.
   int sbtRestoreFromImage(const std::string& imageName, bool incremental);
   /// Gives the data directory to the account of the server. Without a target directory the last full image tells it;
   /// without an owner it is that of the destination instance, and when that has none the files stay as they are.
   int setPermissionsToDataDir();
-  /// Makes the next backup of every subclient of the destination instance a full one.
+  /// Makes the next backup of every subclient of the destination instance a full one. A restore into the server does so
+  /// before the first file goes and again in the end.
   int setForceFullFlags();
   /// As the base's, and the folder of the run's second when nobody else's are in it.
   void cleanUp() override;
@@ -98,16 +101,29 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   ORRERY_MYSQL_HIDDEN int findImages(std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int checkBeforehand(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN std::string whyNotPossible() const;
+  ORRERY_MYSQL_HIDDEN int refuse(std::uint32_t cause, const std::string& why);
   ORRERY_MYSQL_HIDDEN int stopForRestore();
+  ORRERY_MYSQL_HIDDEN int waitForOthers(bool serverAnswers);
   ORRERY_MYSQL_HIDDEN int waitUntilLetGo();
+  ORRERY_MYSQL_HIDDEN int waitForReturn();
+  /// Looks once a second for so long as somebody is there, who is left in `user`; false: the job is to end.
+  ORRERY_MYSQL_HIDDEN bool waitWhileUsed(const std::function<std::string()>& look, int seconds, std::string& user);
+  ORRERY_MYSQL_HIDDEN int endWhileUsed(const std::string& user);
+  ORRERY_MYSQL_HIDDEN std::string directoryOfServer();
   ORRERY_MYSQL_HIDDEN int prepareTarget(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int emptyTarget(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int createTarget();
   /// Why the images are not what they were when they were found; empty: they are.
   ORRERY_MYSQL_HIDDEN std::string whyNotInPlace(const std::vector<ArchFileListByTimeElement_t>& images);
   ORRERY_MYSQL_HIDDEN int applyImages(const std::vector<ArchFileListByTimeElement_t>& images);
+  /// For causes: which server came up in the directory while it was emptied and filled; empty: none.
+  ORRERY_MYSQL_HIDDEN std::string whoCameUp() const;
+  ORRERY_MYSQL_HIDDEN int endWhenCameUp();
   ORRERY_MYSQL_HIDDEN int endAfterImage(const ArchFileListByTimeElement_t& image, int result);
   ORRERY_MYSQL_HIDDEN int giveToOwner();
+  /// Only tells what fails.
+  ORRERY_MYSQL_HIDDEN void forceFull();
+  ORRERY_MYSQL_HIDDEN void forceFullFromHere();
   ORRERY_MYSQL_HIDDEN int bringServerUp();
   ORRERY_MYSQL_HIDDEN void launchServer();
   ORRERY_MYSQL_HIDDEN int endSuccessfully();

@@ -78,6 +78,7 @@ TEST(DirectoryUser, MayBeOneThatCannotBeLookedInto) {
   } cases[] = {
       {"a server of another account", "mariadbd", "4711", true, false},
       {"its script", "mysqld_safe", "4711", true, false},
+      {"a program that watches one", "mysqld_exporter", "4711", false, false},
       {"the directory's account", "tar", "0", true, true},
       {"another account", "tar", "4711", false, false},
       {"a server that tells no account", "mysqld", "", true, false},
@@ -178,6 +179,102 @@ TEST(DirectoryLocker, FileThatCannotBeAskedIsTold) {
   }));
 }
 
+TEST(DirectoryLocker, PassesOverWhatIsNoServers) {
+  const TemporaryDirectory folder;
+  fs::permissions(folder.path(), fs::perms(0755));
+  for (const char* const name : {"lost+found", "shop"}) {
+    fs::create_directory(folder / name);
+    fs::permissions(folder / name, fs::perms::none);
+    EXPECT_EQ(asOrdinaryUser([&] {
+                const std::string told = "what is locked in " + (folder / name) + " cannot be told: Permission denied";
+                return directoryLocker(folder.path()) == (std::string(name) == "shop" ? told : "") ? 0 : 1;
+              }),
+              0)
+        << name;
+  }
+  if (getuid() != 0) return;  // only root can make a folder of root's in another's
+  ASSERT_EQ(chown(folder.path().c_str(), 4711, 4711), 0);
+  EXPECT_EQ(asOrdinaryUser([&] { return directoryLocker(folder.path()).empty() ? 0 : 1; }), 0);
+}
+
+TEST(ServerProcesses, AreToldByTheLocksAndEndWithTheServer) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  const std::string data = folder / "data";
+  const std::string other = folder / "other";
+  fs::create_directories(data);
+  fs::create_directories(other);
+  const LockHolder holder(data + "/ibdata1");
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(data + "/ibdata1.tried"); }));
+  const auto add = [&](pid_t id, const char* program, int parent) {
+    fs::create_directories(proc / std::to_string(id) + "/fd");
+    writeFile(proc / std::to_string(id) + "/comm", std::string(program) + "\n");
+    writeFile(proc / std::to_string(id) + "/status", "Uid:\t0\t0\nPPid:\t" + std::to_string(parent) + "\n");
+  };
+  constexpr pid_t script = 5000000;  // above all numbers of processes
+  add(holder.pid(), "mariadbd", script);
+  add(script, "mysqld_safe", 1);
+  add(script + 1, "mysqld_safe_hel", script);
+  add(script + 2, "mariadbd", 1);
+  add(script + 3, "logger", script);
+  const auto itsOwn = testing::UnorderedElementsAre(holder.pid(), script, script + 1);
+  EXPECT_THAT(serverProcesses(data, "", proc.path()), itsOwn);
+  EXPECT_THAT(serverProcesses(data, data + "/", proc.path()), itsOwn);
+  EXPECT_THAT(serverProcesses(other, data, proc.path()), itsOwn) << "it has its data elsewhere";
+  EXPECT_THAT(serverProcesses(data, other, proc.path()), IsEmpty()) << "another one's directory";
+  // Its root is another one, in which the directory has another name.
+  fs::create_directory_symlink(folder.path(), proc / std::to_string(holder.pid()) + "/root");
+  EXPECT_THAT(serverProcesses(data, "/data", proc.path()), itsOwn);
+  fs::remove(proc / std::to_string(holder.pid()) + "/root");
+
+  const std::string held = " holds a lock on " + data + "/ibdata1";
+  const std::string named = "process " + std::to_string(holder.pid()) + " (";
+  EXPECT_EQ(whoStays(data, 1, {holder.pid()}, proc.path()), "");
+  EXPECT_EQ(whoStays(data, 1, {}, proc.path()), "") << "nobody knows better";
+  EXPECT_EQ(whoStays(data, 1, {script + 2}, proc.path()), named + "mariadbd)" + held);
+  EXPECT_EQ(serverIn(data, 1, proc.path()), named + "mariadbd)" + held);
+  add(holder.pid(), "tar", 1);
+  EXPECT_THAT(serverProcesses(data, "", proc.path()), IsEmpty());
+  EXPECT_EQ(whoStays(data, 1, {}, proc.path()), named + "tar)" + held);
+  EXPECT_EQ(serverIn(data, 1, proc.path()), "");
+}
+
+TEST(WhoStays, IsNotTheServerThatGoes) {
+  const struct {
+    const char* name;
+    const char* program;
+    bool isServer, someIsKnown, hides;
+    const char* stays;
+  } cases[] = {
+      {"the server", "mariadbd", true, true, false, ""},
+      {"the server, hidden", "mariadbd", true, true, true, ""},
+      {"another server", "mariadbd", false, true, false, "process 13 (mariadbd) works in "},
+      {"another server, hidden", "mysqld", false, true, true, "whether process 13 (mysqld) works in "},
+      {"some server", "mysqld", false, false, false, ""},
+      {"some server, hidden", "mysqld", false, false, true, "whether process 13 (mysqld) works in "},
+      {"another program", "tar", false, true, false, "process 13 (tar) works in "},
+      {"another program, hidden", "tar", false, true, true, ""},
+  };
+  for (const auto& row : cases) {
+    const TemporaryDirectory proc;
+    fs::permissions(proc.path(), fs::perms(0755));
+    fs::create_directories(proc / "13/fd");
+    writeFile(proc / "13/comm", std::string(row.program) + "\n", 0644);
+    writeFile(proc / "13/status", "Uid:\t4711\t4711\n", 0644);
+    fs::create_symlink("/usr/lib/x", proc / "13/fd/3");
+    if (row.hides) fs::permissions(proc / "13/fd", fs::perms::none);
+    const std::vector<pid_t> server = {row.isServer ? 13 : 12};
+    EXPECT_EQ(asOrdinaryUser([&] {
+                const std::string user =
+                    whoStays("/usr/lib", 1, row.someIsKnown ? server : std::vector<pid_t>(), proc.path());
+                return (*row.stays == '\0' ? user.empty() : user.rfind(row.stays, 0) == 0) ? 0 : 1;
+              }),
+              0)
+        << row.name;
+    fs::permissions(proc / "13/fd", fs::perms(0700));
+  }
+}
+
 TEST(DirectoryUser, IsFoundAmongTheProcessesOfThisMachine) {
   const TemporaryDirectory folder;
   EXPECT_EQ(directoryUser(folder.path(), getpid()), "");
@@ -228,6 +325,25 @@ TEST(Emptying, SaysWhatItCannotRemoveAndWhetherSomethingWasRemovedBefore) {
     fs::permissions(own / "data", fs::perms(0755));
     return emptied.problem == (own / "data/kept: Permission denied") && emptied.any;
   })) << "something was removed before it failed";
+}
+
+TEST(Emptying, FolderThatCannotBeEnteredIsFoundFirst) {
+  const int result = asOrdinaryUser([] {
+    const TemporaryDirectory folder;
+    const auto close = [&](const char* name) { fs::permissions(folder / name, fs::perms::none); };
+    for (const char* const name : {"data/lost+found", "data/empty", "data/held"}) fs::create_directories(folder / name);
+    for (const char* const name : {"data/a", "data/lost+found/file", "data/held/file"}) writeFile(folder / name, "");
+    for (const char* const name : {"data/lost+found", "data/empty", "data/held"}) close(name);
+    const Emptied first = emptyDirectory(folder / "data");
+    if (first.problem != (folder / "data/held: Permission denied") || first.any || !fs::exists(folder / "data/a"))
+      return 1;
+    fs::permissions(folder / "data/held", fs::perms(0700));
+    const Emptied second = emptyDirectory(folder / "data");
+    fs::permissions(folder / "data/lost+found", fs::perms(0700));
+    const auto left = std::distance(fs::directory_iterator(folder / "data"), fs::directory_iterator());
+    return second.problem.empty() && left == 1 && fs::exists(folder / "data/lost+found/file") ? 0 : 2;
+  });
+  EXPECT_EQ(result, 0);
 }
 
 TEST(Emptying, MountsBelowAreFoundBeforehand) {

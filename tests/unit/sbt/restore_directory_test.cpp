@@ -1,7 +1,10 @@
 // Whose data directory a restore leaves alone.
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
 
+#include "sbt/directory_users.h"
 #include "sbt/restore_fixture.h"
 
 namespace orrery::test {
@@ -11,7 +14,6 @@ using platform::JobState;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 using RestoreDirectory = RestoreDriver;
@@ -77,10 +79,125 @@ TEST_F(RestoreDirectory, DirectoryThatAnotherProgramWorksInKeepsItsServer) {
   const Worker worker(data_, folder_ / "works");
   Restore driver;
   EXPECT_EQ(restore(driver), -1);
-  EXPECT_THAT(driver.asked, IsEmpty());
+  EXPECT_THAT(driver.asked, ElementsAre("ping"));
+  EXPECT_EQ(backend_.sleeps().size(), 10U) << "one that passes by has its time";
   EXPECT_TRUE(isOldThere());
   EXPECT_THAT(causes(),
               ElementsAre(AllOf(HasSubstr("570000f7 0 300 " + worker.name()), HasSubstr(") works in " + data_ + "|"))));
+}
+
+TEST_F(RestoreDirectory, ProgramThatPassesByIsWaitedForUnlessTheJobIsToEnd) {
+  addImages(1);
+  for (const bool quits : {false, true}) {
+    writeJob();
+    writeFile(data_ + "/old", "");
+    auto worker = std::make_unique<Worker>(data_, folder_ / "works");
+    atSleep_ = [&] {
+      if (quits) {
+        EXPECT_TRUE(backend_.services()->jobs->requestQuit(jobId_).ok());
+      } else {
+        worker.reset();
+      }
+    };
+    Restore driver;
+    EXPECT_EQ(restore(driver), quits ? -1 : 0);
+    EXPECT_EQ(isOldThere(), quits);
+    if (quits) {
+      EXPECT_THAT(causes(), ElementsAre("570000f9 0 300 before anything was changed|"));
+    }
+  }
+}
+
+TEST_F(RestoreDirectory, WhoeverWouldStayIsFoundBeforeTheStop) {
+  addImages(1);
+  const std::string file = data_ + "/ibdata1";
+  writeFile(file, "x");
+  const pid_t holder = fork();
+  if (holder == 0) {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    const int opened = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    // Its other open files are elsewhere: the lock alone tells.
+    writeFile(folder_ / "tried", ::fcntl(opened, F_SETLK, &lock) == 0 ? "locked" : "refused");
+    for (;;) pause();
+  }
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(folder_ / "tried") && readFile(folder_ / "tried") == "locked"; }));
+  Restore driver;
+  EXPECT_EQ(restore(driver), -1);
+  ::kill(holder, SIGKILL);
+  ::waitpid(holder, nullptr, 0);
+  EXPECT_THAT(driver.asked, ElementsAre("ping"));
+  EXPECT_THAT(causes(), ElementsAre(HasSubstr("570000f7 0 300 process " + std::to_string(holder) + " (")));
+}
+
+/// A program of a server's name that is started in the data directory.
+class StartedServer {
+ public:
+  StartedServer(const std::string& directory, const std::string& folder) {
+    fs::create_directories(folder);
+    fs::copy_file("/bin/sleep", folder + "/mariadbd", fs::copy_options::overwrite_existing);
+    program_ = std::make_unique<RunningProgram>(
+        std::vector<std::string>{"/bin/sh", "-c", "cd \"$1\"; exec \"$2\" 60", "sh", directory, folder + "/mariadbd"});
+    EXPECT_TRUE(waitUntil([&] { return !mysql::sbt::serverIn(directory, getpid()).empty(); }));
+  }
+  std::string name() const { return "process " + std::to_string(program_->pid()) + " (mariadbd)"; }
+
+ private:
+  std::unique_ptr<RunningProgram> program_;
+};
+
+TEST_F(RestoreDirectory, ServerThatSomethingElseStartsEndsTheRestore) {
+  addImages(2);
+  const struct {
+    const char* name;
+    bool isEmptied;  // when it is started
+    const char* state;
+    const char* applied;
+  } cases[] = {{"before anything was removed", false, "nothing was removed", ""},
+               {"while the first image is applied", true, "the data directory is not complete", "image1\n"}};
+  for (const auto& row : cases) {
+    writeJob();
+    writeFile(data_ + "/old", "");
+    std::unique_ptr<StartedServer> server;
+    int sleeps = 0;
+    atSleep_ = [&] {
+      // A supervisor waits some seconds before it starts a server again.
+      if (!server && (row.isEmptied ? !isOldThere() : ++sleeps == 3))
+        server = std::make_unique<StartedServer>(data_, folder_ / "server");
+    };
+    Restore driver;
+    EXPECT_EQ(restore(driver), -1) << row.name;
+    ASSERT_TRUE(server) << row.name;
+    EXPECT_EQ(isOldThere(), !row.isEmptied) << row.name;
+    EXPECT_EQ(applied(), row.applied) << row.name;
+    EXPECT_THAT(driver.asked, ElementsAre("ping", "stop")) << row.name;
+    EXPECT_THAT(causes(), ElementsAre("57000072 0 300 " + server->name() + " works in " + data_ +
+                                      ": something else started the server; " + row.state + "|"));
+    EXPECT_EQ(job().state, JobState::failed);
+  }
+}
+
+TEST_F(RestoreDirectory, NextBackupsAreFullOnesBeforeAnythingIsRemoved) {
+  addImages(1);
+  for (const bool fails : {false, true}) {
+    writeJob();
+    writeFile(data_ + "/old", "");
+    ASSERT_TRUE(backend_.services()->inventory->setForceFull(backend_.defaultSubclient(instance_), false).ok());
+    if (fails) backend_.failures().failNth("Inventory::setForceFull", 1, platform::Status::failure("no"));
+    Restore driver;
+    bool isForced = false;
+    atSleep_ = [&] {
+      if (isOldThere()) {
+        EXPECT_FALSE(forceFull());
+      } else if (driver.asked.back() == "stop") {
+        isForced = isForced || forceFull();
+      }
+    };
+    EXPECT_EQ(restore(driver), 0) << "a failure is only told";
+    EXPECT_EQ(isForced, !fails) << "while the image is applied";
+    EXPECT_EQ(isSaid("Failed to force FULL flags."), fails);
+    EXPECT_TRUE(forceFull());
+  }
 }
 
 TEST_F(RestoreDirectory, DirectoryWithALockedFileIsLeftAlone) {
