@@ -367,7 +367,7 @@ TEST_F(SessionServer, IdleIntervalsPassUncountedWhileNoClientOwesAWord) {
   const auto go = [&](SessionClient& client) {
     const std::size_t before = recorder_->seen().size();
     client.disconnect();
-    ASSERT_TRUE(eventually([&] { return recorder_->seen().size() > before; }));
+    ASSERT_TRUE(waitUntil([&] { return recorder_->seen().size() > before; }));
   };
   using State = SbtImageState;
   const struct {
@@ -400,10 +400,9 @@ TEST_F(SessionServer, IdleIntervalsPassUncountedWhileNoClientOwesAWord) {
     const auto acted = std::chrono::steady_clock::now();
     const int before = idleTimes;
     if (owed) {
-      EXPECT_TRUE(eventually([&] { return idleTimes > before; })) << what;
+      EXPECT_TRUE(waitUntil([&] { return idleTimes > before; })) << what;
     } else {
-      EXPECT_TRUE(
-          eventually([&] { return std::chrono::steady_clock::now() - acted > std::chrono::milliseconds(100); }));
+      EXPECT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - acted > std::chrono::milliseconds(100); }));
       EXPECT_EQ(idleTimes, before) << what;
     }
   }

@@ -48,7 +48,7 @@ TEST_F(StoreTest, StoreOfTheFirstSchemaIsBroughtForwardWithWhatItHolds) {
   ASSERT_TRUE(succeeded(open()->inventory->putClient("kept", 0, client)));
   runSql(
       "DROP TABLE replica_holders; DROP INDEX archive_files_name; ALTER TABLE subclients DROP COLUMN force_full; "
-      "PRAGMA user_version = 1");
+      "ALTER TABLE archive_files DROP COLUMN base_id; PRAGMA user_version = 1");
   const auto services = open();
   ASSERT_NE(services, nullptr);
   Id holder = 0;
