@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <sstream>
+#include <system_error>
 
 #include "data_paths.h"
 #include "failure.h"
@@ -19,6 +20,14 @@ bool isOfBackup(const DataPath& path) {
   return stays.count(path.kind) == 0;
 }
 
+/// What cannot be looked at is taken by its words.
+std::filesystem::path resolved(const std::string& path) {
+  std::error_code error;
+  std::filesystem::path whole = std::filesystem::weakly_canonical(path, error);
+  if (error) whole = std::filesystem::path(path).lexically_normal();
+  return whole.has_filename() ? whole : whole.parent_path();
+}
+
 bool lies(const std::filesystem::path& path, const std::filesystem::path& above) {
   const auto ends = std::mismatch(above.begin(), above.end(), path.begin(), path.end());
   return ends.first == above.end();
@@ -29,10 +38,10 @@ bool lies(const std::filesystem::path& path, const std::filesystem::path& above)
 std::vector<std::string> outsidePaths(ServerSession& server) {
   DataPaths found = readDataPaths(server);
   addFurtherPaths(server, found);
-  const std::filesystem::path directory = std::filesystem::weakly_canonical(found.dataDirectory + "/.");
+  const std::filesystem::path directory = resolved(found.dataDirectory);
   std::set<std::string> outside;
   for (const DataPath& path : found.paths)
-    if (isOfBackup(path) && !lies(std::filesystem::weakly_canonical(path.path), directory)) outside.insert(path.path);
+    if (isOfBackup(path) && !lies(resolved(path.path), directory)) outside.insert(path.path);
   return {outside.begin(), outside.end()};
 }
 
