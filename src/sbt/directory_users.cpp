@@ -44,6 +44,12 @@ struct Directory {
     return other == path || (other.size() > path.size() && other.substr(0, path.size()) == path &&
                              (path.back() == '/' || other[path.size()] == '/'));
   }
+  /// Whether a process has another directory at this path, as in a container: its paths tell nothing then.
+  bool isAnotherFor(const fs::path& process) const {
+    struct stat other {};
+    const std::string inside = process.native() + "/root" + path;
+    return exists && stat(inside.c_str(), &other) == 0 && (other.st_dev != info.st_dev || other.st_ino != info.st_ino);
+  }
   /// What another path to the same directory leads to, as in a container.
   bool isAt(const fs::path& link) const {
     struct stat other {};
@@ -92,9 +98,10 @@ Use useOf(const fs::path& process, const Directory& directory) {
   for (const char* const place : {"cwd", "root"}) {
     if (directory.isAt(process / place)) return Use::found;
     const Use one = leadsInto(process / place, directory);
-    if (one == Use::found) return one;
+    if (one == Use::found && !directory.isAnotherFor(process)) return one;
     if (one == Use::hidden) use = one;
   }
+  if (directory.isAnotherFor(process)) return use;
   const Use open = isOpenIn(process, directory);
   if (open == Use::found || isMappedIn(process, directory)) return Use::found;
   return open == Use::hidden ? open : use;

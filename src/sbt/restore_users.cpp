@@ -77,7 +77,8 @@ int MySqlSBTRestoreUtils::waitForReturn() {
       return failJob(sbt::causeServerNotStopped, {server + startedByOthers + "nothing was removed"});
     }
   }
-  return user.empty() ? 0 : endWhileUsed(user);
+  if (quiet >= secondsOfQuiet) return 0;
+  return endWhileUsed(user.empty() ? "programs come and go in " + targetDirectory_ : user);
 }
 
 bool MySqlSBTRestoreUtils::waitWhileUsed(const std::function<std::string()>& look, int seconds, std::string& user) {

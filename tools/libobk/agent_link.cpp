@@ -70,6 +70,9 @@ void AgentLink::add(const std::string& image, Phase phase, std::int64_t bytes, s
 void AgentLink::end(ImageState state) noexcept {
   attempt([&] {
     const std::lock_guard held(mutex_);
+    // The agent waits for this word: after it the program may be silent for hours. A line that was just lost is tried
+    // again at once.
+    if (runTold_) nextAttempt_ = {};
     if (isReady()) tellStatus(sbtStatusCode, state);
   });
 }

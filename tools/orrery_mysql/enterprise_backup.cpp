@@ -42,6 +42,17 @@ bool hasEndedWell(Context& context, long long job) {
   return record.state == platform::JobState::succeeded || record.state == platform::JobState::completedWithErrors;
 }
 
+/// Its image may still be entered in the archive, by the next one that writes there.
+bool wasKilled(Context& context, platform::Id instance) {
+  constexpr std::size_t most = 100;
+  std::vector<platform::JobRecord> jobs;
+  require(context.services().jobs->list(most, jobs), "the jobs cannot be listed");
+  const auto last = std::find_if(jobs.begin(), jobs.end(), [&](const platform::JobRecord& job) {
+    return job.type == platform::JobType::backup && job.instanceId == instance;
+  });
+  return last != jobs.end() && stateOf(context, *last) == "died";
+}
+
 /// By another record of the same server: what the server counts as its last backup is that one then.
 bool isOvertaken(Context& context, const platform::InstanceRecord& instance, platform::Id newestImage) {
   const auto socketOf = [](const platform::InstanceRecord& record) {
@@ -65,6 +76,15 @@ std::string whyNotIncremental(Context& context, const platform::InstanceRecord& 
   if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
     return "there is no full one to stand on";
   if (!hasEndedWell(context, newest(images).jobId)) return "the job of the newest image did not end well";
+  if (wasKilled(context, instance.id)) return "the last backup was killed";
+  platform::ChainQuery chain;
+  chain.backupSetId = subclient.backupSetId;
+  chain.applicationType = platform::property::applicationTypeMySql;
+  chain.to = std::numeric_limits<std::int64_t>::max();
+  chain.reads = false;
+  std::vector<platform::ArchiveFile> whole;
+  if (const platform::Status status = context.services().archive->restoreChain(chain, whole); !status.ok())
+    return "the last images cannot be restored: " + status.text;
   if (isOvertaken(context, instance, newest(images).id)) return "another record of this server was backed up since";
   return {};
 }

@@ -93,7 +93,7 @@ void printResult(Context& context, const platform::JobRecord& job, const Restore
 void requireRestored(Context& context, const RestorePlan& plan) {
   ServerSession server(context, std::to_string(plan.instance.id), ServerSession::LibraryMode{});
   const std::string told = readDataPaths(server).dataDirectory;
-  if (isSameFolder(told, plan.directory)) return;
+  if (!told.starts_with('/') || isSameFolder(told, plan.directory)) return;
   throw Failure("the server of " + plan.instance.name + " does not use what was restored",
                 "that is in " + plan.directory + ", and the server was started on " + told,
                 "correct the server's configuration, or restore once more while it answers");
@@ -109,7 +109,13 @@ void runRestore(Context& context, const RestoreRequest& request) {
   }
   const platform::InstanceRecord instance = findInstance(context, request.instance);
   // Whoever is asked may be long in answering: nobody else is kept out meanwhile.
-  if (request.asks && !request.into) requireConsent(planRestore(context, request));
+  if (request.asks && !request.into) {
+    {
+      const WorkLock lock(context, instance);
+      removeLeftCopies(context, instance);
+    }
+    requireConsent(planRestore(context, request));
+  }
   const WorkLock lock(context, instance);
   removeLeftCopies(context, instance);
   const RestorePlan plan = planRestore(context, request);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -15,9 +16,19 @@ namespace {
 
 constexpr std::uint32_t outsidePathsOption = 0x4F520002;
 
+bool isDataFile(const std::string& name) {
+  static constexpr const char* begins[] = {"ibdata", "ib_logfile", "undo", "aria_log"};
+  return std::any_of(std::begin(begins), std::end(begins),
+                     [&](const char* begin) { return name.starts_with(begin); }) ||
+         name.ends_with(".ibd") || name.ends_with(".isl");
+}
+
 bool isOfBackup(const DataPath& path) {
   static const std::set<std::string> stays{"data_directory", "data_directory_link", "binary_log", "relay_log"};
-  return stays.count(path.kind) == 0;
+  if (stays.count(path.kind) != 0) return false;
+  const std::string name = std::filesystem::path(path.path).filename();
+  // Links to sockets, logs and certificates are of kind file; temporary tables come and go.
+  return !name.starts_with("#sql") && (path.kind != "file" || isDataFile(name));
 }
 
 /// What cannot be looked at is taken by its words.

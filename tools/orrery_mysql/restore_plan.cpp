@@ -81,7 +81,7 @@ void findDirectory(Context& context, RestorePlan& plan) {
                   "start the server and run orrery-mysql paths " + plan.instance.name);
   }
   // What is noted takes a path apart at ";" and ":".
-  if (!told.empty() && !isSameFolder(told, plan.directory)) {
+  if (told.starts_with('/') && !isSameFolder(told, plan.directory)) {
     throw Failure(plan.instance.name + " is not restored",
                   "its server keeps its data in " + told + ", which cannot be noted: " + plan.directory + " came of it",
                   "restore into a folder, and move the files by hand");
@@ -97,11 +97,24 @@ std::string spaceText(const Space& space) {
 /// Files that servers make in their data directories, and those that a restore leaves when it breaks off.
 bool isOfServer(const std::string& name) {
   static constexpr const char* begins[] = {
-      "ibdata", "ib_", "ibtmp",    "undo",    "aria_log", "mysql",    "xtrabackup_",
-      "backup", "#ib", "auto.cnf", "server-", "sys",      "mariadb_", "performance_schema"};
+      "ibdata", "ib_",        "ibtmp",          "undo",    "aria_log", "mysql",   "xtrabackup_",        "backup",
+      "#ib",    "#inno",      "auto.",          "server-", "sys",      "mariadb", "performance_schema", "binlog",
+      "relay",  "ca-key.pem", "private_key.pem"};
   return std::any_of(std::begin(begins), std::end(begins),
                      [&](const char* begin) { return name.starts_with(begin); }) ||
          name.ends_with(".ibd");
+}
+
+/// A folder of a database that is left of a restore which broke off while it emptied the directory.
+bool isDatabase(const std::filesystem::directory_entry& folder) {
+  std::error_code error;
+  if (!folder.is_directory(error)) return false;
+  for (std::filesystem::directory_iterator entry(folder.path(), error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string ending = entry->path().extension();
+    if (ending == ".ibd" || ending == ".frm" || ending == ".opt" || ending == ".MYD" || ending == ".MAI") return true;
+  }
+  return false;
 }
 
 void lookAtDirectory(RestorePlan& plan) {
@@ -112,7 +125,7 @@ void lookAtDirectory(RestorePlan& plan) {
        entry.increment(error)) {
     ++plan.entries;
     const std::string name = entry->path().filename();
-    isServers = isServers || isOfServer(name);
+    isServers = isServers || isOfServer(name) || isDatabase(*entry);
     isStrangers = isStrangers || name != "lost+found";
   }
   if (error && error != std::errc::no_such_file_or_directory)

@@ -13,8 +13,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// File systems that can compress, by the numbers that statfs(2) tells: ZFS, btrfs, bcachefs, NTFS, a user's own.
-constexpr std::uint32_t compressing[] = {0x2FC12FC1, 0x9123683E, 0xCA451A4E, 0x5346544E, 0x65735546};
+// File systems that can compress, or behind which others may, by the numbers that statfs(2) tells: ZFS, btrfs,
+// bcachefs, F2FS, NTFS, a user's own, overlays, NFS, SMB.
+constexpr std::uint32_t compressing[] = {0x2FC12FC1, 0x9123683E, 0xCA451A4E, 0xF2F52010, 0x5346544E,
+                                         0x65735546, 0x794C7630, 0x00006969, 0xFF534D42, 0xFE534D42};
 
 Space freeAt(fs::path place) {
   std::error_code error;
@@ -22,7 +24,7 @@ Space freeAt(fs::path place) {
   struct statfs system {};
   if (::statfs(place.c_str(), &system) != 0) return {};
   Space space;
-  space.free = static_cast<std::uint64_t>(system.f_bavail) * static_cast<std::uint64_t>(system.f_bsize);
+  space.free = static_cast<std::uint64_t>(system.f_bavail) * static_cast<std::uint64_t>(system.f_frsize);
   space.isCompressed = std::any_of(std::begin(compressing), std::end(compressing), [&](std::uint32_t type) {
     return type == static_cast<std::uint32_t>(system.f_type);
   });

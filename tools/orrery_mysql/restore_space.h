@@ -5,8 +5,8 @@
 
 namespace orrery::tool {
 
-/// What is free for this account where a restore writes, in bytes, and what it frees there before it does. Something
-/// that cannot be looked at counts as nothing free.
+/// What is free for ordinary accounts where a restore writes, in bytes, and what it frees there before it does.
+/// Something that cannot be looked at counts as nothing free.
 struct Space {
   std::uint64_t free = 0;
   std::uint64_t freed = 0;
