@@ -200,6 +200,9 @@ TEST_F(EnterpriseTest, ImagesThatDoNotStandOnEachOtherLeaveTheServerAlone) {
   ASSERT_TRUE(store()->archive->removeFile(record.id).ok());
   EXPECT_TRUE(failedWith(restore(last), "does not stand on"));
   EXPECT_FALSE(server_.hasEnded());
+  const ProgramResult anew = run({"--format", "json", "backup", "db", "--level", "incremental"});
+  EXPECT_THAT(anew.errors, HasSubstr("the last images cannot be restored"));
+  EXPECT_EQ(Json::parse(anew.output)["image"]["level"], "full");
 
   // A run that broke off leaves open whether the server counts its image as the last backup.
   EXPECT_NE(runWith("stream:1", {"backup", "db"}).exitStatus, 0);

@@ -275,6 +275,23 @@ TEST(WhoStays, IsNotTheServerThatGoes) {
   }
 }
 
+TEST(DirectoryUser, IsNoneThatHasAnotherDirectoryAtThatPath) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  const TemporaryDirectory container;
+  fs::create_directories(proc / "13/fd");
+  writeFile(proc / "13/comm", "mariadbd\n");
+  fs::create_symlink(folder / "ibdata1", proc / "13/fd/3");
+  const std::string user = "process 13 (mariadbd) works in " + folder.path();
+  EXPECT_EQ(directoryUser(folder.path(), 1, Whom::everybody, proc.path()), user);
+  fs::create_directories(container.path() + folder.path());
+  fs::create_directory_symlink(container.path(), proc / "13/root");
+  EXPECT_EQ(directoryUser(folder.path(), 1, Whom::everybody, proc.path()), "");
+  fs::remove(proc / "13/root");
+  fs::create_directory_symlink("/", proc / "13/root");
+  EXPECT_EQ(directoryUser(folder.path(), 1, Whom::everybody, proc.path()), user);
+}
+
 TEST(DirectoryUser, IsFoundAmongTheProcessesOfThisMachine) {
   const TemporaryDirectory folder;
   EXPECT_EQ(directoryUser(folder.path(), getpid()), "");
