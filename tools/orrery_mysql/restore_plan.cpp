@@ -97,22 +97,24 @@ std::string spaceText(const Space& space) {
 /// Files that servers make in their data directories, and those that a restore leaves when it breaks off.
 bool isOfServer(const std::string& name) {
   static constexpr const char* begins[] = {
-      "ibdata", "ib_",        "ibtmp",          "undo",    "aria_log", "mysql",   "xtrabackup_",        "backup",
-      "#ib",    "#inno",      "auto.",          "server-", "sys",      "mariadb", "performance_schema", "binlog",
-      "relay",  "ca-key.pem", "private_key.pem"};
+      "ibdata",    "ib_",           "ibtmp",   "#ib",    "#inno",    "undo",        "aria_log",  "auto.cnf",
+      "mysql-bin", "mysql_upgrade", "binlog.", "relay-", "mariadb_", "xtrabackup_", "backup-my", "backup_variables",
+      "server-my"};
   return std::any_of(std::begin(begins), std::end(begins),
                      [&](const char* begin) { return name.starts_with(begin); }) ||
          name.ends_with(".ibd");
 }
 
-/// A folder of a database that is left of a restore which broke off while it emptied the directory.
+/// A folder of a database, which may be all that is left of a restore that broke off while it emptied the directory.
 bool isDatabase(const std::filesystem::directory_entry& folder) {
   std::error_code error;
   if (!folder.is_directory(error)) return false;
   for (std::filesystem::directory_iterator entry(folder.path(), error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string ending = entry->path().extension();
-    if (ending == ".ibd" || ending == ".frm" || ending == ".opt" || ending == ".MYD" || ending == ".MAI") return true;
+    if (ending == ".ibd" || ending == ".frm" || ending == ".opt" || ending == ".MYD" || ending == ".MAI" ||
+        ending == ".sdi")
+      return true;
   }
   return false;
 }
