@@ -36,7 +36,7 @@ ORRERY_PLATFORM_EXPORT bool isHome(const std::string& path);
 /// `removed` receives the paths; it may be null.
 ORRERY_PLATFORM_EXPORT Status removeLeftovers(const std::string& temporaryDirectory, std::vector<std::string>* removed);
 
-/// The catalogue's sentence for the code of a cause or event, its placeholders filled from the arguments; an unknown
+/// The catalogue's sentence for the code of a cause or event, the arguments in the places of %1 and so on; an unknown
 /// code yields a sentence that says so with the code.
 ORRERY_PLATFORM_EXPORT std::string messageText(std::uint32_t code, const std::vector<std::string>& arguments);
 

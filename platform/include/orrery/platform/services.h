@@ -92,7 +92,7 @@ struct Event {
   Severity severity = Severity::information;
   std::uint32_t code = 0;
   long long jobId = 0;
-  std::vector<std::string> arguments;  ///< in the order of the catalogue text's placeholders
+  std::vector<std::string> arguments;  ///< in the order of %1, %2 and so on in the catalogue's text
 };
 
 class EventSink {
