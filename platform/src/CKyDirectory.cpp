@@ -21,10 +21,16 @@ CKyError failed(const std::string& path, int error) {
   return {error, path + ": " + orrery::platform::errorText(error)};
 }
 
-/// Makes one directory with exactly this mode. Another process may make it at the same moment; its mode then stands.
+/// Makes one directory with this mode. Another process may make it at the same moment; its mode then stands.
+///
+/// The mode is set only where the umask took something from it: whoever finds the directory there goes on at once, and
+/// may have given it another mode before a call that came too late.
 CKyError makeOne(const std::string& path, mode_t mode) {
   if (mkdir(path.c_str(), mode) == 0) {
-    return chmod(path.c_str(), mode) == 0 ? CKyError() : failed(path, errno);
+    struct stat made {};
+    if (stat(path.c_str(), &made) != 0) return failed(path, errno);
+    const bool isWhole = (made.st_mode & mode) == mode;
+    return isWhole || chmod(path.c_str(), (made.st_mode | mode) & 07777) == 0 ? CKyError() : failed(path, errno);
   }
   const int error = errno;
   if (error != EEXIST) return failed(path, error);
