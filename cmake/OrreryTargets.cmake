@@ -28,7 +28,7 @@ endfunction()
 # Reads headers once that take longer to read than most files of the target to compile. Only where a build is made for
 # its sanitizers, or to run its tests soon: in optimised builds compilers see overruns in these headers that are none, and
 # a missing include shall show on the build that people develop with.
-option(ORRERY_PRECOMPILE "Precompile the headers of the command and of the tests" OFF)
+option(ORRERY_PRECOMPILE "Precompile the headers that most files of a target read" OFF)
 function(orrery_precompile target)
   if(ORRERY_SANITIZE OR ORRERY_PRECOMPILE)
     target_precompile_headers(${target} PRIVATE ${ARGN})
