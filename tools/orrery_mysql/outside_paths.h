@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ std::vector<std::string> outsidePaths(ServerSession& server);
 
 /// Keeps them with the job of a backup; its image may hold data of there. Throws Failure.
 void noteOutsidePaths(Context& context, ServerSession& server, long long job);
-/// What was kept with that job. Throws Failure.
-std::vector<std::string> notedOutsidePaths(Context& context, long long job);
+/// What was kept with that job; none when nothing was, which is not the same as no such place. Throws Failure.
+std::optional<std::vector<std::string>> notedOutsidePaths(Context& context, long long job);
 
 }  // namespace orrery::tool

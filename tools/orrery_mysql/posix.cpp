@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 #include <vector>
 
@@ -41,6 +41,17 @@ std::string absolutePath(const std::string& path) {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(path, error);
   return error ? path : absolute.lexically_normal().string();
+}
+
+std::filesystem::path resolvedPath(const std::string& path) {
+  std::error_code error;
+  std::filesystem::path whole = std::filesystem::weakly_canonical(path, error);
+  if (error) whole = std::filesystem::path(path).lexically_normal();
+  return whole.has_filename() ? whole : whole.parent_path();
+}
+
+bool isWithin(const std::filesystem::path& path, const std::filesystem::path& above) {
+  return std::mismatch(above.begin(), above.end(), path.begin(), path.end()).first == above.end();
 }
 
 std::string environmentVariable(const char* name) {

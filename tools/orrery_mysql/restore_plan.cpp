@@ -17,6 +17,7 @@
 #include "interrupt.h"
 #include "job_text.h"
 #include "outside_paths.h"
+#include "posix.h"
 #include "progress.h"
 #include "server_greeting.h"
 #include "server_session.h"
@@ -55,8 +56,13 @@ void requireInside(const RestorePlan& plan, const std::vector<std::string>& outs
 }
 
 void lookAtOrigins(Context& context, const RestorePlan& plan) {
-  for (const platform::ArchiveFile& image : plan.images)
-    requireInside(plan, notedOutsidePaths(context, image.jobId), "the image " + image.name + " holds");
+  for (const platform::ArchiveFile& image : plan.images) {
+    if (const auto noted = notedOutsidePaths(context, image.jobId))
+      requireInside(plan, *noted, "the image " + image.name + " holds");
+    else
+      context.note("it is not known whether the image " + image.name +
+                   " holds data outside the data directory: its backup could not ask the server");
+  }
 }
 
 /// Where the server keeps its data: a server that answers is asked; for one that is down, the last backup noted it.
@@ -175,15 +181,10 @@ bool answers(Context& context, const platform::InstanceRecord& instance) {
   return true;
 }
 
-bool holds(const std::filesystem::path& above, const std::filesystem::path& below) {
-  const auto [end, rest] = std::mismatch(above.begin(), above.end(), below.begin(), below.end());
-  return end == above.end() || (std::next(end) == above.end() && end->empty());
-}
-
 /// A folder in a server's data directory is a database to it.
 void requireApartFromServers(Context& context, const RestorePlan& plan) {
   if (plan.isIntoServer()) return;
-  const std::filesystem::path target = std::filesystem::weakly_canonical(plan.directory);
+  const std::filesystem::path target = resolvedPath(plan.directory);
   std::vector<platform::InstanceRecord> instances;
   require(context.services().inventory->listInstances(instances), "the inventory cannot be read");
   for (platform::InstanceRecord& instance : instances) {
@@ -192,8 +193,8 @@ void requireApartFromServers(Context& context, const RestorePlan& plan) {
     std::string group;
     GetMySqlInfo::extractDataDir(instance.properties[platform::property::dataDirOwner], directory, user, group);
     if (directory.empty()) continue;
-    const std::filesystem::path data = std::filesystem::weakly_canonical(directory);
-    if (holds(target, data) || holds(data, target)) {
+    const std::filesystem::path data = resolvedPath(directory);
+    if (isWithin(data, target) || isWithin(target, data)) {
       throw Failure("nothing is restored into " + plan.directory,
                     "it is, lies in or holds the data directory of " + instance.name, "choose another one");
     }
