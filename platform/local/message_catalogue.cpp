@@ -59,7 +59,7 @@ constexpr Message catalogue[] = {
      "There is no usable enterprise backup image for the chosen time (%1); choose another time, see `orrery-mysql "
      "browse`."},
     {0x57000070, "The folder to restore into is not empty; empty it or choose another one."},
-    {0x57000071, "The server did not answer after the restore; look into the server's error log."},
+    {0x57000071, "The server did not answer after the restore (%1); look into the server's error log."},
     {0x57000072,
      "The server could not be stopped before the restore, or its directory is still in use: %1. Correct that, then "
      "start the restore again."},

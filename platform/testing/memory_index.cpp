@@ -119,6 +119,7 @@ class MemoryArchive final : public ArchiveManager {
     std::vector<ArchiveFile> found;
     Status status = listFiles(query.backupSetId, query.applicationType, query.from, query.to, found);
     if (!status.ok()) return status;
+    std::sort(found.begin(), found.end(), [](const auto& one, const auto& other) { return one.id < other.id; });
     return attempt(*memory_, "ArchiveManager::restoreChain", {std::to_string(query.backupSetId)}, [&] {
       if (!local::keepChain(found)) return Status::notFound("there is no full image");
       files = std::move(found);

@@ -3,6 +3,7 @@
 #include "orrery/mysql/MySqlSBTCommon.h"
 #include "orrery/platform/FXFile.h"
 
+#include "sbt/texts.h"
 #include "session/guarded.h"
 
 namespace {
@@ -37,6 +38,7 @@ void MySqlSBTUtils::cleanUp() {
         event_.Error(tag, "failed to remove temporary backup dir [%s], error[%s]", jobResultsDir_.c_str(),
                      error.text().c_str());
       }
+      orrery::mysql::sbt::removeTimedFolderOf(jobResultsDir_);
     }
     endSessionServer();
     return 0;

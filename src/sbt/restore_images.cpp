@@ -44,7 +44,11 @@ std::string MySqlSBTRestoreUtils::whyNotInPlace(const std::vector<ArchFileListBy
   std::string reason;
   if (!findImageQuery(query)) return "the instance has no backup set any more";
   query.reads = false;
-  query.toTime = images.back().creationTime;  // what was made since is no part of this restore
+  // What was made since is no part of this restore. The newest image need not be the last one: their order is that of
+  // their entry, and a clock may have been set back.
+  query.toTime = std::max_element(images.begin(), images.end(), [](const auto& one, const auto& other) {
+                   return one.creationTime < other.creationTime;
+                 })->creationTime;
   if (ArMgrClientAPI::getArchFileListByTime(query, found, reason) != 0) return reason;
   const bool isSame = std::equal(chainOf(found), found.cend(), images.begin(), images.end(),
                                  [](const auto& now, const auto& then) { return now.fileName == then.fileName; });

@@ -45,8 +45,7 @@ void MySqlSBTRestoreUtils::removeWorkingDirectory() {
     std::filesystem::remove_all(jobResultsDir_, error);
   }
   if (error) event_.Error(tag, "[%s] was not removed: %s", jobResultsDir_.c_str(), error.message().c_str());
-  // Its parent is named for a second, in which other runs may have begun.
-  std::filesystem::remove(std::filesystem::path(jobResultsDir_).parent_path(), error);
+  orrery::mysql::sbt::removeTimedFolderOf(jobResultsDir_);
 }
 
 int MySqlSBTRestoreUtils::initialize(const SBTParams& params, long long jobId) {

@@ -33,6 +33,15 @@ bool isRefusal(int number) {
   return number >= firstOfServer && number < endOfServer;
 }
 
+/// A ping's failure in words.
+std::string whyNoAnswer(const GetMySqlInfo& session) {
+  if (session.iErrorCode == 0) return "no connection";
+  const std::string text = std::to_string(session.iErrorCode) + " " + FXString::Trim(session.strErrorString);
+  return isRefusal(session.iErrorCode)
+             ? "it runs and refused the agent, whose account is that of the restored data: " + text
+             : text;
+}
+
 }  // namespace
 
 int MySqlSBTRestoreUtils::stopServer() {
@@ -89,16 +98,18 @@ int MySqlSBTRestoreUtils::bringServerUp() {
   // The data are there whether or not the job is asked to end meanwhile: the server gets its time.
   long seconds = defaultWait;
   if (settings.getNumber(section, "nStartServerWaitTime", seconds)) {
+    seconds = std::clamp(seconds, 0L, longestWait);
     event_.Debug(tag, "nStartServerWaitTime is set [%lu]", static_cast<unsigned long>(seconds));
   } else {
     seconds = defaultWait;
   }
-  seconds = std::clamp(seconds, 0L, longestWait);
   event_.Debug(tag, "Sleeping for [%lu] seconds", static_cast<unsigned long>(seconds));
   orrery::platform::services().clock->sleep(seconds * millisecondsPerSecond);
+  session_.iErrorCode = 0;
+  session_.strErrorString.clear();
   if (pingServer() != 0) {
     event_.Error(tag, "no answer: [%d:%s]", session_.iErrorCode, session_.strErrorString.c_str());
-    return failJob(sbt::causeServerDown);
+    return failJob(sbt::causeServerDown, {whyNoAnswer(session_)});
   }
   event_.Debug(tag, "MySQL Server started successfully.");
   return 0;

@@ -1,5 +1,7 @@
 #include "sbt/texts.h"
 
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 
@@ -15,6 +17,13 @@ std::int64_t secondsNow() {
 
 std::string timedFolder(const std::string& folder) {
   return FXPath::Append(folder, std::to_string(secondsNow()));
+}
+
+void removeTimedFolderOf(const std::string& directory) noexcept {
+  const std::size_t slash = directory.rfind('/');
+  if (slash == std::string::npos) return;
+  // One that is not empty stays; a folder that stays for another reason does no harm.
+  (void)::rmdir(std::string(directory, 0, slash).c_str());
 }
 
 std::string formatted(const char* format, ...) {

@@ -42,6 +42,8 @@ inline constexpr const char* backupProgram = "mysqlbackup";
 std::int64_t secondsNow();
 /// `folder`, and in it one named for this second: each run of `mysqlbackup` works in one of its own.
 std::string timedFolder(const std::string& folder);
+/// Removes the folder named for a second in which `directory` lay, unless another run that began then works there.
+void removeTimedFolderOf(const std::string& directory) noexcept;
 
 std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -140,10 +140,18 @@ TEST_F(EnterpriseTest, RestoresIntoAFolderAndLeavesTheServerAlone) {
 TEST_F(EnterpriseTest, PlanChangesNothing) {
   const std::string time = timeOf(backup());
   const std::string before = checksum();
+  const auto note = [&] {
+    platform::InstanceRecord record;
+    EXPECT_TRUE(store()->inventory->findInstance(1, record).ok());
+    return record.properties[platform::property::dataDirOwner];
+  };
+  const std::string stale = "datadir:/moved/since;usergroup:root#root;";
+  ASSERT_TRUE(store()->inventory->writeProperties(1, {{platform::property::dataDirOwner, stale}}).ok());
   const Json plan = restoreTo(time, {"--plan"});
   EXPECT_EQ(plan["directory"], server_.dataDirectory());
   EXPECT_EQ(plan["owner"], server_.account() + ":" + server_.account());
   EXPECT_EQ(plan["server_answers"], true);
+  EXPECT_EQ(note(), stale);
   EXPECT_EQ(plan["images"].size(), 1U);
   EXPECT_GE(plan["bytes_needed"], 1 << 20);
   EXPECT_GE(plan["bytes_freed"], plan["bytes_needed"]) << "the data are still there";
@@ -308,8 +316,13 @@ TEST_F(EnterpriseFailureTest, StopsOnRequestInBackupAndRestore) {
   const std::string time = timeOf(backup());
   RunningProgram program = start({"restore", "db", "--yes", "--to-time", time}, "slow:200");
   ASSERT_TRUE(moves(4));
-  EXPECT_EQ(run({"job", "stop", "4"}).exitStatus, 0);
-  EXPECT_TRUE(failedWith(program.wait(), "asked to stop"));
+  // Who presses Ctrl-C again does not break off what is put in order.
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::kill(program.pid(), signal);
+  const ProgramResult ended = program.wait();
+  EXPECT_NE(ended.signal, 0);
+  EXPECT_THAT(ended.errors, HasSubstr(": the restore is asked to end"));
+  EXPECT_THAT(ended.errors, HasSubstr("data directory is not complete"));
+  EXPECT_THAT(job(4)["causes"].dump(), HasSubstr("SIG"));
   EXPECT_EQ(job(4)["state"], "failed");
   EXPECT_EQ(restoreTo(time)["state"], "succeeded") << "a second try mends it";
   EXPECT_EQ(checksum(), before);

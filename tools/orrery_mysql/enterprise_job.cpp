@@ -47,6 +47,7 @@ class EnterpriseJob::Watch {
   Watch(Context& context, long long id, const std::string& what)
       : jobs_(context.services().jobs),
         id_(id),
+        what_(what),
         progress_(what + ", job " + std::to_string(id), context.wantsProgress()),
         thread_([this] { look(); }) {}
   ~Watch() {
@@ -61,18 +62,26 @@ class EnterpriseJob::Watch {
   Watch& operator=(const Watch&) = delete;
 
  private:
+  std::string asked() const {
+    return "orrery-mysql: note: " + signalText(interruptSignal()) + ": the " + what_ +
+           " is asked to end and puts in order what it has begun; SIGQUIT (Ctrl-\\) ends it at once and leaves all as "
+           "it is";
+  }
   void look() {
     std::unique_lock lock(mutex_);
     bool isHandedOn = false;
     while (!changed_.wait_for(lock, 500ms, [this] { return done_; })) {
       platform::JobRecord job;
       if (jobs_->find(id_, job).ok()) progress_.change(progressText(job, std::nullopt));
-      if (interruptSignal() != 0 && !isHandedOn) isHandedOn = jobs_->requestQuit(id_).ok();
+      if (interruptSignal() == 0 || isHandedOn) continue;
+      isHandedOn = jobs_->requestQuit(id_).ok();
+      if (isHandedOn) progress_.tell(asked());
     }
   }
 
   const std::shared_ptr<platform::JobManager> jobs_;
   const long long id_;
+  const std::string what_;
   Progress progress_;
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -126,9 +135,13 @@ void EnterpriseJob::fail(const std::string& title) {
     addCause(askedToStop, {what_});
   }
   end();
-  if (signal != 0) throw Interrupted();
+  const std::string what = title + ", job " + std::to_string(id_);
   const std::string why = causes();
-  throw Failure(title + ", job " + std::to_string(id_), why.empty() ? context_.lastWords() : why);
+  if (signal != 0) {
+    context_.note(what + ": " + why);
+    throw Interrupted();
+  }
+  throw Failure(what, why.empty() ? context_.lastWords() : why);
 }
 
 void EnterpriseJob::end() noexcept {

@@ -36,8 +36,8 @@ class EnterpriseJob {
   void addCause(std::uint32_t code, std::vector<std::string> arguments);
   /// The job's causes in words, the first one first; empty without any.
   std::string causes() const;
-  /// Ends the job as failed unless it has ended, with a cause of ours when it was to stop; then throws Interrupted when
-  /// the user asked for the end, else Failure. `title` says what failed.
+  /// Ends the job as failed unless it has ended, with a cause of ours when it was to stop; then tells the causes and
+  /// throws Interrupted when the user asked for the end, else Failure. `title` says what failed.
   [[noreturn]] void fail(const std::string& title);
 
  private:

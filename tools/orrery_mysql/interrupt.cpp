@@ -39,7 +39,8 @@ void remember(int signal) {
   const int saved = errno;
   int none = 0;
   firstSignal.compare_exchange_strong(none, signal);
-  if (signalCount.fetch_add(1) >= 2) endBySignal(signal);
+  const int earlier = signalCount.fetch_add(1);
+  if (finishing > 0 ? earlier >= 1 && signal == SIGQUIT : earlier >= 2) endBySignal(signal);
   const char byte = 's';
   if (::write(wakeDescriptor.load(), &byte, 1) < 0) {
     // The pipe is full of earlier wakes, or gone: nothing more to wake.

@@ -70,7 +70,8 @@ class [[nodiscard]] ClientLimit {
 
 /// While one lives, waits last as long as they should although the user asked for the end, and no child hears of it:
 /// what is done then, letting a replica go or giving restored files to their owner, has to be finished. Whoever may end
-/// earlier looks at `interruptSignal` and ends its children itself. A third signal still takes its default action.
+/// earlier looks at `interruptSignal` and ends its children itself. People press Ctrl-C again when nothing seems to
+/// happen: only SIGQUIT after another signal takes its default action at once.
 class [[nodiscard]] Finishing {
  public:
   Finishing() noexcept;

@@ -40,6 +40,11 @@ void Progress::change(std::string text) {
   text_ = std::move(text);
 }
 
+void Progress::tell(const std::string& line) {
+  const std::lock_guard lock(mutex_);
+  writeAll((thread_.joinable() ? std::string(kErase) : std::string()) + line + "\n");
+}
+
 void Progress::draw() {
   std::unique_lock lock(mutex_);
   if (changed_.wait_for(lock, 1s, [this] { return done_; })) return;
@@ -48,7 +53,8 @@ void Progress::draw() {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
     std::string line(kErase);
     line.append(1, kStates[turn % kStates.size()]).append(" ").append(text_);
-    line.append(" ").append(std::to_string(seconds.count())).append(" s");
+    // Back to its start: what others write begins there, not behind it.
+    line.append(" ").append(std::to_string(seconds.count())).append(" s\r");
     writeAll(line);
     changed_.wait_for(lock, 150ms, [this] { return done_; });
   }

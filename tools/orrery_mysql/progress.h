@@ -18,6 +18,8 @@ class [[nodiscard]] Progress {
 
   /// What is shown from now on. Called by any thread.
   void change(std::string text);
+  /// Writes a line of its own to standard error, whether or not anything is drawn. Called by any thread.
+  void tell(const std::string& line);
 
  private:
   void draw();

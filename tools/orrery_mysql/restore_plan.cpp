@@ -65,6 +65,15 @@ void lookAtOrigins(Context& context, const RestorePlan& plan) {
   }
 }
 
+/// What noting the data directory would keep, for a plan that changes nothing.
+std::string noteOf(ServerSession& server, std::string directory) {
+  std::string owner;
+  server.run("the owner of the data directory is not known of",
+             [&](GetMySqlInfo& session) { return session.getUserGroupOfPath(directory, owner); });
+  if (directory.ends_with('/')) directory.pop_back();
+  return "datadir:" + directory + ";" + owner;
+}
+
 /// Where the server keeps its data: a server that answers is asked; for one that is down, the last backup noted it.
 void findDirectory(Context& context, RestorePlan& plan) {
   const std::string id = std::to_string(plan.instance.id);
@@ -74,8 +83,13 @@ void findDirectory(Context& context, RestorePlan& plan) {
   } else if (plan.serverAnswers) {
     // It may have moved since the last backup.
     ServerSession server(context, id, ServerSession::LibraryMode{});
-    told = noteDataDirectory(server);
-    plan.instance = findInstance(context, id);
+    if (plan.request.planOnly) {
+      told = readDataPaths(server).dataDirectory;
+      plan.instance.properties[platform::property::dataDirOwner] = noteOf(server, told);
+    } else {
+      told = noteDataDirectory(server);
+      plan.instance = findInstance(context, id);
+    }
     requireInside(plan, outsidePaths(server), "the server keeps");
   }
   std::string directory;

@@ -40,8 +40,8 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   int populateTaskOptions();
   /// Whether what was given by hand is enough; prints what is missing.
   bool isValidInput();
-  /// Appends the images for the restore's time, in the order in which they are to be applied; each has been read from
-  /// end to end.
+  /// Appends the images for the restore's time, in the order in which they are to be applied; for one
+  /// into the server each has been read from end to end, for a folder it has only been found.
   int getBackupImages(std::vector<ArchFileListByTimeElement_t>& images);
   /// The whole restore: images, stop, empty directory, images in order, owner, full backups next, start, ping. Ends the
   /// job; where it could not even begin, getJobStatus() is still 0 and the caller has to. Causes: 0x5700006F no usable

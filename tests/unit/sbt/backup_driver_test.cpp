@@ -48,7 +48,7 @@ class BackupDriver : public DriverTest {
   mysqlBackupArgs_t args_;
 };
 
-TEST_F(BackupDriver, CommandLineIsThatOfTheLevelAndTheInstance) {
+TEST_F(BackupDriver, CommandLineIsThatOfTheLevelAndTheInstanceAndTwoCleanUpsAreKept) {
   const std::string ids = std::to_string(instance_) + "_" + std::to_string(jobId_);
   const std::string thread = "ThreadCommandLine=-j " + std::to_string(jobId_) + " -a " + std::to_string(instance_) +
                              ":" + std::to_string(args_.applicationSubclient) + " -at 104 -t ";
@@ -82,6 +82,7 @@ TEST_F(BackupDriver, CommandLineIsThatOfTheLevelAndTheInstance) {
                   ",DzMySQLSBTInstance=db1," + thread + std::to_string(row.level) +
                   "\" --verbose --debug=all backup-to-image");
     EXPECT_EQ(driver.cleanUps, 2) << "kept: before its line and after it";
+    EXPECT_TRUE(std::filesystem::is_empty(backend_.directory() + "/results/DZ_JobResults/2/0/BKP"));
     EXPECT_THAT(said("MySqlSBTBackupUtils::doMEBBackup"),
                 ElementsAre("1: Successfully backed up image [" + driver.imageName() + "]"));
   }

@@ -138,10 +138,14 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
        },
        "570000f9 0 300 after the image image2; the data directory is not complete and the server is down|",
        "ping, stop, image1"},
-      {"a server that does not answer", [&](Restore& driver) { driver.pingResult = -1; }, "57000071 0 300 ",
+      {"a server that does not answer", [&](Restore& driver) { driver.pingResult = -1; },
+       "57000071 0 300 no connection|", "ping, stop, start by default, ping, image1, image2, image3"},
+      {"a server with the accounts of before",
+       [&](Restore& driver) { driver.pingResult = -1, driver.lastPingError = 1045; },
+       "57000071 0 300 it runs and refused the agent, whose account is that of the restored data: 1045 no|",
        "ping, stop, start by default, ping, image1, image2, image3"},
       {"a server that does not start", [&](Restore& driver) { driver.startResult = driver.pingResult = -1; },
-       "57000071 0 300 ", "ping, stop, start by default, ping, image1, image2, image3"},
+       "57000071 0 300 no connection|", "ping, stop, start by default, ping, image1, image2, image3"},
   };
   for (const auto& row : cases) {
     addImages(3);
@@ -164,6 +168,16 @@ TEST_F(RestoreDriver, EachFailureHasItsCauseAndEndsTheJob) {
     EXPECT_EQ(driver.getJobStatus(), DZJobStatus::failed) << row.name;
     EXPECT_TRUE(isWorkingCopyGone()) << row.name;
   }
+}
+
+TEST_F(RestoreDriver, ClockThatWasSetBackAndABackupMadeMeanwhileDoNotStopIt) {
+  addImage(1, "full", 414);
+  addImage(2, "second", 417);
+  addImage(2, "third", 416);
+  Restore driver;
+  driver.atStop = [&] { addImage(2, "meanwhile", 450); };
+  EXPECT_EQ(restore(driver), 0) << joined(causes());
+  EXPECT_EQ(applied(), "full\nsecond\nthird\n");
 }
 
 TEST_F(RestoreDriver, CustomDirectoryIsMadeAndTheServerLeftAloneAndItsOwnerTaken) {

@@ -24,7 +24,8 @@ class Restore : public MySqlSBTRestoreUtils {
 
   std::vector<std::string> asked;
   int stopResult = 0, startResult = 0, pingResult = 0;
-  int pingError = 0;  // of the ping before the stop, which fails when this is set
+  int pingError = 0;      // of the ping before the stop, which fails when this is set
+  int lastPingError = 0;  // of the one after the start, should that fail
   std::function<void()> atStop = [] {};
 
  protected:
@@ -40,10 +41,10 @@ class Restore : public MySqlSBTRestoreUtils {
   int pingServer() override {
     const bool isFirst = asked.empty();
     asked.emplace_back("ping");
-    if (!isFirst || pingError == 0) return isFirst ? 0 : pingResult;
-    session_.iErrorCode = pingError;
-    session_.strErrorString = "no";
-    return -1;
+    const int error = isFirst ? pingError : lastPingError;
+    if (error != 0) session_.strErrorString = "no";
+    session_.iErrorCode = error;
+    return isFirst ? (error == 0 ? 0 : -1) : pingResult;
   }
 };
 
@@ -82,19 +83,20 @@ class RestoreTest : public DriverTest {
   }
   /// Images "name1", "name2" and so on, the first one full; made 100, 200 and so on seconds after a time.
   void addImages(int count, const std::string& name = "image", std::int64_t after = 0) {
+    for (int i = 1; i <= count; ++i) addImage(i == 1 ? 1 : 2, name + std::to_string(i), after + 100 * i);
+  }
+  void addImage(int level, const std::string& name, std::int64_t created) {
     std::vector<platform::BackupSet> sets;
     ASSERT_TRUE(backend_.services()->inventory->listBackupSets(instance_, sets).ok());
-    for (int i = 1; i <= count; ++i) {
-      platform::ArchiveFile file;
-      file.backupSetId = sets.at(0).id;
-      file.subclientId = 9;
-      file.applicationType = 104;
-      file.level = i == 1 ? 1 : 2;
-      file.name = name + std::to_string(i);
-      file.created = after + 100 * i;
-      platform::Id id = 0;
-      ASSERT_TRUE(backend_.services()->archive->addFile(file, id).ok());
-    }
+    platform::ArchiveFile file;
+    file.backupSetId = sets.at(0).id;
+    file.subclientId = 9;
+    file.applicationType = 104;
+    file.level = level;
+    file.name = name;
+    file.created = created;
+    platform::Id id = 0;
+    ASSERT_TRUE(backend_.services()->archive->addFile(file, id).ok());
   }
   std::string applied() const {
     return std::filesystem::exists(data_ + "/applied") ? readFile(data_ + "/applied") : "";

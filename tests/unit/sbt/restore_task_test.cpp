@@ -39,7 +39,7 @@ class RestoreTask : public RestoreTest {
   const std::string lastWord_ = " --verbose --debug=all copy-back-and-apply-log";
 };
 
-TEST_F(RestoreTask, SaysWhereTo) {
+TEST_F(RestoreTask, SaysWhereToWithSuccessAsAnErrorAndAnUnreadableStagingFolderKept) {
   const struct {
     const char *name, *staging, *custom;
     std::string property, target, user;
