@@ -180,6 +180,16 @@ TEST_F(RestoreDriver, ClockThatWasSetBackAndABackupMadeMeanwhileDoNotStopIt) {
   EXPECT_EQ(applied(), "full\nsecond\nthird\n");
 }
 
+TEST_F(RestoreDriver, StagingFolderIsFilledInPlaceOfTheServersDirectory) {
+  addImages(2);
+  options_[DZRestoreTask::optionStagingFolder] = folder_ / "staging";
+  Restore driver;
+  ASSERT_EQ(restore(driver), 0) << joined(causes());
+  EXPECT_THAT(driver.asked, ElementsAre("ping", "stop", "start by default", "ping"));
+  EXPECT_EQ(readFile(folder_ / "staging/applied"), "image1\nimage2\n");
+  EXPECT_TRUE(isOldThere());
+}
+
 TEST_F(RestoreDriver, CustomDirectoryIsMadeAndTheServerLeftAloneAndItsOwnerTaken) {
   addImages(1);
   for (const char* const property : {"full", "datadir:/d;", ""}) {
