@@ -62,41 +62,58 @@ raw_backup() {
     --datadir="$DATADIR" --target-dir="$place/work" >"$place/raw.xb" 2>"$place/raw.log"
   sync "$place/raw.xb"
 }
+# raw_restore FOLDER
 raw_restore() {
-  mkdir "$place/unpacked" "$place/raw"
+  mkdir -p "$place/unpacked" "$1"
   mbstream -x -C "$place/unpacked" <"$place/raw.xb"
   mariadb-backup --prepare --target-dir="$place/unpacked" >>"$place/raw.log" 2>&1
-  mariadb-backup --no-defaults --copy-back --target-dir="$place/unpacked" --datadir="$place/raw" >>"$place/raw.log" 2>&1
+  mariadb-backup --no-defaults --copy-back --target-dir="$place/unpacked" --datadir="$1" >>"$place/raw.log" 2>&1
   rm -r "$place/unpacked"
-  chown -R "$ACCOUNT:" "$place/raw"
+  chown -R "$ACCOUNT:" "$1"
 }
+# What a person does who restores into a server by hand.
+raw_restore_into_server() {
+  mariadb-admin --defaults-file="$option_file" -u agent -S "$SOCKET" shutdown
+  while [ -S "$SOCKET" ]; do sleep 0.1; done
+  find "$DATADIR" -mindepth 1 -delete
+  raw_restore "$DATADIR"
+}
+# Restores leave the server stopped.
+up() { sql 'SELECT 1' >/dev/null 2>&1 || scripts/mariadb_sandbox start "$place/db"; }
 # in_turn NAME RAW OURS...: adds a line with the ratio to the variable NAME. Which of the two comes first changes from pair
 # to pair.
 in_turn() {
   local -n lines=$1
   local other=$2
   shift 2
-  ((pair % 2 == 0)) || timed raw "$other"
+  # shellcheck disable=SC2086 # a command with its argument
+  ((pair % 2 == 0)) || timed raw $other
+  up
   timed ours "$@"
-  ((pair % 2)) || timed raw "$other"
+  up
+  # shellcheck disable=SC2086
+  ((pair % 2)) || timed raw $other
+  up
   lines+=$(awk "BEGIN { print $raw / $ours }")$'\n'
 }
 ratios() { grep . | sort -n | awk '{ r[NR] = $1 } END { printf "%.2f to %.2f, median %.2f\n", r[1], r[NR], r[int((NR + 1) / 2)] }'; }
 
-backups="" folders="" servers=""
+backups="" folders="" servers="" byhand=""
 for ((pair = 1; pair <= pairs; pair++)); do
   in_turn backups raw_backup watched "$agent" backup db
   printf 'backup            %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
-  in_turn folders raw_restore watched "$agent" restore db --to-time now --into "$place/ours"
+  in_turn folders "raw_restore $place/raw" watched "$agent" restore db --to-time now --into "$place/ours"
   printf 'into a folder     %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
   rm -rf "$place/raw" "$place/ours"
-  in_turn servers raw_restore watched "$agent" restore db --to-time now
+  in_turn servers "raw_restore $place/raw" watched "$agent" restore db --to-time now
   printf 'into the server   %2d: chain %5d ms, file %5d ms\n' "$pair" "$ours" "$raw"
+  in_turn byhand raw_restore_into_server watched "$agent" restore db --to-time now
+  printf 'into the server   %2d: chain %5d ms, by hand from the file %5d ms\n' "$pair" "$ours" "$raw"
   rm -rf "$place/raw" "$place/raw.xb" "$place"/home/media/*
-  scripts/mariadb_sandbox start "$place/db"
 done
 echo 'throughput of the chain, of that of the file:'
 echo "backup                   $(ratios <<<"$backups")"
 echo "restore into a folder    $(ratios <<<"$folders")"
-echo "restore into the server  $(ratios <<<"$servers") (its stop is part of it)"
+echo "restore into the server  $(ratios <<<"$servers") (its stop is part of it, and of no file)"
+echo "                         $(ratios <<<"$byhand") (of the same by hand: stop, empty, restore from the file)"
 echo "peak memory of the agent: $peak KiB"
