@@ -56,12 +56,14 @@ class RealSessionTest : public BackendTest {
   int instances_ = 0;
 };
 
-/// The same with one server for all tests of a suite, which says in `options()` what it is like.
+/// The same with one server for all tests of a suite, which may say in `options()` what it is like.
 template <class Suite>
 class ServerSuite : public RealSessionTest {
  protected:
   static void SetUpTestSuite() { server_ = std::make_unique<MariaDbSandbox>(Suite::options()); }
   static void TearDownTestSuite() { server_.reset(); }
+
+  static MariaDbSandbox::Options options() { return {}; }
 
   static inline std::unique_ptr<MariaDbSandbox> server_;
 };

@@ -7,7 +7,6 @@
 
 namespace {
 
-using orrery::test::MariaDbSandbox;
 using Texts = std::vector<std::string>;
 
 /// "parent's database.parent > child's database.child", a line for each.
@@ -34,9 +33,6 @@ std::string lineOf(const orrery::mysql::ForeignKey& key) {
 }
 
 class References : public orrery::test::ServerSuite<References> {
- public:
-  static MariaDbSandbox::Options options() { return {}; }
-
  protected:
   ~References() override {
     for (const char* db : {"a", "b", "`odd ``db`"}) server_->execute(std::string("DROP DATABASE IF EXISTS ") + db);
