@@ -250,7 +250,8 @@ TEST_F(DiscoverTest, WhatOthersCanChangeIsNotRegistered) {
     if (record["socket"] == half + "/s.sock") name = record["instance"].get<std::string>();
   }
   ASSERT_NE(name, "") << result.errors;
-  EXPECT_TRUE(has(runJson({"instance", "show", name}), {{"socket", half + "/s.sock"}, {"binary_path", "/usr/bin"}, {"config_file", nullptr}}));
+  EXPECT_TRUE(has(runJson({"instance", "show", name}),
+                  {{"socket", half + "/s.sock"}, {"binary_path", "/usr/bin"}, {"config_file", nullptr}}));
   EXPECT_THAT(result.errors, testing::HasSubstr("mysqladmin can be written by others"));
   EXPECT_THAT(result.errors, testing::HasSubstr("my.cnf can be written by others"));
 }

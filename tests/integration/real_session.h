@@ -49,6 +49,12 @@ class RealSessionTest : public BackendTest {
     if (mode == Mode::library) return librarySessionFor(properties);
     return sessionFor(properties);
   }
+  /// Ends the last connection that the agent's account made, this one's own not counted.
+  static void killLastConnection(const MariaDbSandbox& server) {
+    server.execute(
+        "SELECT CONCAT('KILL ', id) INTO @k FROM information_schema.processlist WHERE user='agent' AND "
+        "id<>CONNECTION_ID() ORDER BY id DESC LIMIT 1; EXECUTE IMMEDIATE @k");
+  }
   /// The machine's own, found by the loader.
   static constexpr const char* clientLibrary = "libmariadb.so.3";
 

@@ -133,10 +133,7 @@ TEST_F(References, AConnectionLostMeanwhileComesBackInTheSameDatabase) {
   server_->execute(schema);
   ASSERT_EQ(session_->runExeQuery("USE mysql"), 0);
   session_->watchTables([&](const std::string& db, const std::string&, std::size_t) {
-    if (db != "a") return true;
-    server_->execute("KILL " +
-                     server_->execute("SELECT id FROM information_schema.processlist WHERE id<>connection_id() "
-                                      "AND user='agent' ORDER BY id DESC LIMIT 1"));
+    if (db == "a") killLastConnection(*server_);
     return true;
   });
   EXPECT_EQ(children().size(), 6U);
