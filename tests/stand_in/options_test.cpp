@@ -8,7 +8,9 @@
 namespace orrery::standin {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Pair;
 
 using Arguments = std::vector<std::string>;
 
@@ -30,6 +32,18 @@ Arguments restoreLine(const Arguments& first, const Arguments& middle) {
   line.insert(line.end(), middle.begin(), middle.end());
   line.insert(line.end(), {list, "--verbose", "--debug=all", "copy-back-and-apply-log"});
   return line;
+}
+
+TEST(MysqlbackupOptions, EverythingOfABackup) {
+  const Options options = parseOptions(
+      backupLine({"--incremental", "--incremental-base=history:last_backup", "--no-locking", "--skip-binlog"}));
+  EXPECT_EQ(options.defaultsFile + " " + options.user + " " + options.socket + " " + options.mediaLibrary + " " +
+                options.backupDirectory + " " + options.imageName,
+            "/f agent /s /l /d 3_17_5");
+  EXPECT_TRUE(options.incremental && options.locksNothing && !options.restores);
+  EXPECT_THAT(options.environment,
+              ElementsAre(Pair("DzSrcClientName", "c 1"), Pair("DzKycmdTokenFile", ""),
+                          Pair("DzMySQLSBTInstance", "db1"), Pair("ThreadCommandLine", "-j 17 -a 3:4 -at 104 -t 2")));
 }
 
 TEST(MysqlbackupOptions, EverythingElseIsRefused) {
