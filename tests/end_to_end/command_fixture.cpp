@@ -1,5 +1,6 @@
 #include "command_fixture.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,11 +41,13 @@ testing::AssertionResult refusedUsage(const ProgramResult& result, const std::st
   return endedWith(result, 2, reason);
 }
 
-std::vector<std::string> namesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
+testing::AssertionResult has(const Json& document, const Json& members) {
+  for (const auto& [name, value] : members.items()) {
+    const auto found = document.find(name);
+    if (found == document.end()) return testing::AssertionFailure() << "no " << name << " in " << document;
+    if (*found != value) return testing::AssertionFailure() << name << " is " << *found << ", wanted " << value;
+  }
+  return testing::AssertionSuccess();
 }
 
 void CommandTest::SetUp() {
@@ -82,6 +85,29 @@ std::vector<std::string> CommandTest::instanceNames() const {
   const Json document = runJson({"instance", "list"});
   for (const Json& instance : document["instances"]) names.push_back(instance["name"]);
   return names;
+}
+
+CommandTest::Act CommandTest::sending(int signal) {
+  return [signal](pid_t pid) {
+    EXPECT_EQ(::kill(pid, signal), 0);
+    return StatementGate::Then::handOn;
+  };
+}
+
+ProgramResult CommandTest::runGated(const std::string& instance, const MariaDbSandbox& server, const std::string& text,
+                                    const std::vector<std::string>& arguments, const Act& act) const {
+  std::atomic<pid_t> pid{0};
+  StatementGate gate(directory_ / "gate.sock", server.socket(), text, [&] {
+    EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
+    return act(pid);
+  });
+  EXPECT_EQ(run({"instance", "set", instance, "--socket", gate.path()}).exitStatus, 0);
+  RunningProgram program(commandLine(home_, arguments));
+  pid = program.pid();
+  ProgramResult result = program.wait();
+  EXPECT_TRUE(gate.wasSeen()) << result.errors;
+  EXPECT_EQ(run({"instance", "set", instance, "--socket", server.socket()}).exitStatus, 0);
+  return result;
 }
 
 bool CommandTest::appears(const std::string& file) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 
 #include "support/mariadb_sandbox.h"
 #include "support/program.h"
+#include "support/statement_gate.h"
 #include "support/temporary_directory.h"
 
 namespace orrery::test {
@@ -25,8 +27,8 @@ testing::AssertionResult failedWith(const ProgramResult& result, const std::stri
 /// The same for exit status 2.
 testing::AssertionResult refusedUsage(const ProgramResult& result, const std::string& reason);
 
-/// Names in a folder, without "." and "..", sorted.
-std::vector<std::string> namesIn(const std::string& folder);
+/// Passes when a document has these members with these values, whatever else it has.
+testing::AssertionResult has(const Json& document, const Json& members);
 
 /// A fresh home, made by `init`, and the command run against it.
 class CommandTest : public testing::Test {
@@ -45,6 +47,16 @@ class CommandTest : public testing::Test {
   /// Adds "db", whose two clients are this script.
   void addClients(const std::string& script) const;
   std::vector<std::string> instanceNames() const;
+  /// Acts on the process with this id.
+  using Act = std::function<StatementGate::Then(pid_t)>;
+  static Act sending(int signal);
+  static Act breaking() {
+    return [](pid_t) { return StatementGate::Then::breakConnection; };
+  }
+  /// Runs a command on an instance whose server's statements go through a gate, which acts on the command before the
+  /// first one that holds `text`.
+  ProgramResult runGated(const std::string& instance, const MariaDbSandbox& server, const std::string& text,
+                         const std::vector<std::string>& arguments, const Act& act) const;
   /// Waits for a file that a program makes.
   static bool appears(const std::string& file);
   /// A program of this text in a folder of the test.

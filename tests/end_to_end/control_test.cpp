@@ -37,9 +37,7 @@ TEST_F(ControlCommandTest, StopAndStartTellWhatTheyFound) {
 
 TEST_F(ControlCommandTest, AServerThatRefusesTheAccountIsNeitherDownNorStarted) {
   addServer();
-  ProgramOptions options;
-  options.input = "not the password\n";
-  ASSERT_EQ(run({"instance", "set", "db", "--password-stdin"}, options).exitStatus, 0);
+  ASSERT_EQ(run({"instance", "set", "db", "--password-stdin"}, {.input = "not the password\n"}).exitStatus, 0);
   for (const char* what : {"stop", "start"}) {
     EXPECT_TRUE(failedWith(run({"server", what, "db"}),
                            "the server of db runs, but refuses the account: Access denied for user 'agent'@'localhost' "

@@ -48,12 +48,10 @@ TEST_F(HoldTest, TwoHoldersShareTheReplicaAndTheLastLetsItGo) {
   RunningProgram first(commandLine(home(), hold(untilTold())));
   ASSERT_TRUE(appears(running_));
   EXPECT_FALSE(runs());
-  Json found = status();
-  EXPECT_EQ(found["replication"], "held");
-  EXPECT_EQ(found["counter"], 1);
+  const Json found = status();
+  EXPECT_TRUE(has(found, {{"replication", "held"}, {"counter", 1}}));
   ASSERT_EQ(found["holders"].size(), 1U);
-  EXPECT_EQ(found["holders"][0]["alive"], true);
-  EXPECT_EQ(found["holders"][0]["pid"], first.pid());
+  EXPECT_TRUE(has(found["holders"][0], {{"alive", true}, {"pid", first.pid()}}));
   EXPECT_EQ(run(hold({"true"})).exitStatus, 0);
   EXPECT_EQ(counter(), "1");
   EXPECT_FALSE(runs()) << "the first one still holds it";
@@ -141,8 +139,7 @@ TEST_F(HoldTest, AHolderThatIsKilledIsClearedOnceItsCommandHasEnded) {
   ASSERT_TRUE(waitUntil([&] { return status()["holders"][0]["alive"] == false; }));
   EXPECT_FALSE(runs());
   const Json done = runJson({"replica", "release", "--stale", "--yes", "db"});
-  EXPECT_EQ(done["counter"], 0);
-  EXPECT_EQ(done["replica_started"], true);
+  EXPECT_TRUE(has(done, {{"counter", 0}, {"replica_started", true}}));
   EXPECT_TRUE(waitUntil(runs));
 }
 

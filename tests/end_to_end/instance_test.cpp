@@ -23,20 +23,18 @@ TEST_F(InstanceTest, AddShowSetRemove) {
   writeFile(ca, "certificate");
   const Json added = runJson({"instance", "add", "Größe 1", "--socket", "127.0.0.1:3306", "--user", "agent",
                               "--no-password", "--ssl-ca", ca, "--auto-discovery", "on", "--bin", "/usr/bin"});
-  EXPECT_EQ(added["name"], "Größe 1");
-  EXPECT_EQ(added["client"], "tested");
-  EXPECT_EQ(added["socket"], "127.0.0.1:3306");
-  EXPECT_EQ(added["ssl_ca"], ca);
-  EXPECT_EQ(added["auto_discovery"], true);
-  EXPECT_EQ(added["unix_user"], nullptr);
-  EXPECT_EQ(added["password_stored"], false);
+  EXPECT_TRUE(has(added, {{"name", "Größe 1"},
+                          {"client", "tested"},
+                          {"socket", "127.0.0.1:3306"},
+                          {"ssl_ca", ca},
+                          {"auto_discovery", true},
+                          {"unix_user", nullptr},
+                          {"password_stored", false}}));
   const std::string id = std::to_string(added["id"].get<int>());
   EXPECT_EQ(runJson({"instance", "show", id}), added);
 
   Json expected = added;
-  expected["user"] = "other";
-  expected["ssl_ca"] = nullptr;
-  expected["version"] = "10.11";
+  expected.update(Json({{"user", "other"}, {"ssl_ca", nullptr}, {"version", "10.11"}}));
   runJson({"instance", "set", "Größe 1", "--user=other", "--ssl-ca=", "--version-hint", "10.11"});
   EXPECT_EQ(runJson({"instance", "show", "Größe 1"}), expected);
 
@@ -87,13 +85,11 @@ TEST_F(InstanceTest, PasswordsAreReadFromFileAndStandardInputAlike) {
   for (const auto& row : table) {
     SCOPED_TRACE(row.name);
     writeFile(file, row.content, 0600);
-    ProgramOptions options;
-    options.input = row.content;
     const std::vector<std::string> line{"instance", "add", "db", "--socket", "h:1", "--user", "u"};
     for (const auto& source : std::vector<std::vector<std::string>>{{"--password-file", file}, {"--password-stdin"}}) {
       std::vector<std::string> arguments = line;
       arguments.insert(arguments.end(), source.begin(), source.end());
-      const ProgramResult result = run(arguments, options);
+      const ProgramResult result = run(arguments, {.input = row.content});
       if (row.refusal != nullptr) {
         EXPECT_TRUE(failedWith(result, row.refusal));
         EXPECT_THAT(instanceNames(), testing::IsEmpty());
@@ -132,10 +128,9 @@ TEST_F(InstanceTest, CtrlCEndsTheWaitForAPasswordOnAPipe) {
   ASSERT_EQ(::pipe2(silent, O_CLOEXEC), 0);
   const platform::OwnFd input(silent[0]);
   const platform::OwnFd writer(silent[1]);
-  ProgramOptions options;
-  options.standardInput = input.get();
   RunningProgram program(
-      commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u", "--password-stdin"}), options);
+      commandLine(home(), {"instance", "add", "db", "--socket", "h:1", "--user", "u", "--password-stdin"}),
+      {.standardInput = input.get()});
   // Once it has the store open it reads its standard input, to which nobody writes.
   const std::string descriptors = "/proc/" + std::to_string(program.pid()) + "/fd";
   ASSERT_TRUE(waitUntil([&] {

@@ -7,7 +7,6 @@
 #include <map>
 
 #include "command_fixture.h"
-#include "support/statement_gate.h"
 
 namespace orrery::test {
 namespace {
@@ -74,18 +73,17 @@ TEST_F(MetadataTest, JsonHoldsEveryStatementAsTheServerPrintsIt) {
   ASSERT_EQ(databases.count("shop"), 1U);
   ASSERT_EQ(databases.count(kHostileDatabase), 1U);
   const Json& shop = databases["shop"];
-  EXPECT_EQ(shop["default_engine"], "InnoDB");
-  EXPECT_EQ(shop["statement"], statementOf("database shop"));
+  EXPECT_TRUE(has(shop, {{"default_engine", "InnoDB"}, {"statement", statementOf("database shop")}}));
   ASSERT_EQ(shop["tables"].size(), 3U) << "no view";
   for (const Json& table : shop["tables"]) {
     const std::string name = table["name"];
-    EXPECT_EQ(table["engine"], name == "log" ? "MyISAM" : "InnoDB");
-    EXPECT_EQ(table["statement"], statementOf("table shop." + name));
+    const Json statement = statementOf("table shop." + name);
+    EXPECT_TRUE(has(table, {{"engine", name == "log" ? "MyISAM" : "InnoDB"}, {"statement", statement}}));
   }
   const Json& hostile = databases[kHostileDatabase]["tables"];
   ASSERT_EQ(hostile.size(), 1U);
-  EXPECT_EQ(hostile[0]["name"], kHostileTable);
-  EXPECT_EQ(hostile[0]["statement"], statementOf("table " + quoted(kHostileDatabase) + "." + quoted(kHostileTable)));
+  const Json statement = statementOf("table " + quoted(kHostileDatabase) + "." + quoted(kHostileTable));
+  EXPECT_TRUE(has(hostile[0], {{"name", kHostileTable}, {"statement", statement}}));
 }
 
 TEST_F(MetadataTest, PeopleSeeCountsAndTheTablesOfWhatTheyAskFor) {
@@ -93,9 +91,14 @@ TEST_F(MetadataTest, PeopleSeeCountsAndTheTablesOfWhatTheyAskFor) {
   const ProgramResult tables = run(metadata({"--database", "shop", "--database", "shop"}));
   EXPECT_THAT(tables.output, HasSubstr("\nshop      InnoDB          log       MyISAM\n"));
   EXPECT_THAT(tables.output, HasSubstr("\ntotal 1                   3         InnoDB 2, MyISAM 1\n"));
-  const Json configuration = runJson(metadata({"--configuration"}))["configuration"];
-  EXPECT_EQ(configuration["socket"], server().socket());
-  EXPECT_EQ(configuration["init_connect"], "");
+  EXPECT_TRUE(has(runJson(metadata({"--configuration"}))["configuration"],
+                  {{"socket", server().socket()}, {"init_connect", ""}}));
+  // Also those that are no base tables of the catalogue, of which there are records.
+  server().execute("create table shop.history (a int) with system versioning; create sequence shop.numbers");
+  EXPECT_THAT(
+      run(metadata({"--database", "shop"})).output,
+      testing::AllOf(HasSubstr(" history "), HasSubstr(" numbers "), HasSubstr("\ntotal 1                   5 ")));
+  EXPECT_THAT(run(metadata()).output, HasSubstr("InnoDB          5       InnoDB 4, MyISAM 1\n"));
 }
 
 std::string protocText(const std::string& message) {
@@ -173,22 +176,12 @@ TEST_F(MetadataTest, IsNotOfferedInCommandMode) {
 TEST_F(MetadataTest, ThatEndsInTheMiddleLeavesNothingAndChangesNothing) {
   const std::string file = directory_ / "records";
   writeFile(file, "earlier");
-  for (const char* form : {"--records", "--format"}) {
+  for (const auto& form : {std::pair("--records", file), std::pair("--format", std::string("json"))}) {
     for (const bool isInterrupt : {true, false}) {
-      SCOPED_TRACE(form + std::string(isInterrupt ? ", interrupted" : ", broken"));
-      std::atomic<pid_t> pid{0};
-      StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [&] {
-        EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
-        if (!isInterrupt) return StatementGate::Then::breakConnection;
-        ::kill(pid, SIGINT);
-        return StatementGate::Then::handOn;
-      });
-      ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
-      RunningProgram program(
-          commandLine(home(), metadata({"--database", "shop", form, form[2] == 'r' ? file : "json"})));
-      pid = program.pid();
-      const ProgramResult result = program.wait();
-      EXPECT_TRUE(gate.wasSeen());
+      SCOPED_TRACE(form.first + std::string(isInterrupt ? ", interrupted" : ", broken"));
+      const ProgramResult result =
+          runGated("db", server(), "`shop`.`orders`", metadata({"--database", "shop", form.first, form.second}),
+                   isInterrupt ? sending(SIGINT) : breaking());
       EXPECT_EQ(result.output, "");
       EXPECT_EQ(result.signal, isInterrupt ? SIGINT : 0);
       EXPECT_TRUE(isInterrupt ||
@@ -198,22 +191,7 @@ TEST_F(MetadataTest, ThatEndsInTheMiddleLeavesNothingAndChangesNothing) {
   }
   EXPECT_EQ(readFile(file), "earlier");
   EXPECT_THAT(namesIn(directory_ / ""), ElementsAre("home", "records"));
-  ASSERT_EQ(run({"instance", "set", "db", "--socket", server().socket()}).exitStatus, 0);
 }
-
-/// Sets a global mode for the sessions of the scope.
-class ServerMode {
- public:
-  ServerMode(const MariaDbSandbox& server, const std::string& mode) : server_(server) {
-    server_.execute("set global sql_mode = '" + mode + "'");
-  }
-  ~ServerMode() { server_.execute("set global sql_mode = default"); }
-  ServerMode(const ServerMode&) = delete;
-  ServerMode& operator=(const ServerMode&) = delete;
-
- private:
-  const MariaDbSandbox& server_;
-};
 
 TEST_F(MetadataTest, IsTheSameWhateverTheServersMode) {
   const Json all = runJson(metadata());
@@ -221,19 +199,12 @@ TEST_F(MetadataTest, IsTheSameWhateverTheServersMode) {
   const std::string tables = run(metadata()).output;
   const std::string map = run(references()).output;
   for (const char* mode : {"ANSI_QUOTES,NO_BACKSLASH_ESCAPES", "NO_TABLE_OPTIONS,NO_KEY_OPTIONS,NO_FIELD_OPTIONS"}) {
-    const ServerMode set(server(), mode);
+    server().execute(std::string("set global sql_mode = '") + mode + "'");
     EXPECT_EQ(runJson(metadata()), all) << mode;
     EXPECT_EQ(run(metadata()).output, tables) << mode;
     EXPECT_EQ(run(references()).output, map) << mode;
   }
-}
-
-TEST_F(MetadataTest, PeopleSeeEveryTableOfWhichThereAreRecords) {
-  server().execute("create table shop.history (a int) with system versioning; create sequence shop.numbers");
-  EXPECT_THAT(
-      run(metadata({"--database", "shop"})).output,
-      testing::AllOf(HasSubstr(" history "), HasSubstr(" numbers "), HasSubstr("\ntotal 1                   5 ")));
-  EXPECT_THAT(run(metadata()).output, HasSubstr("InnoDB          5       InnoDB 4, MyISAM 1\n"));
+  server().execute("set global sql_mode = default");
 }
 
 TEST_F(MetadataTest, OfOneBrokenOrVanishedTableDoesNotKeepTheOthersFromTheResult) {
@@ -255,30 +226,25 @@ TEST_F(MetadataTest, OfOneBrokenOrVanishedTableDoesNotKeepTheOthersFromTheResult
   EXPECT_TRUE(failedWith(run(references()), "no references from db, at the table shop.log: [1033]"));
   writeFile(frm, whole);
 
-  StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [] {
+  const ProgramResult vanished = runGated("db", server(), "`shop`.`orders`", metadata({"--format", "json"}), [](pid_t) {
     server().execute("drop table shop.orders");
     return StatementGate::Then::handOn;
   });
-  ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
-  EXPECT_EQ(runJson(metadata())["left_out"][0]["database"], "shop") << "with exit status 0";
+  EXPECT_EQ(vanished.exitStatus, 0) << vanished.errors;
+  EXPECT_EQ(Json::parse(vanished.output)["left_out"][0]["database"], "shop");
 }
 
 TEST_F(MetadataTest, EndsAtTheSecondSignalWhenTheServerDoesNotAnswer) {
-  std::atomic<pid_t> pid{0};
-  std::atomic<bool> ended{false};
-  StatementGate gate(directory_ / "gate.sock", server().socket(), "`shop`.`orders`", [&] {
-    EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
+  const auto hangs = [](pid_t pid) {
+    const auto isGone = [pid] { return ::kill(pid, 0) != 0; };
     ::kill(pid, SIGINT);
-    EXPECT_FALSE(waitUntil([&] { return ended.load(); }, std::chrono::milliseconds(300))) << "the first one waits";
+    EXPECT_FALSE(waitUntil(isGone, std::chrono::milliseconds(300))) << "the first one waits";
     ::kill(pid, SIGINT);
-    EXPECT_TRUE(waitUntil([&] { return ended.load(); }));
+    EXPECT_TRUE(waitUntil(isGone));
     return StatementGate::Then::breakConnection;
-  });
-  ASSERT_EQ(run({"instance", "set", "db", "--socket", gate.path()}).exitStatus, 0);
-  RunningProgram program(commandLine(home(), metadata({"--database", "shop", "--format", "json"})));
-  pid = program.pid();
-  EXPECT_EQ(program.wait().signal, SIGINT);
-  ended = true;
+  };
+  const std::vector<std::string> line = metadata({"--database", "shop", "--format", "json"});
+  EXPECT_EQ(runGated("db", server(), "`shop`.`orders`", line, hangs).signal, SIGINT);
 }
 
 TEST_F(MetadataTest, ReferencesAreTheAgentsMapOrEveryKeyAndNeverBoth) {
@@ -333,22 +299,13 @@ class RecordedMetadataTest : public ReplicaPairTest {
     primary().execute("drop database shop");
   }
   /// Runs a backup that meets `act` while the tables are recorded.
-  ProgramResult backupThrough(const std::function<StatementGate::Then(pid_t)>& act, const std::string& name = "db",
+  ProgramResult backupThrough(const Act& act, const std::string& name = "db",
                               const std::string& statement = "`shop`.`u`") {
-    std::atomic<pid_t> pid{0};
-    const std::string& socket = name == "db" ? replica().socket() : primary().socket();
-    StatementGate gate(directory_ / "gate.sock", socket, statement, [&] {
-      EXPECT_TRUE(waitUntil([&] { return pid != 0; }));
-      EXPECT_EQ(runs(), name != "db") << "the replica is held meanwhile";
-      return act(pid);
-    });
-    EXPECT_EQ(run({"instance", "set", name, "--socket", gate.path()}).exitStatus, 0);
-    RunningProgram program(commandLine(home(), {"--access", "library", "backup", name}));
-    pid = program.pid();
-    ProgramResult result = program.wait();
-    EXPECT_TRUE(gate.wasSeen()) << result.errors;
-    EXPECT_EQ(run({"instance", "set", name, "--socket", socket}).exitStatus, 0);
-    return result;
+    return runGated(name, name == "db" ? replica() : primary(), statement, {"--access", "library", "backup", name},
+                    [&](pid_t pid) {
+                      EXPECT_EQ(runs(), name != "db") << "the replica is held meanwhile";
+                      return act(pid);
+                    });
   }
   Json onlyJob() const { return runJson({"job", "show", "1"}); }
 };
@@ -391,11 +348,7 @@ TEST_F(RecordedMetadataTest, OfABackupThatWasKilledIsNotTakenForWholeAndGoesWith
       primary().execute("select table_name from information_schema.tables where table_schema = 'shop'");
   const std::size_t last = tables.find_last_of('\n', tables.find_last_not_of('\n')) + 1;
   const ProgramResult result = backupThrough(
-      [](pid_t pid) {
-        ::kill(pid, SIGKILL);
-        return StatementGate::Then::handOn;
-      },
-      "primary", "`shop`.`" + tables.substr(last, tables.find_last_not_of('\n') + 1 - last) + "`");
+      sending(SIGKILL), "primary", "`shop`.`" + tables.substr(last, tables.find_last_not_of('\n') + 1 - last) + "`");
   EXPECT_EQ(result.signal, SIGKILL);
   EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1"}), "in the middle of the database shop"));
   EXPECT_TRUE(failedWith(run({"metadata", "primary", "--job", "1", "--database", "shop"}), "in the middle of it"));
@@ -422,16 +375,13 @@ TEST_F(RecordedMetadataTest, ThatFailsIsACauseAndTheBackupGoesOn) {
 }
 
 TEST_F(RecordedMetadataTest, ABrokenConnectionIsACauseToo) {
-  const ProgramResult result = backupThrough([](pid_t) { return StatementGate::Then::breakConnection; });
+  const ProgramResult result = backupThrough(breaking());
   EXPECT_EQ(result.exitStatus, 0) << result.errors;
   EXPECT_EQ(onlyJob()["state"], "completed with errors");
 }
 
 TEST_F(RecordedMetadataTest, EndsBetweenTwoTablesWhenAsked) {
-  const ProgramResult result = backupThrough([](pid_t pid) {
-    ::kill(pid, SIGTERM);
-    return StatementGate::Then::handOn;
-  });
+  const ProgramResult result = backupThrough(sending(SIGTERM));
   EXPECT_EQ(result.signal, SIGTERM);
   EXPECT_EQ(onlyJob()["state"], "failed");
   EXPECT_THAT(onlyJob()["causes"][0]["text"].get<std::string>(), HasSubstr("'record the metadata'"));

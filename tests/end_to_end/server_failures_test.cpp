@@ -19,9 +19,7 @@ using UnreachableTest = CommandTest;
 
 TEST_F(ServerFailureTest, AWrongPasswordIsToldWithTheServersNumber) {
   addServer();
-  ProgramOptions options;
-  options.input = "not the password\n";
-  ASSERT_EQ(run({"instance", "set", "db", "--password-stdin"}, options).exitStatus, 0);
+  ASSERT_EQ(run({"instance", "set", "db", "--password-stdin"}, {.input = "not the password\n"}).exitStatus, 0);
   const ProgramResult version = run({"version", "db"});
   EXPECT_TRUE(failedWith(version, ": [1045] Access denied for user 'agent'@'localhost' (using password: YES); "));
   EXPECT_TRUE(failedWith(version, "--password-file"));
@@ -82,9 +80,7 @@ ProgramResult runOnSmallDisk(const std::string& folder, const std::string& optio
       "eval \"$PREPARE\"; status=0; \"$@\" || status=$?; ls -A \"$folder\" >\"$left\"; exit $status";
   std::vector<std::string> line{"unshare", ::geteuid() == 0 ? "-m" : "-rm", "sh", "-c", script, "sh", folder, left};
   line.insert(line.end(), command.begin(), command.end());
-  ProgramOptions settings;
-  settings.environment = {"MOUNT=" + options, "PREPARE=" + prepare};
-  return runProgram(line, settings);
+  return runProgram(line, {.environment = {"MOUNT=" + options, "PREPARE=" + prepare}});
 }
 
 TEST_F(UnreachableTest, AFullDiskForShortLivedFiles) {

@@ -12,8 +12,7 @@ using ServerCommandTest = ServerTest;
 TEST_F(ServerCommandTest, QuestionsAsTablesAndAsJson) {
   addServer();
   const Json ping = runJson({"ping", "db"});
-  EXPECT_EQ(ping["instance"], "db");
-  EXPECT_EQ(ping["alive"], true);
+  EXPECT_TRUE(has(ping, {{"instance", "db"}, {"alive", true}}));
   EXPECT_GT(ping["milliseconds"].get<double>(), 0);
   EXPECT_THAT(run({"ping", "db"}).output, testing::MatchesRegex("db  alive  [0-9.]+ ms\n"));
 

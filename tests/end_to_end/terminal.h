@@ -30,16 +30,8 @@ class Terminal {
   }
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
-  ProgramOptions asInput() const {
-    ProgramOptions options;
-    options.standardInput = slave_;
-    return options;
-  }
-  ProgramOptions asErrors() const {
-    ProgramOptions options;
-    options.standardError = slave_;
-    return options;
-  }
+  ProgramOptions asInput() const { return {.standardInput = slave_}; }
+  ProgramOptions asErrors() const { return {.standardError = slave_}; }
   bool echoes() const {
     termios state{};
     return ::tcgetattr(slave_, &state) == 0 && (state.c_lflag & ECHO) != 0;

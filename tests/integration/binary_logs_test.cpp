@@ -17,9 +17,8 @@ using Names = std::list<std::string>;
 class BinaryLogs : public orrery::test::RealSessionTest, public testing::WithParamInterface<Mode> {
  protected:
   static void SetUpTestSuite() {
-    MariaDbSandbox::Options options;
-    options.serverOptions = {"--log-bin=shop.east.bin"};  // this server cuts a name at its first dot
-    writing_ = std::make_unique<MariaDbSandbox>(options);
+    // This server cuts a name at its first dot.
+    writing_ = std::make_unique<MariaDbSandbox>(MariaDbSandbox::Options{.serverOptions = {"--log-bin=shop.east.bin"}});
     silent_ = std::make_unique<MariaDbSandbox>();
   }
   static void TearDownTestSuite() {
@@ -31,11 +30,9 @@ class BinaryLogs : public orrery::test::RealSessionTest, public testing::WithPar
     return sessionFor(GetParam(), propertiesOf(server));
   }
 
-  static std::unique_ptr<MariaDbSandbox> writing_;
-  static std::unique_ptr<MariaDbSandbox> silent_;
+  static inline std::unique_ptr<MariaDbSandbox> writing_;
+  static inline std::unique_ptr<MariaDbSandbox> silent_;
 };
-std::unique_ptr<MariaDbSandbox> BinaryLogs::writing_;
-std::unique_ptr<MariaDbSandbox> BinaryLogs::silent_;
 
 INSTANTIATE_TEST_SUITE_P(Modes, BinaryLogs, orrery::test::bothModes(), orrery::test::nameOfMode);
 

@@ -164,9 +164,7 @@ TEST_F(Connection, AReadLockThatWasLostIsToldWhenItIsGivenBack) {
       server_->stop();
       server_->start();
     } else {
-      server_->execute(
-          "SELECT CONCAT('KILL ', id) INTO @k FROM information_schema.processlist WHERE user='agent' AND "
-          "id<>CONNECTION_ID() ORDER BY id DESC LIMIT 1; EXECUTE IMMEDIATE @k");
+      killLastConnection(*server_);
     }
     EXPECT_TRUE(takesWrites(*server_));
     const std::size_t before = backend_.events().size();

@@ -10,10 +10,8 @@
 
 namespace {
 
-using orrery::test::MariaDbSandbox;
+using orrery::test::Mode;
 using Names = std::list<std::string>;
-
-enum class Mode { command, library };
 
 std::string inBackTicks(const std::string& name) {
   return "`" + name + "`";
@@ -48,23 +46,17 @@ Names withBackslashes() {
   return names;
 }
 
-class Databases : public orrery::test::RealSessionTest, public testing::WithParamInterface<Mode> {
+class Databases : public orrery::test::ServerSuite<Databases>, public testing::WithParamInterface<Mode> {
+ public:
+  static orrery::test::MariaDbSandbox::Options options() { return {.tcp = true}; }
+
  protected:
-  static void SetUpTestSuite() {
-    MariaDbSandbox::Options options;
-    options.tcp = true;
-    server_ = std::make_unique<MariaDbSandbox>(options);
-  }
-  static void TearDownTestSuite() { server_.reset(); }
   ~Databases() override {
     for (const std::string& name : made_) server_->execute("DROP DATABASE " + inBackTicks(name));
   }
 
   static bool byLibrary() { return GetParam() == Mode::library; }
-  std::unique_ptr<GetMySqlInfo> open() {
-    if (byLibrary()) return librarySessionFor(propertiesOf(*server_));
-    return sessionFor(propertiesOf(*server_));
-  }
+  std::unique_ptr<GetMySqlInfo> open() { return sessionFor(GetParam(), propertiesOf(*server_)); }
   /// "DB." in the statements stands for the database: a client's own USE reads backslashes in its name.
   void make(const std::string& name, std::string statements = {}) {
     for (std::size_t at = 0; (at = statements.find("DB.", at)) != std::string::npos;) {
@@ -113,17 +105,13 @@ class Databases : public orrery::test::RealSessionTest, public testing::WithPara
     }
   }
 
-  static std::unique_ptr<MariaDbSandbox> server_;
   std::unique_ptr<GetMySqlInfo> session_ = open();
 
  private:
   Names made_;
 };
-std::unique_ptr<MariaDbSandbox> Databases::server_;
 
-INSTANTIATE_TEST_SUITE_P(Access, Databases, testing::Values(Mode::command, Mode::library), [](const auto& mode) {
-  return mode.param == Mode::command ? std::string("command") : std::string("library");
-});
+INSTANTIATE_TEST_SUITE_P(Access, Databases, orrery::test::bothModes(), orrery::test::nameOfMode);
 
 TEST_P(Databases, OfEveryKindOfNameAreListedFoundAndMeasured) {
   Names expected{"/mysql", "/sys"};

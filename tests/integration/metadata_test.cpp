@@ -20,11 +20,7 @@ using Texts = std::vector<std::string>;
 
 class Metadata : public orrery::test::ServerSuite<Metadata> {
  public:
-  static MariaDbSandbox::Options options() {
-    MariaDbSandbox::Options options;
-    options.serverOptions = {"--performance-schema=ON"};
-    return options;
-  }
+  static MariaDbSandbox::Options options() { return {.serverOptions = {"--performance-schema=ON"}}; }
 
  protected:
   ~Metadata() override {

@@ -86,11 +86,9 @@ class Paths : public orrery::test::RealSessionTest {
     return places;
   }
 
-  static std::unique_ptr<TemporaryDirectory> far_;
-  static std::unique_ptr<MariaDbSandbox> server_;
+  static inline std::unique_ptr<TemporaryDirectory> far_;
+  static inline std::unique_ptr<MariaDbSandbox> server_;
 };
-std::unique_ptr<TemporaryDirectory> Paths::far_;
-std::unique_ptr<MariaDbSandbox> Paths::server_;
 
 TEST_F(Paths, OfCommandModeAreTheDataDirectoryAloneAndItsOwnerGoesToTheInventory) {
   const auto session = sessionFor(propertiesOf(*server_));

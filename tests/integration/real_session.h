@@ -49,6 +49,12 @@ class RealSessionTest : public BackendTest {
     if (mode == Mode::library) return librarySessionFor(properties);
     return sessionFor(properties);
   }
+  /// Ends the last connection that the agent's account made, this one's own not counted.
+  static void killLastConnection(const MariaDbSandbox& server) {
+    server.execute(
+        "SELECT CONCAT('KILL ', id) INTO @k FROM information_schema.processlist WHERE user='agent' AND "
+        "id<>CONNECTION_ID() ORDER BY id DESC LIMIT 1; EXECUTE IMMEDIATE @k");
+  }
   /// The machine's own, found by the loader.
   static constexpr const char* clientLibrary = "libmariadb.so.3";
 
@@ -56,12 +62,14 @@ class RealSessionTest : public BackendTest {
   int instances_ = 0;
 };
 
-/// The same with one server for all tests of a suite, which says in `options()` what it is like.
+/// The same with one server for all tests of a suite, which may say in `options()` what it is like.
 template <class Suite>
 class ServerSuite : public RealSessionTest {
  protected:
   static void SetUpTestSuite() { server_ = std::make_unique<MariaDbSandbox>(Suite::options()); }
   static void TearDownTestSuite() { server_.reset(); }
+
+  static MariaDbSandbox::Options options() { return {}; }
 
   static inline std::unique_ptr<MariaDbSandbox> server_;
 };

@@ -7,7 +7,6 @@
 
 namespace {
 
-using orrery::test::MariaDbSandbox;
 using Texts = std::vector<std::string>;
 
 /// "parent's database.parent > child's database.child", a line for each.
@@ -34,9 +33,6 @@ std::string lineOf(const orrery::mysql::ForeignKey& key) {
 }
 
 class References : public orrery::test::ServerSuite<References> {
- public:
-  static MariaDbSandbox::Options options() { return {}; }
-
  protected:
   ~References() override {
     for (const char* db : {"a", "b", "`odd ``db`"}) server_->execute(std::string("DROP DATABASE IF EXISTS ") + db);
@@ -137,10 +133,7 @@ TEST_F(References, AConnectionLostMeanwhileComesBackInTheSameDatabase) {
   server_->execute(schema);
   ASSERT_EQ(session_->runExeQuery("USE mysql"), 0);
   session_->watchTables([&](const std::string& db, const std::string&, std::size_t) {
-    if (db != "a") return true;
-    server_->execute("KILL " +
-                     server_->execute("SELECT id FROM information_schema.processlist WHERE id<>connection_id() "
-                                      "AND user='agent' ORDER BY id DESC LIMIT 1"));
+    if (db == "a") killLastConnection(*server_);
     return true;
   });
   EXPECT_EQ(children().size(), 6U);

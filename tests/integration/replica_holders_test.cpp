@@ -32,12 +32,10 @@ class ReplicaHolders : public orrery::test::BackendTest {
   void runSlot(int slot) {
     int done = 0;
     for (unsigned int life = 0; done < roundsEach; ++life) {
-      orrery::test::ProgramOptions options;
-      options.environment = {"TMPDIR=" + folder_.path()};  // what the dead leave goes with the folder
       const auto result =
           orrery::test::runProgram({ORRERY_REPLICA_HOLDER, folder_.path(), server_, std::to_string(roundsEach - done),
                                     std::to_string(1000 * (slot + 1) + static_cast<int>(life))},
-                                   options);
+                                   {.environment = {"TMPDIR=" + folder_.path()}});  // what the dead leave goes with it
       std::istringstream lines(result.output);
       int rounds = 0;
       bool isDead = false;

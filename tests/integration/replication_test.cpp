@@ -56,9 +56,7 @@ class Replication : public orrery::test::RealSessionTest {
     bool running;
     bool partial;
     int status;
-    bool operator==(const Answer& other) const {
-      return result == other.result && running == other.running && partial == other.partial && status == other.status;
-    }
+    bool operator==(const Answer&) const = default;
   };
   /// Outputs that the status does not set stay at "partial" and 7.
   static Answer statusOf(GetMySqlInfo& session) {

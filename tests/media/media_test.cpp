@@ -2,9 +2,6 @@
 
 #include <stdlib.h>
 
-#include <algorithm>
-#include <filesystem>
-
 #include "orrery/platform/home.h"
 #include "orrery/platform/instance_properties.h"
 
@@ -54,14 +51,6 @@ std::shared_ptr<const Services> MediaTest::open() const {
 
 void MediaTest::setThreadCommandLine(const std::string& line) {
   ::setenv("ThreadCommandLine", line.c_str(), 1);
-}
-
-std::vector<std::string> MediaTest::mediaFiles() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(media()))
-    names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 std::vector<ArchiveFile> MediaTest::records(const std::string& name) const {

@@ -34,7 +34,7 @@ class MediaTest : public ::testing::Test {
   std::shared_ptr<const platform::Services> open() const;
   static void setThreadCommandLine(const std::string& line);
   /// Names in the media folder.
-  std::vector<std::string> mediaFiles() const;
+  std::vector<std::string> mediaFiles() const { return namesIn(media()); }
   std::vector<platform::ArchiveFile> records(const std::string& name) const;
   /// Bytes that differ from block to block.
   static std::string pattern(std::size_t size, unsigned seed = 1);

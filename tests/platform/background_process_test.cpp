@@ -32,6 +32,10 @@ class BackgroundProcess : public ::testing::Test {
   static int start(MySqlChildProcess& child, const std::string& command) {
     return child.Initialize(command, "", "") != 0 ? -2 : child.DZ_CreateProcess(false, false, false, true);
   }
+  /// Starts it and waits for it.
+  static bool runsToItsEnd(MySqlChildProcess& child, const std::string& script) {
+    return start(child, shell(script)) == 0 && child.BeginWait() == 0 && ends(child);
+  }
   static bool ends(const MySqlChildProcess& child) {
     return waitUntil([&] { return child.isComplete(); }, std::chrono::seconds(60));
   }
@@ -86,9 +90,7 @@ TEST_F(BackgroundProcess, EndAndLastErrorLineAreKept) {
   };
   for (const auto& row : cases) {
     MySqlChildProcess child;
-    ASSERT_EQ(start(child, shell(row.script)), 0) << row.script;
-    ASSERT_EQ(child.BeginWait(), 0);
-    ASSERT_TRUE(ends(child)) << row.script;
+    ASSERT_TRUE(runsToItsEnd(child, row.script)) << row.script;
     EXPECT_EQ(child.isFailed(), row.failed) << row.script;
     EXPECT_EQ(lastError(child), row.error) << row.script;
   }
@@ -96,11 +98,9 @@ TEST_F(BackgroundProcess, EndAndLastErrorLineAreKept) {
 
 TEST_F(BackgroundProcess, FloodIsReadToItsEndAndKeptInPartWithTheLastErrorLine) {
   MySqlChildProcess child;
-  ASSERT_EQ(start(child, shell("echo first >&2; echo ERROR: lost >&2; yes it goes on and on | head -c 100000000 >&2; "
-                               "echo >&2; echo WARNING: late >&2; exit 1")),
-            0);
-  ASSERT_EQ(child.BeginWait(), 0);
-  ASSERT_TRUE(ends(child));
+  ASSERT_TRUE(runsToItsEnd(child,
+                           "echo first >&2; echo ERROR: lost >&2; yes it goes on and on | head -c 100000000 >&2; "
+                           "echo >&2; echo WARNING: late >&2; exit 1"));
   EXPECT_EQ(lastError(child), "ERROR: lost");
   std::string line;
   EXPECT_EQ(child.ReadLastErr(line, "WARN"), 0);
@@ -128,9 +128,7 @@ TEST_F(BackgroundProcess, ChildThatEndsBeforeTheWaitBeginsLosesNothing) {
 
 TEST_F(BackgroundProcess, GrandchildThatKeepsTheStreamsOpenHoldsNobodyUp) {
   MySqlChildProcess child;
-  ASSERT_EQ(start(child, shell("sleep 600 & echo $! >" + file_ + "; echo ERROR: said >&2; exit 0")), 0);
-  ASSERT_EQ(child.BeginWait(), 0);
-  ASSERT_TRUE(ends(child));
+  ASSERT_TRUE(runsToItsEnd(child, "sleep 600 & echo $! >" + file_ + "; echo ERROR: said >&2; exit 0"));
   EXPECT_FALSE(child.isFailed());
   EXPECT_EQ(lastError(child), "ERROR: said");
   const pid_t grandchild = numberIn(file_);
@@ -310,9 +308,7 @@ TEST_F(BackgroundProcess, PreservedErrorsGoToTheJobsResults) {
     {
       MySqlChildProcess child;
       child.setPreserveError(preserve);
-      ASSERT_EQ(start(child, shell("echo said >&2")), 0);
-      ASSERT_EQ(child.BeginWait(), 0);
-      ASSERT_TRUE(ends(child));
+      ASSERT_TRUE(runsToItsEnd(child, "echo said >&2"));
     }
     ASSERT_EQ(std::filesystem::exists(results), preserve);
   }

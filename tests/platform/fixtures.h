@@ -43,6 +43,18 @@ class HomeTest : public ::testing::Test {
   const TemporaryDirectory folder_;
 };
 
+/// The same, open.
+class OpenHomeTest : public HomeTest {
+ protected:
+  void SetUp() override {
+    create();
+    services_ = open();
+    ASSERT_NE(services_, nullptr);
+  }
+
+  std::shared_ptr<const Services> services_;
+};
+
 /// A backend under test, by name.
 struct Backend {
   const char* name;

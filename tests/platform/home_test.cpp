@@ -1,7 +1,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 
 #include "fixtures.h"
@@ -16,13 +15,6 @@ unsigned modeOf(const std::string& path) {
   struct stat status {};
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
   return status.st_mode & 07777;
-}
-
-std::vector<std::string> namesIn(const std::string& path) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(path)) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 const std::vector<std::string> allParts{"log", "media", "results", "settings.ini", "store.db", "tmp", "vault.key"};

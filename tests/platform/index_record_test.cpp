@@ -25,10 +25,8 @@ std::string bytesOf(const CNMessageBase& record) {
 
 /// What the compiler of the format makes of a record that docs/index.proto describes.
 std::string decoded(const std::string& message, const std::string& bytes) {
-  orrery::test::ProgramOptions options;
-  options.input = bytes;
   const auto result = orrery::test::runProgram(
-      {"protoc", "--proto_path=" ORRERY_DOCS, "--decode=IdxMetadata." + message, "index.proto"}, options);
+      {"protoc", "--proto_path=" ORRERY_DOCS, "--decode=IdxMetadata." + message, "index.proto"}, {.input = bytes});
   EXPECT_EQ(result.exitStatus, 0) << result.errors;
   return result.output;
 }

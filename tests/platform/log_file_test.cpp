@@ -21,13 +21,8 @@ using namespace platform;
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-class LogFileTest : public HomeTest {
+class LogFileTest : public OpenHomeTest {
  protected:
-  void SetUp() override {
-    create();
-    services_ = open();
-    ASSERT_NE(services_, nullptr);
-  }
   LogSink& log() { return *services_->log; }
   std::string file() const { return inHome("log/orrery-mysql.log"); }
   std::vector<std::string> lines() const {
@@ -36,8 +31,6 @@ class LogFileTest : public HomeTest {
     for (std::string line; std::getline(stream, line);) result.push_back(line);
     return result;
   }
-
-  std::shared_ptr<const Services> services_;
 };
 
 LogLine debugLine(std::string_view tag, std::string_view text, int level = 0, long long job = 0) {

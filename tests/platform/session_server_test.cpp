@@ -1,103 +1,17 @@
-#include <fcntl.h>
+#include "session_server.h"
+
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
-#include <set>
-#include <thread>
 #include <utility>
-
-#include "orrery/platform/SessionClient.h"
-#include "orrery/platform/testing/test_backend.h"
-
-#include "fixtures.h"
-#include "support/program.h"
-#include "support/session_recorder.h"
 
 namespace orrery::test {
 namespace {
 
 using namespace platform;
-using DBAgentUtils::DbSessionServer;
-
-/// Sees to it that every message comes with its connection and with the server that it came to.
-class Recorder final : public SessionRecorder {
- public:
-  CKyError OnClientMsg(CDzNetwork* network, DznHandle_t handle, unsigned long code, dzsDatabuf_v2* data,
-                       CDzNetworkServer* server) override {
-    EXPECT_EQ(handle, network->handle());
-    EXPECT_EQ(static_cast<DbSessionServer*>(server->GetCustomData())->handler().get(), this);
-    return SessionRecorder::OnClientMsg(network, handle, code, data, server);
-  }
-};
-
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  return address;
-}
-
-class SessionServer : public ::testing::Test {
- protected:
-  void SetUp() override {
-    // Other accounts pass through the agent's folders, as in a home.
-    ASSERT_EQ(chmod(backend_.directory().c_str(), 0711), 0);
-    ASSERT_EQ(chmod(folder_.c_str(), 0711), 0);
-  }
-  void TearDown() override { stop(); }
-
-  void begin(DbSessionServer::IdleCallback idle = nullptr) {
-    thread_ = std::thread([this, idle] { result_ = server_.StartSessionServer(service_, idle, 104); });
-  }
-  void serve(DbSessionServer::IdleCallback idle = nullptr) {
-    begin(idle);
-    ASSERT_TRUE(server_.waitUntilListening(60'000));
-    ASSERT_TRUE(isSocket());
-  }
-  void stop() {
-    server_.CleanupSessionServer();
-    if (thread_.joinable()) thread_.join();
-  }
-  std::string path() const { return folder_ + "/" + service_ + ".sock"; }
-  /// A socket as a process that was killed leaves it: bound and not served.
-  static void leaveDeadSocket(const std::string& path) {
-    const sockaddr_un address = addressOf(path);
-    const OwnFd dead(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  }
-  bool isSocket() const {
-    struct stat status {};
-    return lstat(path().c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
-  }
-  /// A connection below the protocol, for bytes that no client of ours sends.
-  OwnFd rawConnection() const {
-    const sockaddr_un address = addressOf(path());
-    OwnFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_TRUE(waitUntil([&] {
-      return connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EISCONN;
-    }));
-    return fd;
-  }
-
-  const std::string service_ = sessionServiceName(4711);
-  platform::testing::TestBackend backend_;
-  const ScopedServices installed_{backend_.services()};
-  const std::string folder_ = backend_.temporary();
-  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
-  DbSessionServer server_{recorder_};
-  std::thread thread_;
-  CKyError result_;
-};
 
 std::string header(std::uint32_t code, std::uint32_t length, std::uint16_t version = 1) {
   std::string bytes = "ORSS";
@@ -246,14 +160,10 @@ TEST_F(SessionServer, OnlyAdmittedAccountsAreServed) {
   server_.admit(12345);
   serve();
   const auto connectsAs = [&](uid_t account) {
-    const pid_t child = fork();
-    if (child == 0) {
-      SessionClient client(2000);
-      _exit(setuid(account) == 0 && client.connect(folder_, service_, 1).ok() ? 0 : 1);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return inChild([&] {
+             SessionClient client(2000);
+             return setuid(account) == 0 && client.connect(folder_, service_, 1).ok() ? 0 : 1;
+           }) == 0;
   };
   EXPECT_TRUE(connectsAs(0));
   EXPECT_TRUE(connectsAs(12345));
@@ -279,7 +189,12 @@ TEST_F(SessionServer, DeadSocketIsReplacedAndALivingOneNever) {
 
   writeFile(path(), "not a socket", 0600);
   server_.prepare();
-  EXPECT_EQ(server_.StartSessionServer(service_, nullptr, 104).code(), EEXIST);
+  const auto begun = std::chrono::steady_clock::now();
+  begin();
+  EXPECT_FALSE(server_.waitUntilListening(60'000));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30)) << "who waits for it is told so";
+  stop();
+  EXPECT_EQ(result_.code(), EEXIST);
   EXPECT_EQ(readFile(path()), "not a socket");
 }
 
@@ -296,9 +211,7 @@ TEST_F(SessionServer, DeadSocketsOfOtherJobsAreRemovedAndNothingElse) {
   serve();
   EXPECT_TRUE(succeeded(client.tell(sbtStatusCode, aStatus)));
   stop();
-  std::set<std::string> left;
-  for (const auto& entry : std::filesystem::directory_iterator(folder_)) left.insert(entry.path().filename());
-  EXPECT_EQ(left, (std::set<std::string>{"MySqlSBTSrv_1.sock", "MySqlSBTSrv_4.sock", "another.sock"}));
+  EXPECT_EQ(namesIn(folder_), (std::vector<std::string>{"MySqlSBTSrv_1.sock", "MySqlSBTSrv_4.sock", "another.sock"}));
   living.CleanupSessionServer();
   other.join();
 }
@@ -317,14 +230,6 @@ TEST_F(SessionServer, CleanUpWaitsForNobodyWhoKeepsTheFolderLocked) {
   EXPECT_TRUE(server_.waitUntilListening(60'000));
 }
 
-TEST_F(SessionServer, WhoWaitsForAServerThatCannotStartIsToldSo) {
-  writeFile(path(), "not a socket", 0600);
-  const auto begun = std::chrono::steady_clock::now();
-  begin();
-  EXPECT_FALSE(server_.waitUntilListening(60'000));
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
-}
-
 TEST_F(SessionServer, CleanUpEndsServingWhateverClientsDoAndCountsForLaterStarts) {
   serve();
   SessionClient client;
@@ -340,19 +245,6 @@ TEST_F(SessionServer, CleanUpEndsServingWhateverClientsDoAndCountsForLaterStarts
 }
 
 std::atomic<int> idleTimes{0};
-
-TEST_F(SessionServer, IdleIntervalsAreCountedUntilSomebodySpeaks) {
-  idleTimes = 0;
-  server_.setIdleInterval(20);
-  serve([](void* server) {
-    ++static_cast<DbSessionServer*>(server)->idleTimeoutCount;
-    ++idleTimes;
-  });
-  EXPECT_TRUE(waitUntil([] { return idleTimes >= 3; }));
-  SessionClient client;
-  ASSERT_TRUE(succeeded(client.connect(folder_, service_, 1)));
-  EXPECT_LT(server_.idleTimeoutCount, static_cast<std::uint32_t>(idleTimes.load()));
-}
 
 TEST_F(SessionServer, IdleIntervalsPassUncountedWhileNoClientOwesAWord) {
   idleTimes = 0;

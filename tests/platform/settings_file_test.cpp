@@ -11,13 +11,8 @@ namespace {
 using namespace platform;
 namespace fs = std::filesystem;
 
-class SettingsFileTest : public HomeTest {
+class SettingsFileTest : public OpenHomeTest {
  protected:
-  void SetUp() override {
-    create();
-    services_ = open();
-    ASSERT_NE(services_, nullptr);
-  }
   std::string file() const { return inHome("settings.ini"); }
   void put(const std::string& text) const { writeFile(file(), text, 0600); }
   Settings& settings() { return *services_->settings; }
@@ -26,8 +21,6 @@ class SettingsFileTest : public HomeTest {
     EXPECT_TRUE(succeeded(settings().read(section, key, value)));
     return value;
   }
-
-  std::shared_ptr<const Services> services_;
 };
 
 TEST_F(SettingsFileTest, EditByHandCountsAtOnce) {

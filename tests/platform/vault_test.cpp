@@ -10,17 +10,10 @@ namespace {
 using namespace platform;
 namespace fs = std::filesystem;
 
-class VaultTest : public HomeTest {
+class VaultTest : public OpenHomeTest {
  protected:
-  void SetUp() override {
-    create();
-    services_ = open();
-    ASSERT_NE(services_, nullptr);
-  }
   std::string key() const { return inHome("vault.key"); }
   PasswordVault& vault() { return *services_->vault; }
-
-  std::shared_ptr<const Services> services_;
 };
 
 TEST_F(VaultTest, SealedTextHidesThePasswordAndDiffersEachTime) {

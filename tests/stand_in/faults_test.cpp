@@ -77,22 +77,15 @@ TEST_F(MysqlbackupFaults, AKilledRunLeavesNoImageAndNoProcess) {
   EXPECT_EQ(mediaFiles(), std::vector<std::string>{"next"});
 }
 
-struct Watched {
-  const char* fault;
-  bool endsWhenTold;
-};
-
 TEST_F(MysqlbackupFaults, ARunThatIsToldToEndGivesItsImageUp) {
   writeFile(folder_ / "password.cnf", "[client]\npassword='" + server_->agentPassword() + "'\n", 0600);
-  for (const Watched& row : {Watched{"slow:200", true}, Watched{"silent", true}, Watched{"hang", false}}) {
-    SCOPED_TRACE(row.fault);
-    ProgramOptions options;
-    options.environment = {std::string("ORRERY_MYSQLBACKUP_FAULT=") + row.fault};
-    RunningProgram program(backupCommand(std::string("b") + row.fault), options);
+  for (const std::string fault : {"slow:200", "silent", "hang"}) {
+    SCOPED_TRACE(fault);
+    RunningProgram program(backupCommand("b" + fault), {.environment = {"ORRERY_MYSQLBACKUP_FAULT=" + fault}});
     // The image is being written, and has another name as long as it is.
     ASSERT_TRUE(waitUntil([&] { return !mediaFiles().empty(); }));
     ::kill(program.pid(), SIGTERM);
-    if (row.endsWhenTold) {
+    if (fault != "hang") {
       EXPECT_TRUE(failedWith(program.wait(), "told to end by a signal"));
       EXPECT_THAT(mediaFiles(), IsEmpty());
     } else {

@@ -21,8 +21,6 @@ ProgramOptions with(const std::string& fault, const std::string& path) {
 
 }  // namespace
 
-std::unique_ptr<MariaDbSandbox> MysqlbackupTest::server_;
-
 void MysqlbackupTest::SetUpTestSuite() {
   server_ = std::make_unique<MariaDbSandbox>();
   server_->execute(

@@ -31,7 +31,7 @@ class MysqlbackupTest : public MediaTest {
   /// Names and contents of all files below data().
   std::string fingerprintOfData() const;
 
-  static std::unique_ptr<MariaDbSandbox> server_;
+  static inline std::unique_ptr<MariaDbSandbox> server_;
 };
 
 ::testing::AssertionResult completed(const ProgramResult& result);

@@ -37,15 +37,10 @@ Arguments restoreLine(const Arguments& first, const Arguments& middle) {
 TEST(MysqlbackupOptions, EverythingOfABackup) {
   const Options options = parseOptions(
       backupLine({"--incremental", "--incremental-base=history:last_backup", "--no-locking", "--skip-binlog"}));
-  EXPECT_FALSE(options.restores);
-  EXPECT_EQ(options.defaultsFile, "/f");
-  EXPECT_EQ(options.user, "agent");
-  EXPECT_EQ(options.socket, "/s");
-  EXPECT_EQ(options.mediaLibrary, "/l");
-  EXPECT_EQ(options.backupDirectory, "/d");
-  EXPECT_EQ(options.imageName, "3_17_5");
-  EXPECT_TRUE(options.incremental);
-  EXPECT_TRUE(options.locksNothing);
+  EXPECT_EQ(options.defaultsFile + " " + options.user + " " + options.socket + " " + options.mediaLibrary + " " +
+                options.backupDirectory + " " + options.imageName,
+            "/f agent /s /l /d 3_17_5");
+  EXPECT_TRUE(options.incremental && options.locksNothing && !options.restores);
   EXPECT_THAT(options.environment,
               ElementsAre(Pair("DzSrcClientName", "c 1"), Pair("DzKycmdTokenFile", ""),
                           Pair("DzMySQLSBTInstance", "db1"), Pair("ThreadCommandLine", "-j 17 -a 3:4 -at 104 -t 2")));

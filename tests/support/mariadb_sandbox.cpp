@@ -16,9 +16,7 @@ namespace {
 std::string runScript(const std::vector<std::string>& arguments) {
   std::vector<std::string> command{ORRERY_MARIADB_SANDBOX};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  ProgramOptions options;
-  options.limit = std::chrono::minutes(3);
-  const ProgramResult result = runProgram(command, options);
+  const ProgramResult result = runProgram(command, {.limit = std::chrono::minutes(3)});
   if (result.exitStatus != 0) {
     throw std::runtime_error("mariadb_sandbox " + arguments[0] + " failed: " + result.errors);
   }
@@ -44,7 +42,6 @@ MariaDbSandbox::MariaDbSandbox(const Options& options) : MariaDbSandbox(Unstarte
   if (options.tls) arguments.emplace_back("--tls");
   if (options.logBin) arguments.emplace_back("--log-bin");
   if (!options.replicaOf.empty()) arguments.insert(arguments.end(), {"--replica-of", options.replicaOf});
-  if (!options.account.empty()) arguments.insert(arguments.end(), {"--account", options.account});
   arguments.emplace_back("--");
   arguments.insert(arguments.end(), options.serverOptions.begin(), options.serverOptions.end());
   runScript(arguments);
@@ -75,10 +72,9 @@ void MariaDbSandbox::readState() {
 }
 
 std::string MariaDbSandbox::execute(const std::string& statements) const {
-  ProgramOptions options;
-  options.input = statements;
-  const ProgramResult result = runProgram(
-      {"mariadb", "--defaults-file=" + directory_ + "/agent.cnf", "--batch", "--skip-column-names"}, options);
+  const ProgramResult result =
+      runProgram({"mariadb", "--defaults-file=" + directory_ + "/agent.cnf", "--batch", "--skip-column-names"},
+                 {.input = statements});
   if (result.exitStatus != 0) throw std::runtime_error(statements + ": " + result.errors);
   return result.output;
 }

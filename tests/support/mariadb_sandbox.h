@@ -19,7 +19,6 @@ class MariaDbSandbox {
     bool logBin = false;  ///< writes binary logs
     /// Folder of a running sandbox with `tcp` and `logBin`, which this one replicates.
     std::string replicaOf = {};
-    std::string account = {};  ///< Unix account; empty: mysql when the tests run as root, else the caller's
     std::vector<std::string> serverOptions = {};
   };
 
@@ -41,7 +40,6 @@ class MariaDbSandbox {
   /// Holds ca.pem, server-cert.pem, server-key.pem, client-cert.pem, client-key.pem and other-ca.pem, which signed none
   /// of them.
   std::string tlsDirectory() const { return directory_ + "/tls"; }
-  std::string log() const { return readFile(directory_ + "/server.log"); }
 
   /// Runs statements as "agent" with the ordinary client; rows come back one per line, columns separated by tabs.
   std::string execute(const std::string& statements) const;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -42,6 +43,13 @@ TemporaryDirectory::~TemporaryDirectory() {
   std::error_code error;
   std::filesystem::remove_all(path_, error);
   if (error) std::fprintf(stderr, "%s was not removed: %s\n", path_.c_str(), error.message().c_str());
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 std::string readFile(const std::string& path) {

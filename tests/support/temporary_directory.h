@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace orrery::test {
 
@@ -21,6 +22,9 @@ class [[nodiscard]] TemporaryDirectory {
  private:
   std::string path_;
 };
+
+/// Names in a folder, without "." and "..", sorted.
+std::vector<std::string> namesIn(const std::string& folder);
 
 /// Whole content of a file; throws std::system_error when it cannot be read.
 std::string readFile(const std::string& path);

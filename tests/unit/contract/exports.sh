@@ -5,7 +5,24 @@ set -euo pipefail
 lists=$1 mysql=$2 platform=$3 obk=$4 mode=${5:-compare}
 
 needed() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort; }
-offered() { nm -D --defined-only "$1" | awk '{print $NF}' | sed 's/@.*//' | sort -u; }
+# One line for names that differ only in the kind of their constructor, destructor or type information: {kinds} in it.
+folded() {
+  awk '{
+    if (match($0, /^_ZT[ISV]/)) kind = 4
+    else if (match($0, /D[012]Ev$|C[12]E/)) kind = RSTART + 1
+    else kind = length + 1
+    name = substr($0, 1, kind - 1) "\t" substr($0, kind + 1)
+    if (!(name in kinds)) names[++count] = name
+    kinds[name] = kinds[name] substr($0, kind, 1)
+  } END {
+    for (i = 1; i <= count; ++i) {
+      found = kinds[names[i]]
+      sub(/\t/, found == "" ? "" : "{" found "}", names[i])
+      print names[i]
+    }
+  }'
+}
+offered() { nm -D --defined-only "$1" | awk '{print $NF}' | sed 's/@.*//' | sort -u | folded; }
 
 if [ "$mode" = --write ]; then
   offered "$mysql" >"$lists/orrery-mysql.symbols"

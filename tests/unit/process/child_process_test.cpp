@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -12,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -71,6 +69,14 @@ class ChildProcess : public BackendTest {
   static void start(MySqlChildProcess& child, const std::string& command) {
     ASSERT_EQ(child.Initialize(command, nullptr), 0);
     ASSERT_EQ(child.DZ_CreateProcess(true, false, false), 0);
+  }
+
+  /// What follows these words in a line of the log.
+  std::string loggedBehind(const std::string& words) {
+    for (const std::string& text : backend_.log().texts()) {
+      if (text.rfind(words, 0) == 0) return text.substr(words.size());
+    }
+    return {};
   }
 
   TemporaryDirectory place_;
@@ -165,45 +171,7 @@ TEST_F(ChildProcess, TakesInputAndSurvivesAChildThatDoesNot) {
   EXPECT_TRUE(logged("Error Stream: no\n"));
 }
 
-TEST_F(ChildProcess, LimitsAreRefusedBeforeAnythingStarts) {
-  const auto words = [](int count) {
-    std::string line = "/bin/true";
-    for (int i = 1; i < count; ++i) line += " x";
-    return line;
-  };
-  GetMySqlInfo longName;
-  longName.strUnixUser.assign(104, 'u');
-  GetMySqlInfo longestName;
-  longestName.strUnixUser.assign(103, 'u');
-  const struct {
-    const char* name;
-    std::string command;
-    GetMySqlInfo* session;
-    int result;
-    int error;
-  } table[] = {
-      {"longest command", "/bin/true " + std::string(2989, 'x'), nullptr, 0, 0},
-      {"one character more", "/bin/true " + std::string(2990, 'x'), nullptr, -1, E2BIG},
-      {"most arguments", words(49), nullptr, 0, 0},
-      {"one argument more", words(50), nullptr, -1, E2BIG},
-      {"longest account", "/bin/true", &longestName, 0, 0},
-      {"one letter more", "/bin/true", &longName, -1, ENAMETOOLONG},
-      {"no command", "", nullptr, -1, EINVAL},
-      {"null in the command", std::string("/bin/true\0x", 11), nullptr, -1, EINVAL},
-  };
-  for (const auto& row : table) {
-    MySqlChildProcess child;
-    EXPECT_EQ(child.Initialize(row.command, row.session), row.result) << row.name;
-    EXPECT_EQ(child.GetLastErrNo(), row.error) << row.name;
-    EXPECT_EQ(child.GetLastErrText().empty(), row.result == 0) << row.name;
-    if (row.result != 0) continue;
-    EXPECT_EQ(child.DZ_CreateProcess(true, false, false), 0) << row.name;
-    EXPECT_EQ(child.Wait(0), 0) << row.name;
-  }
-}
-
 TEST_F(ChildProcess, SecondChildOfAnErrorFileDoesNotRecordIntoIt) {
-  EvEvent event;
   const std::string errFile = place_ / "errors";
   for (const char* word : {"first", "second"}) {
     MySqlChildProcess child;
@@ -231,10 +199,8 @@ TEST_F(ChildProcess, ErrorFileIsNotReadThroughALink) {
   const std::string secret = place_ / "secret";
   writeFile(secret, "hidden");
   ASSERT_EQ(child.Initialize("/bin/true", nullptr), 0);
-  std::string errFile;
-  for (const auto& text : backend_.log().texts()) {
-    if (text.rfind("Error file [", 0) == 0) errFile = text.substr(12, text.size() - 13);
-  }
+  std::string errFile = loggedBehind("Error file [");
+  errFile.pop_back();
   std::filesystem::create_symlink(secret, errFile);
   std::array<char, 100> buffer{};
   long length = buffer.size();
@@ -311,9 +277,7 @@ TEST_F(ChildProcess, IsEndedAndReapedWithItsObject) {
   {
     MySqlChildProcess child;
     start(child, "/bin/sleep 1000");
-    for (const auto& text : backend_.log().texts()) {
-      if (text.rfind("Parent: child process pid= ", 0) == 0) pid = std::stoi(text.substr(27));
-    }
+    pid = std::stoi(loggedBehind("Parent: child process pid= "));
     ASSERT_GT(pid, 0);
     ASSERT_EQ(kill(pid, 0), 0);
   }
@@ -361,12 +325,9 @@ TEST_F(AsAnotherAccount, RunsAndWritesItsErrorFile) {
   }
 }
 
-TEST_F(AsAnotherAccount, CannotReachWhatBelongsToTheAgent) {
+TEST_F(AsAnotherAccount, CannotReachWhatBelongsToTheAgentAndTheAgentKeepsItsAccountAndItsCoreDumps) {
   writeFile(place_ / "private", "x", 0600);
   EXPECT_THAT(run("/bin/cat " + (place_ / "private"), &session_).errors, testing::HasSubstr("Permission denied"));
-}
-
-TEST_F(AsAnotherAccount, ParentKeepsItsAccountAndItsCoreDumps) {
   ASSERT_EQ(prctl(PR_GET_DUMPABLE), 1);
   EXPECT_EQ(run("/usr/bin/id -u", &session_).output, std::to_string(uid_) + "\n");
   EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
@@ -393,47 +354,6 @@ TEST_F(AsAnotherAccount, FolderServesTwoAccountsAtOnce) {
   runMany("mysql");
   other.join();
   EXPECT_EQ(wrong, 0);
-}
-
-// Until exec the account may stop its child; another thread's children must start all the same. The child here stops
-// itself in a routine of its own.
-TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
-  const platform::testing::TestBackend backend;
-  const ScopedServices installed(backend.services());
-  // Shared, for builds in which the child works on a copy.
-  void* shared = mmap(nullptr, sizeof(std::atomic<pid_t>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  auto& stopped = *new (shared) std::atomic<pid_t>(0);
-  std::thread victim([&] {
-    DzProcess child;
-    std::array<char, 50> text{};
-    const auto stopItself = [](void* pid) {
-      *static_cast<std::atomic<pid_t>*>(pid) = getpid();
-      kill(getpid(), SIGSTOP);
-      _exit(0);
-    };
-    child.Fork(stopItself, &stopped, text.data(), text.size(), DzProcess::ChildMemory::borrowed);
-    int status = 0;
-    child.WaitForProcessToEnd(status, text.data(), text.size(), -1);
-  });
-  const bool isStopped = waitUntil([&] { return stopped != 0; });
-  DzProcess other;
-  std::array<char, 50> text{};
-  int status = -1;
-  EXPECT_EQ(other.Fork([](void*) { _exit(0); }, nullptr, text.data(), text.size(), DzProcess::ChildMemory::borrowed),
-            1);
-  EXPECT_EQ(other.WaitForProcessToEnd(status, text.data(), text.size(), -1), 1);
-  EXPECT_EQ(inChild([&] {
-              DzProcess inCopy;
-              return inCopy.Fork([](void*) { _exit(0); }, nullptr, text.data(), text.size(),
-                                 DzProcess::ChildMemory::borrowed);
-            }),
-            1)
-      << "nor a copy of the process";
-  EXPECT_TRUE(isStopped);
-  if (stopped != 0) kill(stopped, SIGCONT);
-  victim.join();
-  munmap(shared, sizeof(std::atomic<pid_t>));
 }
 
 TEST_F(AsAnotherAccount, AccountThatDoesNotExistRunsAsTheAgentAndSaysSoLoudly) {

@@ -1,11 +1,16 @@
-// What holds over many runs: nothing is left behind, and no lock of another thread stops a child.
+// What holds over many runs: nothing is left behind, and neither a lock nor a child of another thread stops
+// one.
 
 #include <pwd.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +23,7 @@
 #include "orrery/platform/testing/test_backend.h"
 
 #include "support/children.h"
+#include "support/program.h"
 #include "support/temporary_directory.h"
 
 namespace {
@@ -64,6 +70,46 @@ TEST(ManyRuns, LeaveNoZombieDescriptorOrMemoryBehind) {
   EXPECT_EQ(openDescriptors(), descriptors);
   EXPECT_LT(residentKilobytes() - resident, 4096);
   EXPECT_TRUE(orrery::test::hasNoChildren());
+}
+
+// Until exec the account may stop its child; another thread's children must start all the same. The child here stops
+// itself in a routine of its own.
+TEST(BorrowedMemory, StoppedChildHoldsUpNobodyElse) {
+  const TestBackend backend;
+  const ScopedServices installed(backend.services());
+  // Shared, for builds in which the child works on a copy.
+  void* shared = mmap(nullptr, sizeof(std::atomic<pid_t>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto& stopped = *new (shared) std::atomic<pid_t>(0);
+  std::thread victim([&] {
+    DzProcess child;
+    char text[50];
+    const auto stopItself = [](void* pid) {
+      *static_cast<std::atomic<pid_t>*>(pid) = getpid();
+      kill(getpid(), SIGSTOP);
+      _exit(0);
+    };
+    child.Fork(stopItself, &stopped, text, sizeof(text), DzProcess::ChildMemory::borrowed);
+    int status = 0;
+    child.WaitForProcessToEnd(status, text, sizeof(text), -1);
+  });
+  const bool isStopped = orrery::test::waitUntil([&] { return stopped != 0; });
+  DzProcess other;
+  char text[50];
+  int status = -1;
+  EXPECT_EQ(other.Fork([](void*) { _exit(0); }, nullptr, text, sizeof(text), DzProcess::ChildMemory::borrowed), 1);
+  EXPECT_EQ(other.WaitForProcessToEnd(status, text, sizeof(text), -1), 1);
+  EXPECT_EQ(orrery::test::inChild([&] {
+              DzProcess inCopy;
+              return inCopy.Fork([](void*) { _exit(0); }, nullptr, text, sizeof(text),
+                                 DzProcess::ChildMemory::borrowed);
+            }),
+            1)
+      << "nor a copy of the process";
+  EXPECT_TRUE(isStopped);
+  if (stopped != 0) kill(stopped, SIGCONT);
+  victim.join();
+  munmap(shared, sizeof(std::atomic<pid_t>));
 }
 
 /// Threads that hold the locks of the allocator, the log and the name service most of the time.

@@ -10,23 +10,6 @@
 
 namespace orrery::test {
 
-/// A clock on which every sleep is short, however long it says it is.
-class ShortSleeps final : public platform::Clock {
- public:
-  ShortSleeps(std::shared_ptr<platform::Clock> shown, std::function<void()> atSleep)
-      : shown_(std::move(shown)), atSleep_(std::move(atSleep)) {}
-  std::int64_t now() noexcept override { return shown_->now(); }
-  void sleep(std::int64_t milliseconds) noexcept override {
-    shown_->sleep(milliseconds);
-    atSleep_();
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-
- private:
-  const std::shared_ptr<platform::Clock> shown_;
-  const std::function<void()> atSleep_;
-};
-
 /// In place of `mysqlbackup`: keeps its arguments, leaves a working copy, writes into the data directory that it is
 /// told, fails for the image whose name stands in the file "failing", and for the one in "lasting" works until it is
 /// asked to end, which it does well.
@@ -107,16 +90,13 @@ class DriverTest : public SbtTest {
   const std::string user_ = std::to_string(getuid());
   StandInLibrary library_{"unknown"};
   std::function<void()> atSleep_ = [] {};
-  const platform::ScopedServices short_{withShortSleeps()};
+  /// Every sleep is short, however long it says it is.
+  const platform::ScopedServices short_{withSleep(backend_.services(), [this](std::int64_t) {
+    atSleep_();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  })};
   platform::Id instance_ = 0;
   std::unique_ptr<platform::ScopedJob> jobOfProcess_;
-
- private:
-  std::shared_ptr<const platform::Services> withShortSleeps() {
-    auto changed = std::make_shared<platform::Services>(*backend_.services());
-    changed->clock = std::make_shared<ShortSleeps>(changed->clock, [this] { atSleep_(); });
-    return changed;
-  }
 };
 
 }  // namespace orrery::test

@@ -16,28 +16,25 @@ struct JobDriver : Driver {
   JobDriver(long long job, DZJobType type) { EXPECT_EQ(initializeJobControl(job, type, "manager", nullptr), 0); }
 };
 
-TEST_F(SbtTest, JobControlIsInitiatedForBothTypes) {
-  for (const auto type : {DZJobType::backup, DZJobType::restore}) {
+TEST_F(SbtTest, JobControlIsInitiatedForBothTypesOfAJobThatIsKnown) {
+  const struct {
+    DZJobType type;
+    const char *initiated, *failed;
+  } cases[] = {{DZJobType::backup, "0: Intialized DZBkpJobClient", "0: bkpObj->init failed"},
+               {DZJobType::restore, "0: Intialized DZRstJobClient", "0: m_jobObjectB->init failed"}};
+  for (const auto& row : cases) {
     backend_.log().clear();
-    JobDriver driver(jobId_, type);
+    JobDriver driver(jobId_, row.type);
     ASSERT_NE(driver.getJobObject(), nullptr);
-    EXPECT_EQ(dynamic_cast<DZBkpJobClient*>(driver.getJobObject()) != nullptr, type == DZJobType::backup);
+    EXPECT_EQ(dynamic_cast<DZBkpJobClient*>(driver.getJobObject()) != nullptr, row.type == DZJobType::backup);
     EXPECT_NE(driver.getJobControl(), nullptr);
     EXPECT_THAT(said("MySqlSBTUtils::initializeJobControl"),
-                ElementsAre(type == DZJobType::backup ? "0: Intialized DZBkpJobClient" : "0: Intialized DZRstJobClient",
-                            "0: getting the new m_jobControl for job [" + std::to_string(jobId_) + "]",
+                ElementsAre(row.initiated, "0: getting the new m_jobControl for job [" + std::to_string(jobId_) + "]",
                             "0: m_jobControl.init(CONTROL) ", "2: new m_jobControl has initiated."));
-  }
-}
-
-TEST_F(SbtTest, JobThatIsNotKnownLeavesNoJobControl) {
-  for (const auto& [type, text] : std::map<DZJobType, std::string>{{DZJobType::backup, "bkpObj->init failed"},
-                                                                   {DZJobType::restore, "m_jobObjectB->init failed"}}) {
-    backend_.log().clear();
-    Driver driver;
-    EXPECT_EQ(driver.initializeJobControl(jobId_ + 1, type, "manager", nullptr), -1);
-    EXPECT_EQ(said("MySqlSBTUtils::initializeJobControl").back(), "0: " + text);
-    EXPECT_EQ(driver.getJobControl(), nullptr);
+    Driver jobless;
+    EXPECT_EQ(jobless.initializeJobControl(jobId_ + 1, row.type, "manager", nullptr), -1);
+    EXPECT_EQ(said("MySqlSBTUtils::initializeJobControl").back(), row.failed);
+    EXPECT_EQ(jobless.getJobControl(), nullptr);
   }
 }
 
@@ -66,7 +63,7 @@ TEST_F(SbtTest, OtherJobTypesHaveNoJobObjectAndBecomeRestoresWithTheFirstCounter
   EXPECT_EQ(job().finished, 0);
 }
 
-TEST_F(SbtTest, WorkingDirectoryIsNamedAndNotMade) {
+TEST_F(SbtTest, WorkingDirectoryIsNamedAndNotMadeAndNoneIsChosenWithoutResultsOrHome) {
   const std::string second = "/1767225600/7";
   const struct {
     DZJobType type;
@@ -83,6 +80,13 @@ TEST_F(SbtTest, WorkingDirectoryIsNamedAndNotMade) {
     EXPECT_EQ(driver.sbtLibraryPath_, backend_.directory() + "/libobk.so");
     EXPECT_FALSE(std::filesystem::exists(driver.jobResultsDir_));
   }
+  JobDriver driver(jobId_, DZJobType::backup);
+  backend_.setJobResults(std::nullopt);
+  EXPECT_EQ(driver.initializeCommonParams(7), -1);
+  backend_.setJobResults(backend_.directory() + "/results");
+  backend_.failures().failAlways("Directories::baseHome", Status::failure("no"));
+  EXPECT_EQ(driver.initializeCommonParams(7), -1);
+  EXPECT_EQ(driver.jobResultsDir_, "");
 }
 
 TEST_F(SbtTest, CleanUpRemovesTheWorkingDirectoryAsOftenAsItIsCalled) {
@@ -121,16 +125,6 @@ TEST_F(SbtTest, MissingMediaLibraryIsToldToTheJobIfThereIsOne) {
     run(driver);
   }
   EXPECT_THAT(causes(), ElementsAre("12000022 0 300 " + library + "|source|", "12000022 0 300 " + library + "|local|"));
-}
-
-TEST_F(SbtTest, WithoutResultsOrHomeNoDirectoryIsChosen) {
-  JobDriver driver(jobId_, DZJobType::backup);
-  backend_.setJobResults(std::nullopt);
-  EXPECT_EQ(driver.initializeCommonParams(7), -1);
-  backend_.setJobResults(backend_.directory() + "/results");
-  backend_.failures().failAlways("Directories::baseHome", Status::failure("no"));
-  EXPECT_EQ(driver.initializeCommonParams(7), -1);
-  EXPECT_EQ(driver.jobResultsDir_, "");
 }
 
 class RecordingControl final : public DZJobCtrlClient {

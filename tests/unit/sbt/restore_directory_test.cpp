@@ -1,9 +1,5 @@
 // Whose data directory a restore leaves alone.
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-
 #include "sbt/directory_users.h"
 #include "sbt/restore_fixture.h"
 
@@ -110,24 +106,11 @@ TEST_F(RestoreDirectory, ProgramThatPassesByIsWaitedForUnlessTheJobIsToEnd) {
 
 TEST_F(RestoreDirectory, WhoeverWouldStayIsFoundBeforeTheStop) {
   addImages(1);
-  const std::string file = data_ + "/ibdata1";
-  writeFile(file, "x");
-  const pid_t holder = fork();
-  if (holder == 0) {
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    const int opened = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
-    // Its other open files are elsewhere: the lock alone tells.
-    writeFile(folder_ / "tried", ::fcntl(opened, F_SETLK, &lock) == 0 ? "locked" : "refused");
-    for (;;) pause();
-  }
-  ASSERT_TRUE(waitUntil([&] { return fs::exists(folder_ / "tried") && readFile(folder_ / "tried") == "locked"; }));
+  const LockHolder holder(data_ + "/ibdata1");
   Restore driver;
   EXPECT_EQ(restore(driver), -1);
-  ::kill(holder, SIGKILL);
-  ::waitpid(holder, nullptr, 0);
   EXPECT_THAT(driver.asked, ElementsAre("ping"));
-  EXPECT_THAT(causes(), ElementsAre(HasSubstr("570000f7 0 300 process " + std::to_string(holder) + " (")));
+  EXPECT_THAT(causes(), ElementsAre(HasSubstr("570000f7 0 300 process " + std::to_string(holder.pid()) + " (")));
 }
 
 /// A program of a server's name that is started in the data directory.

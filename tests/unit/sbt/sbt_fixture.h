@@ -1,5 +1,10 @@
 #pragma once
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -24,11 +29,38 @@ inline std::string joined(const std::vector<std::string>& texts) {
   return line;
 }
 
+/// Locks a file as a server does, in a process of its own, until it goes. Its other open files are elsewhere.
+class LockHolder {
+ public:
+  explicit LockHolder(const std::string& file) {
+    writeFile(file, "x");
+    const TemporaryDirectory folder;
+    pid_ = fork();
+    if (pid_ == 0) {
+      struct flock lock {};
+      lock.l_type = F_WRLCK;
+      const int opened = open(file.c_str(), O_RDWR | O_CLOEXEC);
+      writeFile(folder / "tried", fcntl(opened, F_SETLK, &lock) == 0 ? "locked" : "refused");
+      for (;;) pause();
+    }
+    EXPECT_TRUE(
+        waitUntil([&] { return std::filesystem::exists(folder / "tried") && readFile(folder / "tried") == "locked"; }));
+  }
+  ~LockHolder() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  LockHolder(const LockHolder&) = delete;
+  LockHolder& operator=(const LockHolder&) = delete;
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+};
+
 /// What a driver sees of its base.
 class Driver : public MySqlSBTUtils {
  public:
-  using MySqlSBTUtils::cachedBytes_;
-  using MySqlSBTUtils::cachedFiles_;
   using MySqlSBTUtils::handler_;
   using MySqlSBTUtils::isInitialized_;
   using MySqlSBTUtils::isSessionServerReady_;

@@ -1,8 +1,6 @@
 // Runs of real children under supervision. A second of a pass takes a tenth here.
 
-#include <fcntl.h>
 #include <sys/file.h>
-#include <sys/types.h>
 
 #include <thread>
 
@@ -173,8 +171,7 @@ TEST_F(SupervisionTest, ProgramWorksOnForAsLongAsItLikesWhenItsLibraryToldItsEnd
   for (const bool stays : {true, false}) {
     beginJob();
     std::filesystem::remove(begun_);
-    Driver driver;
-    initialize(driver, DZJobType::restore);
+    BegunDriver driver(*this, DZJobType::restore);
     driver.sessionServer_->setIdleInterval(interval.count());
     std::thread other([&] {
       SessionClient library;
@@ -192,26 +189,20 @@ TEST_F(SupervisionTest, ProgramWorksOnForAsLongAsItLikesWhenItsLibraryToldItsEnd
   }
 }
 
-TEST_F(SupervisionTest, LibraryThatVanishesBeforeItsEndFailsTheRun) {
-  Driver driver;
-  initialize(driver, DZJobType::restore);
-  driver.sessionServer_->setIdleInterval(60);
-  std::thread other([&] {
-    SessionClient library;
-    EXPECT_TRUE(connects(library));
-    EXPECT_TRUE(tellState(library, SbtImageState::begun));
-  });
-  EXPECT_EQ(run(driver, "sleep 600"), -1);
-  other.join();
-  EXPECT_THAT(said("AcceptMySqlIdleCallback"), Contains("0: Maximum idle time reached. Failing the job... "));
-}
-
-TEST_F(SupervisionTest, LibraryThatNeverComesFailsTheRun) {
-  Driver driver;
-  initialize(driver, DZJobType::restore);
-  driver.sessionServer_->setIdleInterval(60);
-  EXPECT_EQ(run(driver, "sleep 600"), -1);
-  EXPECT_THAT(said("AcceptMySqlIdleCallback"), Contains("0: Maximum idle time reached. Failing the job... "));
+TEST_F(SupervisionTest, LibraryThatNeverComesOrVanishesBeforeItsEndFailsTheRun) {
+  for (const bool comes : {false, true}) {
+    beginJob();
+    backend_.log().clear();
+    BegunDriver driver(*this, DZJobType::restore);
+    driver.sessionServer_->setIdleInterval(60);
+    std::thread other([&] {
+      SessionClient library;
+      EXPECT_TRUE(!comes || (connects(library) && tellState(library, SbtImageState::begun)));
+    });
+    EXPECT_EQ(run(driver, "sleep 600"), -1) << comes;
+    other.join();
+    EXPECT_THAT(said("AcceptMySqlIdleCallback"), Contains("0: Maximum idle time reached. Failing the job... "));
+  }
 }
 
 TEST_F(SupervisionTest, LibraryReportsToTheJobInEveryRunOfOneObject) {

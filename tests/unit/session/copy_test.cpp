@@ -11,26 +11,18 @@ namespace {
 using orrery::platform::Status;
 using Copy = orrery::test::SessionTest;
 
-TEST_F(Copy, OwnsAFileOfItsOwnAndLeavesTheSourcesAlone) {
-  GetMySqlInfo source;
-  ASSERT_EQ(source.Init(id()), 0);
-  {
-    GetMySqlInfo copy(source);
-    EXPECT_NE(copy.strConfigPwdFile, source.strConfigPwdFile);
-    EXPECT_TRUE(std::filesystem::exists(copy.strConfigPwdFile));
-  }
-  EXPECT_TRUE(std::filesystem::exists(source.strConfigPwdFile));
-}
-
-TEST_F(Copy, SharesTheInstanceWhichOutlivesTheSource) {
+TEST_F(Copy, OwnsAFileOfItsOwnAndSharesTheInstanceWhichOutlivesTheSource) {
   auto source = std::make_unique<GetMySqlInfo>();
   ASSERT_EQ(source->Init(id()), 0);
   auto copy = std::make_unique<GetMySqlInfo>(*source);
+  EXPECT_NE(copy->strConfigPwdFile, source->strConfigPwdFile);
   EXPECT_EQ(copy->pMySqlInstance, source->pMySqlInstance);
   source.reset();
+  EXPECT_TRUE(std::filesystem::exists(copy->strConfigPwdFile));
   EXPECT_EQ(copy->pMySqlInstance->getInstanceId(), instance_);
   GetMySqlInfo second(*copy);
   copy.reset();
+  EXPECT_TRUE(std::filesystem::exists(second.strConfigPwdFile));
   EXPECT_EQ(second.pMySqlInstance->getInstanceId(), instance_);
 }
 

@@ -42,7 +42,7 @@ TEST_F(DefaultsFile, TwoSessionsOfOneSecondGetDifferentFiles) {
   EXPECT_TRUE(logged("multiple objects with same timestamp, changing timestamp..."));
 }
 
-TEST_F(DefaultsFile, IsReplacedByASecondInitialisation) {
+TEST_F(DefaultsFile, IsReplacedByASecondInitialisationOrOneWrittenAnewAndAFailureKeepsIt) {
   GetMySqlInfo session;
   ASSERT_EQ(session.Init(id()), 0);
   backend_.advance(5000);
@@ -50,11 +50,6 @@ TEST_F(DefaultsFile, IsReplacedByASecondInitialisation) {
   ASSERT_EQ(session.Init(id()), 0);
   EXPECT_NE(session.strConfigPwdFile, before);
   EXPECT_THAT(backend_.leftovers(), testing::SizeIs(1));
-}
-
-TEST_F(DefaultsFile, WrittenAnewReplacesTheSessionsEarlierOneAndAFailureKeepsIt) {
-  GetMySqlInfo session;
-  ASSERT_EQ(session.Init(id()), 0);
   ASSERT_EQ(session.CreateConfigPwdFile(9), 0);
   EXPECT_THAT(backend_.leftovers(), testing::ElementsAre(testing::StartsWith("orrery_bkp_mycnf_9_")));
   backend_.setTemporary(std::nullopt);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <set>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -22,60 +23,34 @@ int slotOf(Member member) {
   return static_cast<int>((words[0] - 1) / sizeof(void*)) + 1;
 }
 
-using Text = std::string;
+constexpr std::size_t slots = 47;
+using Base = GetMySqlInfo;
 using Texts = std::list<std::string>;
 
-TEST(Slots, HoldEveryOperationInOrder) {
-  int next = 3;  // 1 and 2 are the destructor's
-  EXPECT_EQ(slotOf(&GetMySqlInfo::FindAllDatabasePaths), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(ApplicationId)>(&GetMySqlInfo::Init)), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(long)>(&GetMySqlInfo::Init)), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(MySqlInstance*)>(&GetMySqlInfo::Init)), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(MySqlServer)>(&GetMySqlInfo::Init)), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::PingServer), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::QueryVariable), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::FindBinLogStatus), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::GetLogBinPath), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::GetMaxAllowedPacket), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(Texts&, long*, long*)>(&GetMySqlInfo::FindMasterLogs)), next++);
-  EXPECT_EQ(slotOf(static_cast<int (GetMySqlInfo::*)(Texts&, bool)>(&GetMySqlInfo::FindMasterLogs)), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::CheckDBPresence), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::FlushLogs), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::CreateDB), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::DropDB), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::PurgeLogsTo), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getVersionFromServer), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::LastLogName), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::FetchDBList), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::StartSlave), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::StopSlave), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::StartServer), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::StopServer), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getReplicationStatus), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getDBProps), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::isUsesInnoDBEngine), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::checkInnoDbFilePerTable), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::createDatabaseUsingSchema), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::createTableUsingSchema), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::discardTableSpace), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::importTableSpace), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::setForeignKeyConstraint), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::setIdentifiedWithAsHex), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::ResetMaster), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getUsers), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getCreateUserQuery), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::getGrantQueries), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::fillDatabaseInfo), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::fillTableInfoForDataBase), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::isXtrabackupPossible), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::isPartitionedTable), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::recoverTable), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::isMySQL8orMore), next++);
-  EXPECT_EQ(slotOf(&GetMySqlInfo::isVersionGreaterThan), next++);
-  EXPECT_EQ(next, 48) << "47 slots, the destructor's two included";
+template <class... Members>
+std::vector<int> slotsOf(Members... members) {
+  return {slotOf(members)...};
 }
 
-constexpr std::size_t slots = 47;
+TEST(Slots, HoldEveryOperationInOrder) {
+  const std::vector<int> found =
+      slotsOf(&Base::FindAllDatabasePaths, static_cast<int (Base::*)(ApplicationId)>(&Base::Init),
+              static_cast<int (Base::*)(long)>(&Base::Init), static_cast<int (Base::*)(MySqlInstance*)>(&Base::Init),
+              static_cast<int (Base::*)(MySqlServer)>(&Base::Init), &Base::PingServer, &Base::QueryVariable,
+              &Base::FindBinLogStatus, &Base::GetLogBinPath, &Base::GetMaxAllowedPacket,
+              static_cast<int (Base::*)(Texts&, long*, long*)>(&Base::FindMasterLogs),
+              static_cast<int (Base::*)(Texts&, bool)>(&Base::FindMasterLogs), &Base::CheckDBPresence, &Base::FlushLogs,
+              &Base::CreateDB, &Base::DropDB, &Base::PurgeLogsTo, &Base::getVersionFromServer, &Base::LastLogName,
+              &Base::FetchDBList, &Base::StartSlave, &Base::StopSlave, &Base::StartServer, &Base::StopServer,
+              &Base::getReplicationStatus, &Base::getDBProps, &Base::isUsesInnoDBEngine, &Base::checkInnoDbFilePerTable,
+              &Base::createDatabaseUsingSchema, &Base::createTableUsingSchema, &Base::discardTableSpace,
+              &Base::importTableSpace, &Base::setForeignKeyConstraint, &Base::setIdentifiedWithAsHex,
+              &Base::ResetMaster, &Base::getUsers, &Base::getCreateUserQuery, &Base::getGrantQueries,
+              &Base::fillDatabaseInfo, &Base::fillTableInfoForDataBase, &Base::isXtrabackupPossible,
+              &Base::isPartitionedTable, &Base::recoverTable, &Base::isMySQL8orMore, &Base::isVersionGreaterThan);
+  ASSERT_EQ(found.size(), slots - 2) << "the first two are the destructor's";
+  for (std::size_t i = 0; i < found.size(); ++i) EXPECT_EQ(found[i], static_cast<int>(i) + 3);
+}
 
 std::array<void*, slots> tableOf(const GetMySqlInfo& object) {
   void** table = nullptr;
