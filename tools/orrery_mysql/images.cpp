@@ -33,11 +33,13 @@ std::string whyNotRestorable(Context& context, const platform::ArchiveFile& imag
 /// For a full image and those that follow it: behind the first one that cannot be restored none can, so that a group
 /// that is whole takes one question and every other one few.
 void addReasons(Context& context, Image begin, Image end, std::int64_t from, std::vector<std::string>& reasons) {
-  const auto isBack = [&](const platform::ArchiveFile& image) {
-    return whyNotRestorable(context, image, from).empty();
-  };
-  const Image broken = isBack(*std::prev(end)) ? end : std::partition_point(begin, std::prev(end), isBack);
-  const std::string reason = broken == end ? std::string() : whyNotRestorable(context, *broken, from);
+  const Image last = std::prev(end);
+  std::string reason = whyNotRestorable(context, *last, from);
+  const Image broken =
+      reason.empty() ? end : std::partition_point(begin, last, [&](const platform::ArchiveFile& image) {
+        return whyNotRestorable(context, image, from).empty();
+      });
+  if (broken < last) reason = whyNotRestorable(context, *broken, from);
   for (Image image = begin; image != end; ++image) reasons.push_back(image < broken ? std::string() : reason);
 }
 
