@@ -98,6 +98,10 @@ constexpr Message catalogue[] = {
      "Where the server keeps its data could not be noted: %1; a restore has to find the server running, or to be told "
      "a "
      "folder."},
+    {0x57000105,
+     "Another backup of the server, by other means, ended while this one was made: it is not known on which of them "
+     "the "
+     "image %1 stands, so it was taken out of the archive. Make the backups one after the other."},
 };
 
 constexpr bool inOrder() {

@@ -11,7 +11,7 @@ TEST(MessageCatalogue, EveryKnownCodeHasAFullSentence) {
   const std::uint32_t codes[] = {0x12000022, 0x12000080, 0x1800003E, 0x5700001C, 0x57000020, 0x57000034, 0x57000035,
                                  0x5700004A, 0x5700004E, 0x57000056, 0x57000066, 0x57000067, 0x57000068, 0x5700006A,
                                  0x5700006B, 0x5700006C, 0x5700006D, 0x5700006F, 0x57000070, 0x57000071, 0x57000072,
-                                 0x570000F5, 0x570000F6, 0x570000F7, 0x570000F8, 0x570000F9, 0x570000FA};
+                                 0x570000F5, 0x570000F6, 0x570000F7, 0x570000F8, 0x570000F9, 0x570000FA, 0x57000105};
   for (const std::uint32_t code : codes) {
     const std::string text = messageText(code, {"one", "two"});
     EXPECT_EQ(text.find("There is no text"), std::string::npos) << std::hex << code;

@@ -41,19 +41,26 @@ void browse(Context& context, const Request& request) {
   document["instance"] = instance.name;
   document["images"] = Json::array();
   Table table({"TIME", "LEVEL", "SIZE", "JOB", "IMAGE", "DATABASES"});
-  bool hasBase = false;
-  for (const platform::ArchiveFile& image : imagesOf(context, instance)) {
+  const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
+  const std::vector<std::string> reasons = whyNotRestorable(context, images);
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    const platform::ArchiveFile& image = images[i];
+    const bool isRestorable = reasons[i].empty();
     const std::vector<std::string> databases = databasesIn(context, image, instance.id);
-    hasBase = hasBase || image.level != 2;
     if (!request.database.empty() && std::find(databases.begin(), databases.end(), request.database) == databases.end())
       continue;
     Json entry = imageDocument(image);
-    entry["restorable"] = hasBase;
+    entry["restorable"] = isRestorable;
+    entry["reason"] = isRestorable ? Json(nullptr) : Json(reasons[i]);
     entry["databases"] = databases;
     document["images"].push_back(std::move(entry));
-    table.add({timeText(image.created * 1000000), std::string(levelText(image.level)) + (hasBase ? "" : ", no base"),
+    table.add({timeText(image.created * 1000000),
+               std::string(levelText(image.level)) + (isRestorable ? "" : ", not restorable"),
                amountText(static_cast<double>(image.size)), std::to_string(image.jobId), image.name,
                inOneLine(databases)});
+    // Images that follow one another share their reason.
+    if (!isRestorable && (i == 0 || reasons[i] != reasons[i - 1]))
+      context.note("no restore brings back " + image.name + ": " + reasons[i]);
   }
   if (document["images"].empty()) {
     context.note("there is no image of " + instance.name +

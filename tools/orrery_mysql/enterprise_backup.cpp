@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 #include "orrery/mysql/MySqlSBTBackupUtils.h"
 #include "orrery/platform/instance_properties.h"
 
+#include "backup_history.h"
 #include "data_paths.h"
 #include "enterprise_job.h"
 #include "failure.h"
@@ -25,12 +27,9 @@ namespace {
 constexpr std::uint32_t imageNotArchived = 0x57000102;
 constexpr std::uint32_t databasesNotInIndex = 0x57000103;
 constexpr std::uint32_t ownerNotKnown = 0x57000104;
+constexpr std::uint32_t baseNotKnown = 0x57000105;
 constexpr int full = 1;
 constexpr int incremental = 2;
-
-const platform::ArchiveFile& newest(const std::vector<platform::ArchiveFile>& images) {
-  return *std::max_element(images.begin(), images.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
-}
 
 /// After a run that broke off nobody knows whether the server has noted the backup: the next incremental one may stand
 /// on that image or on the one before it.
@@ -42,41 +41,47 @@ bool hasEndedWell(Context& context, long long job) {
   return record.state == platform::JobState::succeeded || record.state == platform::JobState::completedWithErrors;
 }
 
-/// Its image may still be entered in the archive, by the next one that writes there.
+/// Since the last one that ended well. The image of a backup that was killed may still be entered in the archive, by
+/// the next one that writes there.
 bool wasKilled(Context& context, platform::Id instance) {
-  constexpr std::size_t most = 100;
-  std::vector<platform::JobRecord> jobs;
-  require(context.services().jobs->list(most, jobs), "the jobs cannot be listed");
-  const auto last = std::find_if(jobs.begin(), jobs.end(), [&](const platform::JobRecord& job) {
-    return job.type == platform::JobType::backup && job.instanceId == instance;
+  bool killed = false;
+  eachJobOf(context, instance, platform::JobType::backup, [&](const platform::JobRecord& job) {
+    killed = stateOf(context, job) == "died";
+    return !killed && job.state != platform::JobState::succeeded &&
+           job.state != platform::JobState::completedWithErrors;
   });
-  return last != jobs.end() && stateOf(context, *last) == "died";
+  return killed;
 }
 
-/// By another record of the same server: what the server counts as its last backup is that one then.
-bool isOvertaken(Context& context, const platform::InstanceRecord& instance, platform::Id newestImage) {
-  const auto socketOf = [](const platform::InstanceRecord& record) {
-    const auto socket = record.properties.find(platform::property::socketFile);
-    return socket == record.properties.end() ? std::string() : socket->second;
-  };
-  std::vector<platform::InstanceRecord> records;
-  require(context.services().inventory->listInstances(records), "the inventory cannot be read");
-  return std::any_of(records.begin(), records.end(), [&](const platform::InstanceRecord& other) {
-    if (other.id == instance.id || socketOf(other).empty() || socketOf(other) != socketOf(instance)) return false;
-    const std::vector<platform::ArchiveFile> images = imagesOf(context, other);
-    return !images.empty() && newest(images).id > newestImage;
-  });
+/// A backup's place among those of its server.
+struct Place {
+  int level = full;
+  std::optional<BackupHistory> before;  ///< as far as the server was asked
+};
+
+/// Why the server's next incremental backup would not stand on the newest image; empty when it would.
+std::string whyNotOnImage(Context& context, const platform::InstanceRecord& instance, long long newestImageJob,
+                          Place& place) {
+  const std::optional<std::string> noted = notedNewestBackup(context, newestImageJob);
+  if (!noted) return "it is not noted which of the server's backups the newest image is";
+  try {
+    place.before = readBackupHistory(context, instance);
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+  return place.before->newest == *noted ? std::string()
+                                        : "the newest image is not what the server has as its last backup";
 }
 
 /// Why an incremental backup would have nothing to stand on; empty when it has.
 std::string whyNotIncremental(Context& context, const platform::InstanceRecord& instance,
-                              const platform::SubclientRecord& subclient) {
+                              const platform::SubclientRecord& subclient, Place& place) {
   if (subclient.forceFull) return "its images were restored since the last one";
   const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
   if (std::none_of(images.begin(), images.end(), [](const platform::ArchiveFile& i) { return i.level == full; }))
     return "there is no full one to stand on";
-  if (!hasEndedWell(context, newest(images).jobId)) return "the job of the newest image did not end well";
-  if (wasKilled(context, instance.id)) return "the last backup was killed";
+  if (!hasEndedWell(context, images.back().jobId)) return "the job of the newest image did not end well";
+  if (wasKilled(context, instance.id)) return "a backup was killed since the last one that ended well";
   platform::ChainQuery chain;
   chain.backupSetId = subclient.backupSetId;
   chain.applicationType = platform::property::applicationTypeMySql;
@@ -85,18 +90,21 @@ std::string whyNotIncremental(Context& context, const platform::InstanceRecord& 
   std::vector<platform::ArchiveFile> whole;
   if (const platform::Status status = context.services().archive->restoreChain(chain, whole); !status.ok())
     return "the last images cannot be restored: " + status.text;
-  if (isOvertaken(context, instance, newest(images).id)) return "another record of this server was backed up since";
-  return {};
+  return whyNotOnImage(context, instance, images.back().jobId, place);
 }
 
 /// The level that a backup of this one can have.
-int possibleLevel(Context& context, int level, const platform::InstanceRecord& instance,
-                  const platform::SubclientRecord& subclient) {
-  if (level != incremental) return level;
-  const std::string reason = whyNotIncremental(context, instance, subclient);
-  if (reason.empty()) return incremental;
-  context.note("a full backup is made: " + reason);
-  return full;
+Place placeOf(Context& context, int level, const platform::InstanceRecord& instance,
+              const platform::SubclientRecord& subclient) {
+  Place place;
+  if (level != incremental) return place;
+  const std::string reason = whyNotIncremental(context, instance, subclient, place);
+  if (reason.empty()) {
+    place.level = incremental;
+  } else {
+    context.note("a full backup is made: " + reason);
+  }
+  return place;
 }
 
 mysqlBackupArgs_t argumentsOf(const EnterpriseJob& job, const platform::InstanceRecord& instance,
@@ -119,6 +127,32 @@ void rememberDataDirectory(Context& context, EnterpriseJob& job, const platform:
     job.addCause(ownerNotKnown, {failure.what()});
     context.note(failure.what());
   }
+}
+
+std::optional<BackupHistory> historyIfKnown(Context& context, const platform::InstanceRecord& instance) {
+  try {
+    return readBackupHistory(context, instance);
+  } catch (const Failure& failure) {
+    context.note(failure.what());
+  } catch (const Interrupted&) {  // whose wish the driver is told
+  }
+  return {};
+}
+
+/// For the next incremental backup. One that ends when another of the server has ended meanwhile may stand on that one,
+/// and no restore must be told otherwise.
+void noteOwnBackup(Context& context, EnterpriseJob& job, const platform::InstanceRecord& instance, const Place& place,
+                   const platform::ArchiveFile& image, const std::string& title) {
+  const std::optional<BackupHistory> now = place.before ? historyIfKnown(context, instance) : std::nullopt;
+  const long long more = now ? now->count - place.before->count : 0;
+  if (more > 1 && place.level == incremental) {
+    require(context.services().archive->removeFile(image.id), "an image that cannot be restored stays in the archive");
+    job.addCause(baseNotKnown, {image.name});
+    job.fail(title);
+  }
+  const bool isNewest = more == 1 && now->newest != place.before->newest;
+  if (!isNewest || !noteNewestBackup(context, job.id(), now->newest))
+    context.note("the next incremental backup will be a full one: it is not noted what the server counts this one as");
 }
 
 /// The image as the archive knows it: what it does not know, no restore finds.
@@ -171,12 +205,12 @@ void runEnterpriseBackup(Context& context, const BackupRequest& request, const p
                          const platform::SubclientRecord& subclient) {
   const std::string title = "the backup of " + instance.name + " failed";
   const WorkLock lock(context, instance);
-  const int level = possibleLevel(context, request.level, instance, subclient);
+  Place place = placeOf(context, request.level, instance, subclient);
   platform::JobRecord record;
   record.type = platform::JobType::backup;
   record.instanceId = instance.id;
   record.subclientId = subclient.id;
-  record.level = level;
+  record.level = place.level;
   EnterpriseJob job(context, record, "backup");
   platform::ArchiveFile image;
   {
@@ -184,18 +218,21 @@ void runEnterpriseBackup(Context& context, const BackupRequest& request, const p
     const Finishing waitsInFull;  // the user's wish for the end reaches the driver as the job's
     MySqlSBTBackupUtils driver;
     driver.setInstanceId(instance.id);
-    mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, level);
+    mysqlBackupArgs_t args = argumentsOf(job, instance, subclient, place.level);
     if (driver.initialize(args) != 0) job.fail(title);
     rememberDataDirectory(context, job, instance);
+    if (!place.before) place.before = historyIfKnown(context, instance);
     if (driver.doMEBBackup() != 0 || job.isAskedToStop()) job.fail(title);
     image = requireImage(context, job, driver.imageName(), title);
+    noteOwnBackup(context, job, instance, place, image, title);
+    driver.setIndexImage(image.name);
     DZJobStatus status = job.causes().empty() ? DZJobStatus::success : DZJobStatus::completedWithErrors;
     if (driver.sendIndexingMetaData() != 0) {
       job.addCause(databasesNotInIndex, {context.lastWords()});
       status = DZJobStatus::completedWithErrors;
     }
     // What stood against incremental backups is overcome by an image that can be found, however the rest ended.
-    if (level == full && MySqlSubclient(subclient.id).SetForceFull(false) != 0) {
+    if (place.level == full && MySqlSubclient(subclient.id).SetForceFull(false) != 0) {
       context.note("the subclient " + subclient.name + " is still marked for a full backup");
     }
     require(context.services().jobs->setProgress(job.id(), 100), "the job's progress cannot be told");

@@ -32,6 +32,19 @@ std::string signalText(int signal) {
   return name == nullptr ? std::to_string(signal) : std::string("SIG") + name;
 }
 
+void eachJobOf(Context& context, platform::Id instance, platform::JobType type,
+               const std::function<bool(const platform::JobRecord& job)>& take) {
+  // The manager lists the jobs of all instances; mostly the newest ones do.
+  std::size_t seen = 0;
+  for (std::size_t most = 100;; most *= 8) {
+    std::vector<platform::JobRecord> jobs;
+    require(context.services().jobs->list(most, jobs), "the jobs cannot be listed");
+    for (; seen < jobs.size(); ++seen)
+      if (jobs[seen].instanceId == instance && jobs[seen].type == type && !take(jobs[seen])) return;
+    if (jobs.size() < most) return;
+  }
+}
+
 long long startJob(Context& context, platform::JobRecord job) {
   platform::JobManager& jobs = *context.services().jobs;
   job.processId = ::getpid();

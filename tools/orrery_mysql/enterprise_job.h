@@ -15,6 +15,11 @@ namespace orrery::tool {
 /// "SIGINT".
 std::string signalText(int signal);
 
+/// Hands over the jobs of a type that worked on an instance, newest first, until `take` returns false. It must start
+/// none. Throws Failure.
+void eachJobOf(Context& context, platform::Id instance, platform::JobType type,
+               const std::function<bool(const platform::JobRecord& job)>& take);
+
 /// Starts a job of this process at the job manager. `job.processId` is filled here. Throws Failure.
 long long startJob(Context& context, platform::JobRecord job);
 

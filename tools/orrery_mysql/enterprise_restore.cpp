@@ -1,8 +1,8 @@
 #include "enterprise_restore.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZRestoreTask.h"
@@ -24,27 +24,32 @@ namespace orrery::tool {
 namespace {
 
 bool hasDied(Context& context, platform::Id instance) {
-  constexpr std::size_t most = 100;
-  std::vector<platform::JobRecord> jobs;
-  require(context.services().jobs->list(most, jobs), "the jobs cannot be listed");
-  return std::any_of(jobs.begin(), jobs.end(), [&](const platform::JobRecord& job) {
-    return job.type == platform::JobType::restore && job.instanceId == instance && stateOf(context, job) == "died";
+  bool died = false;
+  eachJobOf(context, instance, platform::JobType::restore, [&](const platform::JobRecord& job) {
+    died = stateOf(context, job) == "died";
+    return !died;
   });
+  return died;
 }
 
-/// The unpacked copy of the data of a restore that was killed: the next one may need the space. With the instance's
-/// lock held no other restore works in such a folder.
+/// The unpacked copy of the data of a restore that was killed, however long ago: the next one may need the space. With
+/// the instance's lock held no other restore works in such a folder.
 void removeLeftCopies(Context& context, const platform::InstanceRecord& instance) {
   namespace fs = std::filesystem;
-  if (!hasDied(context, instance.id)) return;
+  std::vector<fs::path> left;
   std::error_code error;
   for (fs::directory_iterator run(fs::path(context.resultsDirectory()) / kRestoreResultsFolder, error), end;
        !error && run != end; run.increment(error)) {
-    const fs::path left = run->path() / std::to_string(instance.id);
     std::error_code problem;
-    fs::remove_all(left, problem);
-    if (problem) context.note(left.native() + ", of a restore that was killed, is not removed: " + problem.message());
-    fs::remove(run->path(), problem);  // others may have begun in the same second
+    const fs::path folder = run->path() / std::to_string(instance.id);
+    if (fs::exists(fs::symlink_status(folder, problem))) left.push_back(folder);
+  }
+  if (left.empty() || !hasDied(context, instance.id)) return;
+  for (const fs::path& folder : left) {
+    std::error_code problem;
+    fs::remove_all(folder, problem);
+    if (problem) context.note(folder.native() + ", of a restore that was killed, is not removed: " + problem.message());
+    fs::remove(folder.parent_path(), problem);  // others may have begun in the same second
   }
 }
 

@@ -1,6 +1,7 @@
 #include "images.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 #include "orrery/platform/instance_properties.h"
@@ -9,6 +10,40 @@
 #include "time_text.h"
 
 namespace orrery::tool {
+namespace {
+
+constexpr int fullLevel = 1;
+using Image = std::vector<platform::ArchiveFile>::const_iterator;
+
+std::string whyNotRestorable(Context& context, const platform::ArchiveFile& image, std::int64_t from) {
+  platform::ChainQuery query;
+  query.backupSetId = image.backupSetId;
+  query.applicationType = image.applicationType;
+  query.from = from;
+  query.to = image.created;
+  query.reads = false;
+  std::vector<platform::ArchiveFile> chain;
+  const platform::Status status = context.services().archive->restoreChain(query, chain);
+  if (status.code == platform::statusNotFound) return "there is no full image that it stands on";
+  if (!status.ok()) return status.text;
+  const bool isIn = std::any_of(chain.rbegin(), chain.rend(), [&](const auto& one) { return one.id == image.id; });
+  return isIn ? std::string() : "a restore to its time takes the later image " + chain.back().name;
+}
+
+/// For a full image and those that follow it: behind the first one that cannot be restored none can, so that a group
+/// that is whole takes one question and every other one few.
+void addReasons(Context& context, Image begin, Image end, std::int64_t from, std::vector<std::string>& reasons) {
+  const Image last = std::prev(end);
+  std::string reason = whyNotRestorable(context, *last, from);
+  const Image broken =
+      reason.empty() ? end : std::partition_point(begin, last, [&](const platform::ArchiveFile& image) {
+        return whyNotRestorable(context, image, from).empty();
+      });
+  if (broken < last) reason = whyNotRestorable(context, *broken, from);
+  for (Image image = begin; image != end; ++image) reasons.push_back(image < broken ? std::string() : reason);
+}
+
+}  // namespace
 
 platform::BackupSet defaultBackupSet(Context& context, const platform::InstanceRecord& instance) {
   std::vector<platform::BackupSet> sets;
@@ -25,7 +60,23 @@ std::vector<platform::ArchiveFile> imagesOf(Context& context, const platform::In
                                                 platform::property::applicationTypeMySql, 0,
                                                 std::numeric_limits<std::int64_t>::max(), images),
           "the archive cannot be read");
+  std::sort(images.begin(), images.end(), [](const auto& one, const auto& other) { return one.id < other.id; });
   return images;
+}
+
+std::vector<std::string> whyNotRestorable(Context& context, const std::vector<platform::ArchiveFile>& images) {
+  const bool isInOrder = std::is_sorted(images.begin(), images.end(),
+                                        [](const auto& one, const auto& other) { return one.created < other.created; });
+  std::vector<std::string> reasons;
+  reasons.reserve(images.size());
+  for (auto begin = images.begin(); begin != images.end();) {
+    auto end = std::next(begin);
+    // With a clock that was set back an image's time may lead to any other.
+    while (isInOrder && end != images.end() && end->level != fullLevel) ++end;
+    addReasons(context, begin, end, isInOrder ? begin->created : 0, reasons);
+    begin = end;
+  }
+  return reasons;
 }
 
 const char* levelText(int level) {

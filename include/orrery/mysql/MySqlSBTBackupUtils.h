@@ -50,6 +50,9 @@ class ORRERY_MYSQL_EXPORT MySqlSBTBackupUtils : public MySqlSBTUtils {
 
   /// "sbt:INSTANCE_JOB_SECONDS" once the properties are known. The media know it without "sbt:".
   const std::string& imageName() const noexcept { return imageName_; }
+  /// `indexImage` of the arguments, for callers who want the image's own name there: it is not known before
+  /// `initialize`.
+  void setIndexImage(std::string name) { args_.indexImage = std::move(name); }
   /// The last part of the working directory's name, 0 unless the caller sets it before `initialize`: runs of several
   /// instances that begin in the same second need folders of their own.
   void setInstanceId(std::uint64_t id) noexcept { params_.instanceId = id; }

@@ -28,6 +28,32 @@ class Backup : public MySqlSBTBackupUtils {
   int cleanUps = 0;
 };
 
+/// Keeps which backup the paths were added for.
+class KeyOfIndex final : public platform::Index {
+ public:
+  explicit KeyOfIndex(std::shared_ptr<platform::Index> shown) : shown_(std::move(shown)) {}
+  Status addPaths(const platform::IndexKey& key, const std::vector<platform::BrowsePath>& paths) override {
+    key_ = key;
+    return shown_->addPaths(key, paths);
+  }
+  Status listPaths(platform::Id, long long, std::vector<platform::BrowsePath>&) override { return notUsed_; }
+  Status addRecord(const platform::IndexKey&, const std::string&, const std::string&, const std::string&) override {
+    return notUsed_;
+  }
+  Status addRecords(const platform::IndexKey&, const std::vector<platform::IndexRecord>&) override { return notUsed_; }
+  Status listRecords(long long, const std::string&, std::vector<std::pair<std::string, std::string>>&) override {
+    return notUsed_;
+  }
+  Status eachRecord(long long, const std::function<bool(const platform::IndexRecord&)>&) override { return notUsed_; }
+  Status removeRecords(long long, const std::string&, const std::string&) override { return notUsed_; }
+
+  platform::IndexKey key_;
+
+ private:
+  const std::shared_ptr<platform::Index> shown_;
+  const Status notUsed_ = Status::failure("not used");
+};
+
 class BackupDriver : public DriverTest {
  protected:
   void SetUp() override {
@@ -183,12 +209,27 @@ TEST_F(BackupDriver, FailedProgramLeavesTheWorkingDirectoryAndItsReasonAtTheJob)
 TEST_F(BackupDriver, DatabasesGoToTheIndexUnderTheImageThatTheCallerNames) {
   library_.give("SHOW DATABASES", 1, {"shop", "performance_schema", "crm"}, 1);
   library_.give("SHOW DATABASES", 1, {});
-  for (const bool hasFirst : {false, true}) {
-    args_.indexImageFirst = hasFirst ? "first" : "";
-    args_.backupLevel = hasFirst ? 2 : 1;
+  const auto kept = std::make_shared<KeyOfIndex>(backend_.services()->index);
+  const auto changed = std::make_shared<platform::Services>(*platform::installedServices());
+  changed->index = kept;
+  const platform::ScopedServices installed(changed);
+  const struct {
+    std::uint32_t level;
+    const char *first, *later, *image;
+  } cases[] = {
+      {1, "", "", "image"}, {2, "first", "", "first"}, {7, "first", "later", "first"}, {2, "", "later", "later"}};
+  for (const auto& row : cases) {
+    args_.indexImageFirst = row.first;
+    args_.backupLevel = row.level;
     Backup driver;
     ASSERT_EQ(driver.initialize(args_), 0);
+    if (*row.later != '\0') driver.setIndexImage(row.later);
     EXPECT_EQ(driver.sendIndexingMetaData(), 0);
+    EXPECT_EQ(kept->key_.image, row.image);
+    EXPECT_EQ(kept->key_.level, static_cast<int>(row.level));
+    EXPECT_EQ(kept->key_.jobId, jobId_);
+    EXPECT_EQ(kept->key_.instanceId, instance_);
+    EXPECT_EQ(kept->key_.subclientId, backend_.defaultSubclient(instance_));
     std::vector<platform::BrowsePath> paths;
     ASSERT_TRUE(backend_.services()->index->listPaths(instance_, jobId_, paths).ok());
     ASSERT_EQ(paths.size(), 2U) << "a server without databases adds none and fails nothing";
