@@ -63,6 +63,10 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   /// As the base's, and the folder of the run's second when nobody else's are in it.
   void cleanUp() override;
 
+  /// Why a restore into the server could not empty this directory, which is asked before the server is stopped: a mount
+  /// below it, or what this account cannot remove. Changes nothing. Empty: it could, or there is nothing to empty.
+  static std::string whyNotEmptied(const std::string& directory);
+
   /// What the task or the caller said, after `initialize`.
   const std::string& targetDirectory() const noexcept { return targetDirectory_; }
   bool isIntoServer() const noexcept { return restoreToServer_; }
