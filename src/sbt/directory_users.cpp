@@ -308,12 +308,13 @@ User firstUser(const std::string& path, const std::string& proc, const Asked& as
 
 }  // namespace
 
-std::string directoryUser(const std::string& directory, pid_t self, Whom whom, const std::string& proc) {
+std::string directoryUser(const std::string& directory, pid_t self, Whom whom, const std::string& proc,
+                          const std::vector<pid_t>& elsewhere) {
   return firstUser(directory, proc,
                    [&](const fs::path& process) {
-                     const bool counts =
-                         idOf(process) != self && (whom == Whom::everybody || !isServer(programOf(process)));
-                     return Interest{counts, counts};
+                     const pid_t id = idOf(process);
+                     const bool counts = id != self && (whom == Whom::everybody || !isServer(programOf(process)));
+                     return Interest{counts, counts && !isAmong(elsewhere, id)};
                    })
       .words;
 }
@@ -345,8 +346,35 @@ std::vector<pid_t> serverProcesses(const std::string& directory, const std::stri
   return processes;
 }
 
+std::vector<pid_t> serversElsewhere(const std::string& directory, const std::vector<pid_t>& server,
+                                    const std::string& proc) {
+  const auto isItsOwn = [&](const Lock& lock) { return lock.isHeld && isAmong(server, lock.holder); };
+  if (server.empty() || !firstLock(directory, proc, isItsOwn).isHeld) return {};
+  std::vector<pid_t> others;
+  std::error_code error;
+  fs::directory_iterator entry(proc, error);
+  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error))
+    if (const pid_t id = idOf(entry->path()); id != 0 && !isAmong(server, id) && isServer(programOf(entry->path())))
+      others.push_back(id);
+  return others;
+}
+
+bool isOfAnotherMachine(const std::string& directory, const std::string& itsOwn, pid_t self, const std::string& proc) {
+  std::error_code error;
+  if (itsOwn.empty() ||
+      fs::weakly_canonical(fs::path(itsOwn) / "", error) != fs::weakly_canonical(fs::path(directory) / "", error) ||
+      error)
+    return false;
+  const User user = firstUser(directory, proc, [&](const fs::path& process) {
+    const bool counts = idOf(process) != self && isServer(programOf(process));
+    return Interest{counts, counts};
+  });
+  return user.words.empty() && directoryLocker(directory, proc).empty();
+}
+
 std::string whoStays(const std::string& directory, pid_t self, const std::vector<pid_t>& server,
                      const std::string& proc) {
+  const std::vector<pid_t> elsewhere = serversElsewhere(directory, server, proc);
   // Where nobody knows which one it is, the server in the directory is taken for the one that is to be stopped.
   const auto mayGo = [&](pid_t process) {
     return isAmong(server, process) || (server.empty() && isServer(programOf(folderOf(process, proc))));
@@ -354,7 +382,7 @@ std::string whoStays(const std::string& directory, pid_t self, const std::vector
   const User user = firstUser(directory, proc, [&](const fs::path& process) {
     const pid_t id = idOf(process);
     const bool counts = id != self && !isAmong(server, id);
-    return Interest{counts && !mayGo(id), counts};
+    return Interest{counts && !mayGo(id), counts && !isAmong(elsewhere, id)};
   });
   if (!user.words.empty()) return user.words;
   return firstLock(directory, proc,

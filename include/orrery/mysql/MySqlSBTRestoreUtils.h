@@ -10,7 +10,10 @@
 /// threads that a run adds.
 ///
 /// Nothing is stopped or emptied before every image has been read once from end to end, and no data directory is
-/// emptied while a process has it open, holds a lock in it, or may do so unseen.
+/// emptied while a process has it open, holds a lock in it, or may do so unseen. A server that answers is restored only
+/// when it is at work in the directory of that path here.
+
+#include <sys/types.h>
 
 #include <functional>
 #include <memory>
@@ -153,4 +156,5 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
 
   std::string imagesProblem_;      // why getBackupImages failed last
   bool serverWasStopped_ = false;  // by this restore: it answered before
+  std::vector<pid_t> elsewhere_;   // servers that do not work in the target: the locks of the one that answered told
 };

@@ -242,6 +242,56 @@ TEST(ServerProcesses, AreToldByTheLocksAndEndWithTheServer) {
   EXPECT_EQ(serverIn(data, 1, proc.path()), "");
 }
 
+TEST(ServersElsewhere, AreThoseBesideTheOneThatHasItsFilesLocked) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  for (const std::string& path : {folder.path(), proc.path()}) fs::permissions(path, fs::perms(0755));
+  const std::string data = folder / "data";
+  fs::create_directories(data);
+  const LockHolder holder(data + "/ibdata1");
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(data + "/ibdata1.tried"); }));
+  const std::string server = proc / std::to_string(holder.pid());
+  for (const auto& [path, program] : {std::pair(server, "mariadbd"), {proc / "13", "mysqld"}, {proc / "14", "tar"}}) {
+    fs::create_directories(path + "/fd");
+    writeFile(path + "/comm", std::string(program) + "\n", 0644);
+    writeFile(path + "/status", "Uid:\t4711\t4711\n", 0644);
+    fs::permissions(path + "/fd", fs::perms::none);
+  }
+  const std::vector<pid_t> known{holder.pid()};
+  EXPECT_THAT(serversElsewhere(data, known, proc.path()), testing::ElementsAre(13));
+  EXPECT_THAT(serversElsewhere(data, {12}, proc.path()), IsEmpty()) << "its locks tell nothing of this directory";
+  EXPECT_TRUE(holdsForOrdinaryUser(
+      [&] { return whoStays(data, 1, known, proc.path()).empty() && !whoStays(data, 1, {12}, proc.path()).empty(); }));
+  fs::remove_all(server);
+  EXPECT_TRUE(holdsForOrdinaryUser([&] {
+    return directoryUser(data, 1, Whom::everybody, proc.path(), {13}).empty() &&
+           !directoryUser(data, 1, Whom::everybody, proc.path(), {14}).empty();
+  }));
+  fs::permissions(proc / "13/fd", fs::perms(0700));
+  fs::create_symlink(data, proc / "13/cwd");
+  EXPECT_NE(directoryUser(data, 1, Whom::everybody, proc.path(), {13}), "") << "it is seen there";
+}
+
+TEST(IsOfAnotherMachine, ServerThatNobodyHereIs) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  const std::string data = folder / "data";
+  fs::create_directories(data);
+  fs::create_directories(folder / "other");
+  fs::create_directories(proc / "13/fd");
+  writeFile(proc / "13/comm", "mariadbd\n");
+  EXPECT_TRUE(isOfAnotherMachine(data, data + "/", 1, proc.path()));
+  EXPECT_TRUE(isOfAnotherMachine(folder / "none", folder / "none/", 1, proc.path()));
+  EXPECT_FALSE(isOfAnotherMachine(data, folder / "other", 1, proc.path()));
+  EXPECT_FALSE(isOfAnotherMachine(data, "", 1, proc.path()));
+  fs::create_symlink(data, proc / "13/cwd");
+  EXPECT_FALSE(isOfAnotherMachine(data, data, 1, proc.path())) << "one that locks nothing works in it";
+  fs::remove(proc / "13/cwd");
+  const LockHolder holder(data + "/ibdata1");
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(data + "/ibdata1.tried"); }));
+  EXPECT_FALSE(isOfAnotherMachine(data, data, 1, proc.path()));
+}
+
 TEST(WhoStays, IsNotTheServerThatGoes) {
   const struct {
     const char* name;
