@@ -262,12 +262,13 @@ TEST(ServersElsewhere, AreThoseBesideTheOneThatHasItsFilesLocked) {
   EXPECT_THAT(serversElsewhere(data, {12}, proc.path()), IsEmpty()) << "its locks tell nothing of this directory";
   EXPECT_TRUE(holdsForOrdinaryUser(
       [&] { return whoStays(data, 1, known, proc.path()).empty() && !whoStays(data, 1, {12}, proc.path()).empty(); }));
+  fs::permissions(server + "/fd", fs::perms(0700));
   fs::remove_all(server);
   EXPECT_TRUE(holdsForOrdinaryUser([&] {
     return directoryUser(data, 1, Whom::everybody, proc.path(), {13}).empty() &&
            !directoryUser(data, 1, Whom::everybody, proc.path(), {14}).empty();
   }));
-  fs::permissions(proc / "13/fd", fs::perms(0700));
+  for (const char* const hidden : {"13/fd", "14/fd"}) fs::permissions(proc / hidden, fs::perms(0700));
   fs::create_symlink(data, proc / "13/cwd");
   EXPECT_NE(directoryUser(data, 1, Whom::everybody, proc.path(), {13}), "") << "it is seen there";
 }
