@@ -172,6 +172,16 @@ bool isAmong(const std::vector<pid_t>& processes, pid_t process) {
   return std::find(processes.begin(), processes.end(), process) != processes.end();
 }
 
+/// All processes of a server's name.
+std::vector<pid_t> serversIn(const std::string& proc) {
+  std::vector<pid_t> servers;
+  std::error_code error;
+  fs::directory_iterator entry(proc, error);
+  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error))
+    if (const pid_t id = idOf(entry->path()); id != 0 && isServer(programOf(entry->path()))) servers.push_back(id);
+  return servers;
+}
+
 bool isTable(std::string_view name) {
   constexpr std::string_view ending = ".ibd";
   return name.size() > ending.size() && name.substr(name.size() - ending.size()) == ending;
@@ -276,8 +286,15 @@ struct User {
   bool isFound = false;
 };
 
-User firstUser(const std::string& path, const std::string& proc, const Directory& directory, const Asked& asked) {
+User firstUser(const std::string& path, const std::string& proc, const Asked& asked) {
+  Directory directory;
   std::error_code error;
+  directory.path = fs::weakly_canonical(path, error).native();
+  if (error) return {"who uses " + path + " cannot be told: " + error.message()};
+  if (directory.path.size() > 1 && directory.path.back() == '/') directory.path.pop_back();
+  // One that was removed may still be somebody's: its path tells it then, and no inode.
+  directory.exists = stat(directory.path.c_str(), &directory.info) == 0;
+  if (!directory.exists) directory.info = {};
   fs::directory_iterator entry(proc, error);
   for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
     const fs::path& process = entry->path();
@@ -294,26 +311,15 @@ User firstUser(const std::string& path, const std::string& proc, const Directory
   return {};
 }
 
-User firstUser(const std::string& path, const std::string& proc, const Asked& asked) {
-  Directory directory;
-  std::error_code error;
-  directory.path = fs::weakly_canonical(path, error).native();
-  if (error) return {"who uses " + path + " cannot be told: " + error.message()};
-  if (directory.path.size() > 1 && directory.path.back() == '/') directory.path.pop_back();
-  // One that was removed may still be somebody's: its path tells it then, and no inode.
-  directory.exists = stat(directory.path.c_str(), &directory.info) == 0;
-  if (!directory.exists) directory.info = {};
-  return firstUser(path, proc, directory, asked);
-}
-
 }  // namespace
 
-std::string directoryUser(const std::string& directory, pid_t self, Whom whom, const std::string& proc) {
+std::string directoryUser(const std::string& directory, pid_t self, Whom whom, const std::string& proc,
+                          const std::vector<pid_t>& elsewhere) {
   return firstUser(directory, proc,
                    [&](const fs::path& process) {
-                     const bool counts =
-                         idOf(process) != self && (whom == Whom::everybody || !isServer(programOf(process)));
-                     return Interest{counts, counts};
+                     const pid_t id = idOf(process);
+                     const bool counts = id != self && (whom == Whom::everybody || !isServer(programOf(process)));
+                     return Interest{counts, counts && !isAmong(elsewhere, id)};
                    })
       .words;
 }
@@ -336,17 +342,37 @@ std::vector<pid_t> serverProcesses(const std::string& directory, const std::stri
        parent = parentOf(folderOf(parent, proc)))
     processes.push_back(parent);
   const std::vector<pid_t> line = processes;
-  std::error_code error;
-  fs::directory_iterator entry(proc, error);
-  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error))
-    if (const pid_t id = idOf(entry->path());
-        id != 0 && !isAmong(line, id) && isScript(id) && isAmong(line, parentOf(entry->path())))
-      processes.push_back(id);
+  for (const pid_t id : serversIn(proc))
+    if (!isAmong(line, id) && isAmong(line, parentOf(folderOf(id, proc)))) processes.push_back(id);
   return processes;
+}
+
+std::vector<pid_t> serversElsewhere(const std::string& directory, const std::vector<pid_t>& server,
+                                    const std::string& proc) {
+  const auto isItsOwn = [&](const Lock& lock) { return lock.isHeld && isAmong(server, lock.holder); };
+  if (server.empty() || !firstLock(directory, proc, isItsOwn).isHeld) return {};
+  std::vector<pid_t> others;
+  for (const pid_t id : serversIn(proc))
+    if (!isAmong(server, id)) others.push_back(id);
+  return others;
+}
+
+bool isOfAnotherMachine(const std::string& directory, const std::string& itsOwn, pid_t self, const std::string& proc) {
+  std::error_code error;
+  if (itsOwn.empty() ||
+      fs::weakly_canonical(fs::path(itsOwn) / "", error) != fs::weakly_canonical(fs::path(directory) / "", error) ||
+      error)
+    return false;
+  const User user = firstUser(directory, proc, [&](const fs::path& process) {
+    const bool counts = idOf(process) != self && isServer(programOf(process));
+    return Interest{counts, counts};
+  });
+  return user.words.empty() && directoryLocker(directory, proc).empty();
 }
 
 std::string whoStays(const std::string& directory, pid_t self, const std::vector<pid_t>& server,
                      const std::string& proc) {
+  const std::vector<pid_t> elsewhere = serversElsewhere(directory, server, proc);
   // Where nobody knows which one it is, the server in the directory is taken for the one that is to be stopped.
   const auto mayGo = [&](pid_t process) {
     return isAmong(server, process) || (server.empty() && isServer(programOf(folderOf(process, proc))));
@@ -354,7 +380,7 @@ std::string whoStays(const std::string& directory, pid_t self, const std::vector
   const User user = firstUser(directory, proc, [&](const fs::path& process) {
     const pid_t id = idOf(process);
     const bool counts = id != self && !isAmong(server, id);
-    return Interest{counts && !mayGo(id), counts};
+    return Interest{counts && !mayGo(id), counts && !isAmong(elsewhere, id)};
   });
   if (!user.words.empty()) return user.words;
   return firstLock(directory, proc,

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -45,15 +46,51 @@ std::string listNames(int directory, const std::string& path, std::vector<std::s
   return errno == 0 ? std::string() : failed(path, errno);
 }
 
-/// Folders that this account cannot enter go when they are empty. They go first: one that stays is told before anything
-/// is lost.
-std::string removeClosed(int directory, const std::string& path) {
+/// What becomes of folders that cannot be entered: whether they are empty is known when they are removed.
+enum class Closed { stay, go };
+
+/// Flags that hold a file in its place, against root too. What a file system does not tell is not set.
+bool isHeldByFlag(int directory, const char* name) {
+  struct statx info {};
+  return statx(directory, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, 0, &info) == 0 &&
+         (info.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0;
+}
+
+std::string heldByFlag(const std::string& path) {
+  return path + ": it is marked as immutable or append-only";
+}
+
+/// What in a folder, or below it, this account cannot remove: it is told before anything is lost.
+std::string whatStays(int directory, const std::string& path, dev_t device, Closed closed) {
   std::vector<std::string> names;
-  if (std::string problem = listNames(directory, path, names); !problem.empty()) return problem;
+  if (std::string problem = listNames(directory, path, names); !problem.empty() || names.empty()) return problem;
+  struct stat folder {};
+  if (isHeldByFlag(directory, ".")) return heldByFlag(path);
+  if (fstat(directory, &folder) != 0 || faccessat(directory, ".", W_OK | X_OK, AT_EACCESS) != 0)
+    return failed(path, errno);
+  const uid_t account = geteuid();
+  const bool isSticky = (folder.st_mode & S_ISVTX) != 0 && account != 0 && folder.st_uid != account;
   for (const std::string& name : names) {
+    std::string below = path;
+    below.append("/").append(name);
+    struct stat info {};
+    if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) continue;
+      return failed(below, errno);
+    }
+    if (isHeldByFlag(directory, name.c_str())) return heldByFlag(below);
+    if (isSticky && info.st_uid != account) return failed(below, EPERM);
+    if (!S_ISDIR(info.st_mode)) continue;
+    if (info.st_dev != device) return below + ": another file system is mounted there";
     const OwnFd inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (inner || errno != EACCES || unlinkat(directory, name.c_str(), AT_REMOVEDIR) == 0) continue;
-    if (name != folderOfFileSystem) return failed(path + "/" + name, EACCES);
+    if (!inner && errno == ENOENT) continue;
+    if (!inner && errno != EACCES) return failed(below, errno);
+    if (inner) {
+      if (std::string problem = whatStays(inner.get(), below, device, closed); !problem.empty()) return problem;
+    } else if (closed == Closed::go && name != folderOfFileSystem &&
+               unlinkat(directory, name.c_str(), AT_REMOVEDIR) != 0) {
+      return failed(below, EACCES);
+    }
   }
   return {};
 }
@@ -108,9 +145,18 @@ Emptied emptyDirectory(const std::string& path) {
   if (!directory || fstat(directory.get(), &info) != 0) return {failed(path, errno)};
   if (std::string mount = mountBelow(path); !mount.empty()) return {mount};
   Emptied emptied;
-  emptied.problem = removeClosed(directory.get(), path);
+  emptied.problem = whatStays(directory.get(), path, info.st_dev, Closed::go);
   if (emptied.problem.empty()) emptied.problem = removeContents(directory.get(), path, info.st_dev, emptied.any);
   return emptied;
+}
+
+std::string whyNotEmptied(const std::string& path) {
+  const OwnFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  struct stat info {};
+  if (!directory && errno == ENOENT) return {};
+  if (!directory || fstat(directory.get(), &info) != 0) return failed(path, errno);
+  std::string mount = mountBelow(path);
+  return mount.empty() ? whatStays(directory.get(), path, info.st_dev, Closed::stay) : mount;
 }
 
 std::string mountBelow(const std::string& path, const std::string& mounts) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -100,7 +101,15 @@ std::string MySqlSBTRestoreUtils::whyNotPossible() const {
   if (const std::string folder = agentFolderAt(target); !folder.empty())
     return targetDirectory_ + " is, holds or lies in the agent's folder " + folder;
   if (std::string why = whyNotWritable(target); !why.empty()) return why;
-  return restoreToServer_ ? sbt::mountBelow(target.native()) : std::string();
+  return restoreToServer_ ? sbt::whyNotEmptied(target.native()) : std::string();
+}
+
+std::string MySqlSBTRestoreUtils::whyNotEmptied(const std::string& directory) {
+  try {
+    return sbt::whyNotEmptied(directory);
+  } catch (const std::exception& error) {
+    return directory + ": " + error.what();
+  }
 }
 
 int MySqlSBTRestoreUtils::prepareTarget(const std::vector<ArchFileListByTimeElement_t>& images) {

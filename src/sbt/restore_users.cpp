@@ -26,8 +26,8 @@ constexpr std::int64_t betweenLooks = 1000;  // milliseconds
 constexpr const char* startedByOthers = ": something else started the server; ";
 
 /// By what this machine shows of processes, and by the locks on files, which tell also of what it does not show.
-std::string whoUses(const std::string& directory) {
-  std::string user = sbt::directoryUser(directory, getpid());
+std::string whoUses(const std::string& directory, const std::vector<pid_t>& elsewhere) {
+  std::string user = sbt::directoryUser(directory, getpid(), sbt::Whom::everybody, "/proc", elsewhere);
   return user.empty() ? sbt::directoryLocker(directory) : user;
 }
 
@@ -36,8 +36,13 @@ std::string whoUses(const std::string& directory) {
 /// Those who would still be there when the server has gone are found while it runs. Somebody who just passes by gets
 /// the time to do so.
 int MySqlSBTRestoreUtils::waitForOthers(bool serverAnswers) {
-  const auto server =
-      serverAnswers ? sbt::serverProcesses(targetDirectory_, directoryOfServer()) : std::vector<pid_t>();
+  const std::string itsOwn = serverAnswers ? directoryOfServer() : std::string();
+  if (sbt::isOfAnotherMachine(targetDirectory_, itsOwn, getpid()))
+    return refuse(sbt::causeRestoreRefused, "the server that answers keeps its data in " + itsOwn +
+                                                ", and no server is at work in the directory of that name here: it "
+                                                "runs in a container or on another host");
+  const auto server = serverAnswers ? sbt::serverProcesses(targetDirectory_, itsOwn) : std::vector<pid_t>();
+  elsewhere_ = sbt::serversElsewhere(targetDirectory_, server);
   const auto others = [&] {
     return serverAnswers ? sbt::whoStays(targetDirectory_, getpid(), server)
                          : sbt::directoryUser(targetDirectory_, getpid(), sbt::Whom::allButServers);
@@ -58,7 +63,8 @@ std::string MySqlSBTRestoreUtils::directoryOfServer() {
 /// That nobody answers a ping is no proof that nobody is there: after a shutdown a server writes its last pages.
 int MySqlSBTRestoreUtils::waitUntilLetGo() {
   std::string user;
-  if (!waitWhileUsed([&] { return whoUses(targetDirectory_); }, secondsForUsers, user)) return stopBeforeRemoval();
+  if (!waitWhileUsed([&] { return whoUses(targetDirectory_, elsewhere_); }, secondsForUsers, user))
+    return stopBeforeRemoval();
   return user.empty() ? waitForReturn() : endWhileUsed(user);
 }
 
@@ -69,7 +75,7 @@ int MySqlSBTRestoreUtils::waitForReturn() {
   for (int second = 0; quiet < secondsOfQuiet && second < secondsForUsers; ++second) {
     if (isToStop()) return stopBeforeRemoval();
     orrery::platform::services().clock->sleep(betweenLooks);
-    user = whoUses(targetDirectory_);
+    user = whoUses(targetDirectory_, elsewhere_);
     quiet = user.empty() ? quiet + 1 : 0;
     if (user.empty()) continue;
     if (const std::string server = sbt::serverIn(targetDirectory_, getpid()); !server.empty()) {

@@ -86,12 +86,39 @@ TEST_F(EnterpriseTest, PlanChangesNothing) {
   EXPECT_FALSE(server_.hasEnded());
   EXPECT_EQ(checksum(), before);
   EXPECT_EQ(run({"restore", "db", "--plan", "--to-time", time}).errors, "");
-  platform::ArchiveFile record = recordOf(plan["images"][0]["name"]);
-  record.size = std::int64_t{1} << 60;
-  enter(record);
-  EXPECT_TRUE(failedWith(restore(time), "there is no room"));
   EXPECT_TRUE(failedWith(run({"restore", "db", "--plan", "--to-time", "2001-01-01T00:00:00Z"}), "no image was made"));
   EXPECT_TRUE(refusedUsage(run({"restore", "db", "--plan", "--to-time", "2026-01-01 10:00"}), "is no time"));
+}
+
+TEST_F(EnterpriseTest, WithoutRoomOrWithWhatStaysNothingIsReplaced) {
+  backup();
+  const Json last = backup("incremental");
+  const std::string time = timeOf(last);
+  const auto planWithMount = [&](const std::string& folder, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> command = commandLine(home(), {"restore", "db", "--plan", "--to-time", time});
+    command.insert(command.end(), more.begin(), more.end());
+    const char* const script = "mount -t tmpfs -o mode=0711,size=1m none \"$0\" && exec \"$@\"";
+    command.insert(command.begin(), {"unshare", ::geteuid() == 0 ? "-m" : "-rm", "sh", "-c", script, folder});
+    return runProgram(command);
+  };
+  EXPECT_TRUE(failedWith(planWithMount(server_.dataDirectory() + "/shop"), "could not be emptied: "));
+  EXPECT_TRUE(failedWith(planWithMount(home() + "/results"), "there may be no room"));
+  EXPECT_EQ(planWithMount(home() + "/results", {"--little-room"}).exitStatus, 0);
+
+  const Json plan = restoreTo(time, {"--plan"});
+  const std::int64_t room = plan["bytes_free"].get<std::int64_t>() + plan["bytes_freed"].get<std::int64_t>();
+  platform::ArchiveFile record = recordOf(last["image"]["name"]);
+  const auto restoreSized = [&](std::int64_t size, const std::vector<std::string>& more = {}) {
+    record.size = size;
+    enter(record);
+    return restore(time, more);
+  };
+  EXPECT_TRUE(failedWith(restoreSized(std::int64_t{1} << 60), "there is no room in " + server_.dataDirectory()));
+  EXPECT_TRUE(failedWith(restoreSized(room / 4 * 3), "beside the data")) << "on one file system";
+  const std::string noted = "note: the room may not do: mysqlbackup may unpack";
+  EXPECT_THAT(restoreSized(room / 4 * 3, {"--plan", "--little-room"}).errors, HasSubstr(noted));
+  EXPECT_THAT(restoreSized(room / 4 * 3, {"--plan", "--into", directory_ / "folder"}).errors, HasSubstr(noted));
+  EXPECT_FALSE(server_.hasEnded());
 }
 
 TEST_F(EnterpriseTest, AnImageThatCannotBeReadLeavesTheServerAlone) {

@@ -13,7 +13,8 @@ struct RestoreRequest {
   std::int64_t toTime = 0;          ///< seconds since the epoch
   std::optional<std::string> into;  ///< an absolute path; none: into the server
   bool planOnly = false;
-  bool asks = false;  ///< before the data of the server are replaced
+  bool littleRoom = false;  ///< no room to unpack an image is no reason
+  bool asks = false;        ///< before the data of the server are replaced
 };
 
 /// Restores an instance as a job and prints what was done, or what would be. Throws Failure or Interrupted; the job

@@ -82,7 +82,7 @@ _orrery_mysql() {
     'binlog purge'*) options="$global --before --yes" ;;
     'databases plan'* | 'databases content'* | 'databases add'* | 'databases remove'*) options="$global --subclient" ;;
     backup*) options="$global --subclient --level" ;;
-    restore*) options="$global --to-time --into --plan --yes" ;;
+    restore*) options="$global --to-time --into --plan --little-room --yes" ;;
     browse*) options="$global --database" ;;
     metadata*) options="$global --database --records --job --configuration" ;;
     references*) options="$global --as --all --database" ;;

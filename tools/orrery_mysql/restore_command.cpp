@@ -21,6 +21,7 @@ struct Options {
   std::string time;
   std::optional<std::string> into;
   bool planOnly = false;
+  bool littleRoom = false;
   bool yes = false;
 };
 
@@ -45,6 +46,7 @@ RestoreRequest requestOf(Context& context, const Options& options) {
     request.into = std::move(path);
   }
   request.planOnly = options.planOnly;
+  request.littleRoom = options.littleRoom;
   // Programs say what they mean; people may have typed the wrong name.
   request.asks = !options.yes && ::isatty(STDIN_FILENO) == 1;
   return request;
@@ -65,6 +67,8 @@ void addRestoreCommand(CLI::App& program, Action& chosen) {
   command->add_option("--into", options->into, "Restore the files into this empty folder; the server is left alone")
       ->type_name("DIR");
   command->add_flag("--plan", options->planOnly, "Check the images and say what would be done; changes nothing");
+  command->add_flag("--little-room", options->littleRoom,
+                    "Go on where an image could not be unpacked beside the data; not every mysqlbackup needs that");
   command->add_flag("--yes", options->yes, "Do not ask on the terminal before data are replaced");
   command->callback(
       [=, &chosen] { chosen = [=](Context& context) { runRestore(context, requestOf(context, *options)); }; });

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
+#include "orrery/mysql/MySqlSBTRestoreUtils.h"
 #include "orrery/platform/DZPlatformInfo.h"
 #include "orrery/platform/instance_properties.h"
 
@@ -157,21 +158,47 @@ void lookAtDirectory(RestorePlan& plan) {
                   plan.directory + ", which would be emptied, holds nothing that a server writes",
                   "correct the instance's data directory, or empty that folder by hand");
   }
+  // Asked again by the driver, which reads the images first.
+  if (const std::string why = plan.isIntoServer() ? MySqlSBTRestoreUtils::whyNotEmptied(plan.directory) : std::string();
+      !why.empty())
+    throw Failure(plan.instance.name + " is not restored", plan.directory + " could not be emptied: " + why,
+                  "correct that, then start the restore again");
   if (!plan.isIntoServer() && plan.entries != 0) {
     throw Failure("nothing is restored into " + plan.directory, "the folder is not empty",
                   "empty it or choose another one");
   }
 }
 
-void lookAtSpace(Context& context, RestorePlan& plan) {
+void lookAtTarget(Context& context, RestorePlan& plan) {
   plan.space = spaceAt(plan.directory, plan.isIntoServer());
-  if (plan.space.usable() >= plan.bytesNeeded()) return;
+  if (plan.space.usable() >= plan.bytesAtMost()) return;
+  const bool isTooLittle = plan.space.usable() < plan.bytesNeeded();
   const std::string why =
-      "the full image has " + amountText(static_cast<double>(plan.bytesNeeded())) + ", and " + spaceText(plan.space);
-  if (!plan.space.isCompressed)
+      (isTooLittle ? "the largest image has " + amountText(static_cast<double>(plan.bytesNeeded()))
+                   : "the images have " + amountText(static_cast<double>(plan.bytesAtMost())) + " together") +
+      ", and " + spaceText(plan.space);
+  if (isTooLittle && !plan.space.isCompressed)
     throw Failure("there is no room in " + plan.directory + " for " + plan.instance.name, why,
                   "make room, or choose another folder");
   context.note("the room in " + plan.directory + " may not do: " + why);
+}
+
+/// What `mysqlbackup` unpacks and does not find room for would be missed when the data are gone.
+void lookAtWorkingFolder(Context& context, RestorePlan& plan) {
+  plan.workingFolder = std::filesystem::path(context.resultsDirectory()) / kRestoreResultsFolder;
+  plan.workingSpace = spaceAt(plan.workingFolder, false);
+  const bool isShared = plan.workingSpace.device == plan.space.device;
+  const std::uint64_t room = isShared ? plan.space.usable() : plan.workingSpace.free;
+  const std::uint64_t ofData = isShared ? plan.bytesNeeded() : 0;
+  if (room >= ofData && room - ofData >= plan.bytesNeeded()) return;
+  const std::string why = "mysqlbackup may unpack an image of " + amountText(static_cast<double>(plan.bytesNeeded())) +
+                          " in " + plan.workingFolder + (isShared ? ", beside the data" : "") + ", and " +
+                          spaceText(isShared ? plan.space : plan.workingSpace);
+  if (plan.isIntoServer() && !plan.workingSpace.isCompressed && !plan.request.littleRoom)
+    throw Failure("there may be no room to restore " + plan.instance.name, why,
+                  "make room, or mount a file system that has it there; with --little-room it is tried all the "
+                  "same");
+  context.note("the room may not do: " + why);
 }
 
 /// Whether the server runs. One that hangs, or does not let the agent in, cannot be told from one that is down by those
@@ -243,6 +270,18 @@ std::string contentOf(const RestorePlan& plan) {
 
 }  // namespace
 
+std::uint64_t RestorePlan::bytesNeeded() const noexcept {
+  std::int64_t most = 0;
+  for (const platform::ArchiveFile& image : images) most = std::max(most, image.size);
+  return static_cast<std::uint64_t>(most);
+}
+
+std::uint64_t RestorePlan::bytesAtMost() const noexcept {
+  std::uint64_t sum = 0;
+  for (const platform::ArchiveFile& image : images) sum += static_cast<std::uint64_t>(image.size);
+  return sum;
+}
+
 RestorePlan planRestore(Context& context, const RestoreRequest& request) {
   RestorePlan plan;
   plan.request = request;
@@ -260,7 +299,8 @@ RestorePlan planRestore(Context& context, const RestoreRequest& request) {
   findDirectory(context, plan);
   requireApartFromServers(context, plan);
   lookAtDirectory(plan);
-  lookAtSpace(context, plan);
+  lookAtTarget(context, plan);
+  lookAtWorkingFolder(context, plan);
   return plan;
 }
 
@@ -274,6 +314,8 @@ Json toJson(const RestorePlan& plan) {
   document["bytes_needed"] = plan.bytesNeeded();
   document["bytes_free"] = plan.space.free;
   document["bytes_freed"] = plan.space.freed;
+  document["working_folder"] = plan.workingFolder;
+  document["working_bytes_free"] = plan.workingSpace.free;
   document["owner"] = plan.user.empty() ? Json(nullptr) : Json(plan.user + ":" + plan.group);
   document["images"] = Json::array();
   for (const platform::ArchiveFile& image : plan.images) document["images"].push_back(imageDocument(image));
@@ -294,6 +336,7 @@ Table toTable(const RestorePlan& plan) {
   if (plan.isIntoServer()) table.add({"server", plan.serverAnswers ? "answers, is stopped" : "does not answer"});
   table.add({"folder", plan.directory + " " + contentOf(plan)});
   table.add({"space", spaceText(plan.space)});
+  table.add({"work", spaceText(plan.workingSpace) + " in " + plan.workingFolder});
   for (const platform::ArchiveFile& image : plan.images) {
     table.add({"image", std::string(levelText(image.level)) + " of " + timeText(image.created * 1000000) + ", " +
                             amountText(static_cast<double>(image.size)) + ", read and found whole: " + image.name});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,17 @@ struct RestorePlan {
   bool serverAnswers = false;
   std::size_t entries = 0;  ///< in the directory, which go
   Space space;
+  std::string workingFolder;  ///< where `mysqlbackup` keeps what it unpacks, below it
+  Space workingSpace;
   bool manualStart = false;
   std::string startCommand;  ///< empty: the default one
   long startWait = 0;        ///< seconds
 
-  /// The least that the data will take: what their full image holds. File systems that compress may need less.
-  std::uint64_t bytesNeeded() const noexcept { return static_cast<std::uint64_t>(images.front().size); }
+  /// The least that the data will take, and the most that `mysqlbackup` unpacks of an image: what the largest one
+  /// holds. File systems that compress may need less.
+  std::uint64_t bytesNeeded() const noexcept;
+  /// The most that the data will take: each incremental image may hold only new pages, or only changed ones.
+  std::uint64_t bytesAtMost() const noexcept;
   bool isIntoServer() const noexcept { return !request.into; }
 };
 

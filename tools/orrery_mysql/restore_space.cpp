@@ -22,8 +22,10 @@ Space freeAt(fs::path place) {
   std::error_code error;
   while (!fs::exists(place, error) && place.has_relative_path()) place = place.parent_path();
   struct statfs system {};
-  if (::statfs(place.c_str(), &system) != 0) return {};
+  struct stat info {};
+  if (::statfs(place.c_str(), &system) != 0 || ::stat(place.c_str(), &info) != 0) return {};
   Space space;
+  space.device = info.st_dev;
   space.free = static_cast<std::uint64_t>(system.f_bavail) * static_cast<std::uint64_t>(system.f_frsize);
   space.isCompressed = std::any_of(std::begin(compressing), std::end(compressing), [&](std::uint32_t type) {
     return type == static_cast<std::uint32_t>(system.f_type);

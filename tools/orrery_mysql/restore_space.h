@@ -10,6 +10,7 @@ namespace orrery::tool {
 struct Space {
   std::uint64_t free = 0;
   std::uint64_t freed = 0;
+  std::uint64_t device = 0;   ///< of the file system, as stat(2) tells it
   bool isCompressed = false;  ///< by the file system, maybe: data may take less there than they have bytes
 
   std::uint64_t usable() const noexcept { return free + freed; }

@@ -10,7 +10,10 @@
 /// threads that a run adds.
 ///
 /// Nothing is stopped or emptied before every image has been read once from end to end, and no data directory is
-/// emptied while a process has it open, holds a lock in it, or may do so unseen.
+/// emptied while a process has it open, holds a lock in it, or may do so unseen. A server that answers is restored only
+/// when it is at work in the directory of that path here.
+
+#include <sys/types.h>
 
 #include <functional>
 #include <memory>
@@ -62,6 +65,10 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
   int setForceFullFlags();
   /// As the base's, and the folder of the run's second when nobody else's are in it.
   void cleanUp() override;
+
+  /// Why a restore into the server could not empty this directory, which is asked before the server is stopped: a mount
+  /// below it, or what this account cannot remove. Changes nothing. Empty: it could, or there is nothing to empty.
+  static std::string whyNotEmptied(const std::string& directory);
 
   /// What the task or the caller said, after `initialize`.
   const std::string& targetDirectory() const noexcept { return targetDirectory_; }
@@ -149,4 +156,5 @@ class ORRERY_MYSQL_EXPORT MySqlSBTRestoreUtils : public MySqlSBTUtils {
 
   std::string imagesProblem_;      // why getBackupImages failed last
   bool serverWasStopped_ = false;  // by this restore: it answered before
+  std::vector<pid_t> elsewhere_;   // servers that do not work in the target: the locks of the one that answered told
 };

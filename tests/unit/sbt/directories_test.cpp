@@ -1,4 +1,4 @@
-// What a restore looks at before it empties a directory, how it empties one, and how values reach commands.
+// Who uses a directory that a restore is to empty, and how values reach commands.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,6 @@
 
 #include "sbt/command_values.h"
 #include "sbt/directory_users.h"
-#include "sbt/emptying.h"
 #include "sbt/sbt_fixture.h"
 
 namespace orrery::test {
@@ -210,6 +209,57 @@ TEST(ServerProcesses, AreToldByTheLocksAndEndWithTheServer) {
   EXPECT_EQ(serverIn(data, 1, proc.path()), "");
 }
 
+TEST(ServersElsewhere, AreThoseBesideTheOneThatHasItsFilesLocked) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  for (const std::string& path : {folder.path(), proc.path()}) fs::permissions(path, fs::perms(0755));
+  const std::string data = folder / "data";
+  fs::create_directories(data);
+  const LockHolder holder(data + "/ibdata1");
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(data + "/ibdata1.tried"); }));
+  const std::string server = proc / std::to_string(holder.pid());
+  for (const auto& [path, program] : {std::pair(server, "mariadbd"), {proc / "13", "mysqld"}, {proc / "14", "tar"}}) {
+    fs::create_directories(path + "/fd");
+    writeFile(path + "/comm", std::string(program) + "\n", 0644);
+    writeFile(path + "/status", "Uid:\t4711\t4711\n", 0644);
+    fs::permissions(path + "/fd", fs::perms::none);
+  }
+  const std::vector<pid_t> known{holder.pid()};
+  EXPECT_THAT(serversElsewhere(data, known, proc.path()), testing::ElementsAre(13));
+  EXPECT_THAT(serversElsewhere(data, {12}, proc.path()), IsEmpty()) << "its locks tell nothing of this directory";
+  EXPECT_TRUE(holdsForOrdinaryUser(
+      [&] { return whoStays(data, 1, known, proc.path()).empty() && !whoStays(data, 1, {12}, proc.path()).empty(); }));
+  fs::permissions(server + "/fd", fs::perms(0700));
+  fs::remove_all(server);
+  EXPECT_TRUE(holdsForOrdinaryUser([&] {
+    return directoryUser(data, 1, Whom::everybody, proc.path(), {13}).empty() &&
+           !directoryUser(data, 1, Whom::everybody, proc.path(), {14}).empty();
+  }));
+  for (const char* const hidden : {"13/fd", "14/fd"}) fs::permissions(proc / hidden, fs::perms(0700));
+  fs::create_symlink(data, proc / "13/cwd");
+  EXPECT_NE(directoryUser(data, 1, Whom::everybody, proc.path(), {13}), "") << "it is seen there";
+}
+
+TEST(IsOfAnotherMachine, ServerThatNobodyHereIs) {
+  const TemporaryDirectory folder;
+  const TemporaryDirectory proc;
+  const std::string data = folder / "data";
+  fs::create_directories(data);
+  fs::create_directories(folder / "other");
+  fs::create_directories(proc / "13/fd");
+  writeFile(proc / "13/comm", "mariadbd\n");
+  EXPECT_TRUE(isOfAnotherMachine(data, data + "/", 1, proc.path()));
+  EXPECT_TRUE(isOfAnotherMachine(folder / "none", folder / "none/", 1, proc.path()));
+  EXPECT_FALSE(isOfAnotherMachine(data, folder / "other", 1, proc.path()));
+  EXPECT_FALSE(isOfAnotherMachine(data, "", 1, proc.path()));
+  fs::create_symlink(data, proc / "13/cwd");
+  EXPECT_FALSE(isOfAnotherMachine(data, data, 1, proc.path())) << "one that locks nothing works in it";
+  fs::remove(proc / "13/cwd");
+  const LockHolder holder(data + "/ibdata1");
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(data + "/ibdata1.tried"); }));
+  EXPECT_FALSE(isOfAnotherMachine(data, data, 1, proc.path()));
+}
+
 TEST(WhoStays, IsNotTheServerThatGoes) {
   const struct {
     const char* name;
@@ -271,85 +321,6 @@ TEST(DirectoryUser, IsFoundAmongTheProcessesOfThisMachine) {
   ASSERT_TRUE(waitUntil([&] { return fs::exists(folder / "file.begun"); }));
   EXPECT_TRUE(waitUntil(
       [&] { return directoryUser(folder.path(), getpid()).find("process " + std::to_string(program.pid())) == 0; }));
-}
-
-TEST(Emptying, RemovesWhatADirectoryHoldsAndFollowsNoLink) {
-  const TemporaryDirectory folder;
-  fs::create_directories(folder / "data/a/b");
-  fs::create_directory(folder / "other");
-  writeFile(folder / "other/kept", "");
-  writeFile(folder / "data/a/b/it's a \"file\"", "");
-  fs::create_directory_symlink(folder / "other", folder / "data/link");
-  fs::create_symlink(folder / "nowhere", folder / "data/a/dangling");
-  fs::create_directory_symlink(folder / "data", folder / "link");
-  fs::permissions(folder / "data", fs::perms(0710));
-  const Emptied emptied = emptyDirectory(folder / "link");
-  EXPECT_EQ(emptied.problem, "");
-  EXPECT_TRUE(emptied.any);
-  EXPECT_TRUE(fs::is_empty(folder / "data"));
-  EXPECT_EQ(fs::status(folder / "data").permissions(), fs::perms(0710));
-  EXPECT_TRUE(fs::is_symlink(folder / "link"));
-  EXPECT_TRUE(fs::exists(folder / "other/kept"));
-  EXPECT_THAT(emptyDirectory(folder / "other/kept").problem, HasSubstr("Not a directory"));
-  EXPECT_FALSE(emptyDirectory(folder / "other/kept").any);
-}
-
-TEST(Emptying, SaysWhatItCannotRemoveAndWhetherSomethingWasRemovedBefore) {
-  const TemporaryDirectory folder;
-  fs::create_directories(folder / "data/held");
-  writeFile(folder / "data/held/file", "");
-  fs::permissions(folder / "data/held", fs::perms(0555));
-  EXPECT_TRUE(holdsForOrdinaryUser([&] {
-    const Emptied emptied = emptyDirectory(folder / "data");
-    return emptied.problem == (folder / "data/held/file: Permission denied") && !emptied.any;
-  }));
-  fs::permissions(folder / "data/held", fs::perms(0755));
-  EXPECT_TRUE(holdsForOrdinaryUser([] {
-    const TemporaryDirectory own;
-    fs::create_directories(own / "data/kept");
-    writeFile(own / "data/kept/gone", "");
-    fs::permissions(own / "data", fs::perms(0555));
-    const Emptied emptied = emptyDirectory(own / "data");
-    fs::permissions(own / "data", fs::perms(0755));
-    return emptied.problem == (own / "data/kept: Permission denied") && emptied.any;
-  })) << "something was removed before it failed";
-}
-
-TEST(Emptying, FolderThatCannotBeEnteredIsFoundFirst) {
-  const int result = asOrdinaryUser([] {
-    const TemporaryDirectory folder;
-    const auto close = [&](const char* name) { fs::permissions(folder / name, fs::perms::none); };
-    for (const char* const name : {"data/lost+found", "data/empty", "data/held"}) fs::create_directories(folder / name);
-    for (const char* const name : {"data/a", "data/lost+found/file", "data/held/file"}) writeFile(folder / name, "");
-    for (const char* const name : {"data/lost+found", "data/empty", "data/held"}) close(name);
-    const Emptied first = emptyDirectory(folder / "data");
-    if (first.problem != (folder / "data/held: Permission denied") || first.any || !fs::exists(folder / "data/a"))
-      return 1;
-    fs::permissions(folder / "data/held", fs::perms(0700));
-    const Emptied second = emptyDirectory(folder / "data");
-    fs::permissions(folder / "data/lost+found", fs::perms(0700));
-    const auto left = std::distance(fs::directory_iterator(folder / "data"), fs::directory_iterator());
-    return second.problem.empty() && left == 1 && fs::exists(folder / "data/lost+found/file") ? 0 : 2;
-  });
-  EXPECT_EQ(result, 0);
-}
-
-TEST(Emptying, MountsBelowAreFoundBeforehand) {
-  const TemporaryDirectory folder;
-  fs::create_directory(folder / "my data");
-  std::string escaped = folder / "my\\040data";
-  const struct {
-    std::string place;
-    bool below;
-  } cases[] = {{"/", false}, {escaped, false}, {escaped + "2/x", false}, {escaped + "/innodb\\134logs", true}};
-  for (const auto& row : cases) {
-    writeFile(folder / "mountinfo", "22 1 8:1 / " + row.place + " rw,relatime - ext4 /dev/sda1 rw\n");
-    EXPECT_EQ(mountBelow(folder / "my data", folder / "mountinfo"),
-              row.below ? folder / "my data/innodb\\logs: something is mounted there" : "");
-  }
-  EXPECT_THAT(mountBelow(folder.path(), folder / "none"), HasSubstr("cannot be read"));
-  EXPECT_EQ(mountBelow(folder / "none"), "");
-  EXPECT_NE(mountBelow("/"), "") << "the system's own table";
 }
 
 TEST(CommandValues, ReachAShellAsOneWordWhateverTheyHold) {

@@ -113,6 +113,56 @@ TEST_F(RestoreDirectory, WhoeverWouldStayIsFoundBeforeTheStop) {
   EXPECT_THAT(causes(), ElementsAre(HasSubstr("570000f7 0 300 process " + std::to_string(holder.pid()) + " (")));
 }
 
+TEST_F(RestoreDirectory, DirectoryThatCannotBeEmptiedKeepsItsServer) {
+  addImages(1);
+  const std::string kept = data_ + "/kept";
+  fs::create_directories(kept);
+  writeFile(kept + "/file", "");
+  const bool isRoot = geteuid() == 0;
+  if (isRoot) {
+    for (const std::string& path : {folder_.path(), data_}) ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+  } else {
+    fs::permissions(kept, fs::perms(0555));
+  }
+  Restore driver;
+  ASSERT_EQ(initialize(driver), 0);
+  // An ordinary account may not write into what is root's.
+  ASSERT_EQ(isRoot ? seteuid(65534) : 0, 0);
+  EXPECT_EQ(driver.sbtRestoreToTime(), -1);
+  ASSERT_EQ(isRoot ? seteuid(0) : 0, 0);
+  fs::permissions(kept, fs::perms(0755));
+  driver.cleanUp();
+  EXPECT_THAT(driver.asked, testing::IsEmpty());
+  EXPECT_THAT(causes(), ElementsAre("570000f7 0 300 " + kept + ": Permission denied|"));
+}
+
+TEST_F(RestoreDirectory, ServerThatAnswersAndWorksElsewhereIsNotStopped) {
+  addImages(1);
+  library_.variable("SHOW VARIABLES LIKE 'datadir'", "datadir", data_.c_str());
+  Restore driver;
+  EXPECT_EQ(restore(driver), -1);
+  EXPECT_THAT(driver.asked, ElementsAre("ping"));
+  EXPECT_TRUE(isOldThere());
+  EXPECT_THAT(causes(), ElementsAre(HasSubstr("570000f7 0 300 the server that answers keeps its data in " + data_)));
+}
+
+TEST_F(RestoreDirectory, ProgramsThatComeAndGoLeaveItAsItIs) {
+  addImages(1);
+  Restore driver;
+  std::unique_ptr<Worker> worker;
+  int sleeps = 0;
+  atSleep_ = [&] {
+    // None is there at the last look, and none stays away for long enough.
+    worker.reset();
+    if (++sleeps % 4 == 1) worker = std::make_unique<Worker>(data_, folder_ / "works");
+  };
+  EXPECT_EQ(restore(driver), -1);
+  EXPECT_EQ(sleeps, 60);
+  EXPECT_TRUE(isOldThere());
+  EXPECT_THAT(causes(), ElementsAre("57000072 0 300 programs come and go in " + data_ +
+                                    "; the server is stopped; nothing was removed; start it again|"));
+}
+
 /// A program of a server's name that is started in the data directory.
 class StartedServer {
  public:
