@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "orrery/mysql/MySqlHelperClasses.h"
@@ -190,11 +191,15 @@ void lookAtWorkingFolder(Context& context, RestorePlan& plan) {
   const bool isShared = plan.workingSpace.device == plan.space.device;
   const std::uint64_t room = isShared ? plan.space.usable() : plan.workingSpace.free;
   const std::uint64_t ofData = isShared ? plan.bytesNeeded() : 0;
-  if (room >= ofData && room - ofData >= plan.bytesNeeded()) return;
-  const std::string why = "mysqlbackup may unpack an image of " + amountText(static_cast<double>(plan.bytesNeeded())) +
-                          " in " + plan.workingFolder + (isShared ? ", beside the data" : "") + ", and " +
+  const auto fits = [&](std::uint64_t bytes) { return room >= ofData && room - ofData >= bytes; };
+  if (fits(plan.bytesNeeded())) return;
+  // A full image is copied to where it belongs, as far as the manual tells.
+  const bool isTooLittle = !fits(plan.bytesUnpacked());
+  const std::uint64_t missed = isTooLittle ? plan.bytesUnpacked() : plan.bytesNeeded();
+  const std::string why = "mysqlbackup may unpack an image of " + amountText(static_cast<double>(missed)) + " in " +
+                          plan.workingFolder + (isShared ? ", beside the data" : "") + ", and " +
                           spaceText(isShared ? plan.space : plan.workingSpace);
-  if (plan.isIntoServer() && !plan.workingSpace.isCompressed && !plan.request.littleRoom)
+  if (isTooLittle && plan.isIntoServer() && !plan.workingSpace.isCompressed && !plan.request.littleRoom)
     throw Failure("there may be no room to restore " + plan.instance.name, why,
                   "make room, or mount a file system that has it there; with --little-room it is tried all the "
                   "same");
@@ -273,6 +278,12 @@ std::string contentOf(const RestorePlan& plan) {
 std::uint64_t RestorePlan::bytesNeeded() const noexcept {
   std::int64_t most = 0;
   for (const platform::ArchiveFile& image : images) most = std::max(most, image.size);
+  return static_cast<std::uint64_t>(most);
+}
+
+std::uint64_t RestorePlan::bytesUnpacked() const noexcept {
+  std::int64_t most = 0;
+  for (auto image = std::next(images.begin()); image != images.end(); ++image) most = std::max(most, image->size);
   return static_cast<std::uint64_t>(most);
 }
 

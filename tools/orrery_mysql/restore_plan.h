@@ -28,9 +28,10 @@ struct RestorePlan {
   std::string startCommand;  ///< empty: the default one
   long startWait = 0;        ///< seconds
 
-  /// The least that the data will take, and the most that `mysqlbackup` unpacks of an image: what the largest one
-  /// holds. File systems that compress may need less.
+  /// The least that the data will take: what the largest image holds. File systems that compress may need less.
   std::uint64_t bytesNeeded() const noexcept;
+  /// What the largest incremental image holds, 0 without one: `mysqlbackup` unpacks it before it applies it.
+  std::uint64_t bytesUnpacked() const noexcept;
   /// The most that the data will take: each incremental image may hold only new pages, or only changed ones.
   std::uint64_t bytesAtMost() const noexcept;
   bool isIntoServer() const noexcept { return !request.into; }
