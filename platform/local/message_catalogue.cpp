@@ -101,7 +101,8 @@ constexpr Message catalogue[] = {
     {0x57000105,
      "Another backup of the server, by other means, ended while this one was made: it is not known on which of them "
      "the "
-     "image %1 stands, so it was taken out of the archive. Make the backups one after the other."},
+     "image %1 stands, so it was taken out of the archive; its file stays in the media folder and may be removed. Make "
+     "the backups one after the other."},
 };
 
 constexpr bool inOrder() {

@@ -24,7 +24,7 @@ CKyError failed(const std::string& path, int error) {
 /// Makes one directory with this mode. Another process may make it at the same moment; its mode then stands.
 ///
 /// The mode is set only where the umask took something from it: whoever finds the directory there goes on at once, and
-/// may have given it another mode before a call that came too late.
+/// may have given it another mode before a call that came too late. Under such a umask that can still happen.
 CKyError makeOne(const std::string& path, mode_t mode) {
   if (mkdir(path.c_str(), mode) == 0) {
     struct stat made {};

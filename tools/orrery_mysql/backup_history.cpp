@@ -1,8 +1,10 @@
 #include "backup_history.h"
 
+#include <chrono>
 #include <sstream>
 
 #include "failure.h"
+#include "interrupt.h"
 #include "server_session.h"
 
 namespace orrery::tool {
@@ -17,11 +19,29 @@ constexpr const char* newestOfHistory =
     "SELECT backup_id, end_lsn, (SELECT COUNT(*) FROM mysql.backup_history WHERE exit_state='SUCCESS') FROM "
     "mysql.backup_history WHERE exit_state='SUCCESS' ORDER BY end_time DESC, backup_id DESC LIMIT 1";
 
+// Rows of a table travel without the data that they speak of, in a dump for instance. A server that is set up anew has
+// another one; servers that have none say nothing.
+constexpr const char* identityOfServer = "SHOW GLOBAL VARIABLES LIKE 'server_uuid'";
+
+// A client waits without limit for a server that hangs, and nobody could end it while a job is brought to its end.
+constexpr std::chrono::minutes longestAnswer(1);
+
+std::string serverIdentity(ServerSession& server, const std::string& what) {
+  std::string row;
+  server.run(what, [&](GetMySqlInfo& session) { return session.executeMySqlCommand(identityOfServer, row, false); });
+  std::istringstream columns(row);
+  std::string name;
+  std::string identity;
+  columns >> name >> identity;
+  return identity;
+}
+
 }  // namespace
 
 BackupHistory readBackupHistory(Context& context, const platform::InstanceRecord& instance) {
   const std::string what = "the backup history cannot be read of";
   ServerSession server(context, std::to_string(instance.id), ServerSession::LibraryMode{});
+  const ClientLimit limit(std::chrono::steady_clock::now() + longestAnswer);
   std::string row;
   const int rc =
       server.attempt([&](GetMySqlInfo& session) { return session.executeMySqlCommand(newestOfHistory, row, false); });
@@ -35,6 +55,7 @@ BackupHistory readBackupHistory(Context& context, const platform::InstanceRecord
   if (!(columns >> id >> position >> history.count))
     throw Failure(what + " " + instance.name, "its server answered: " + onOneLine(row));
   history.newest = id + "/" + position;
+  if (const std::string identity = serverIdentity(server, what); !identity.empty()) history.newest += "/" + identity;
   return history;
 }
 

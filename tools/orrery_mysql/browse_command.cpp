@@ -43,6 +43,7 @@ void browse(Context& context, const Request& request) {
   Table table({"TIME", "LEVEL", "SIZE", "JOB", "IMAGE", "DATABASES"});
   const std::vector<platform::ArchiveFile> images = imagesOf(context, instance);
   const std::vector<std::string> reasons = whyNotRestorable(context, images);
+  std::string told;
   for (std::size_t i = 0; i < images.size(); ++i) {
     const platform::ArchiveFile& image = images[i];
     const bool isRestorable = reasons[i].empty();
@@ -59,8 +60,8 @@ void browse(Context& context, const Request& request) {
                amountText(static_cast<double>(image.size)), std::to_string(image.jobId), image.name,
                inOneLine(databases)});
     // Images that follow one another share their reason.
-    if (!isRestorable && (i == 0 || reasons[i] != reasons[i - 1]))
-      context.note("no restore brings back " + image.name + ": " + reasons[i]);
+    if (!isRestorable && reasons[i] != told) context.note("no restore brings back " + image.name + ": " + reasons[i]);
+    told = reasons[i];
   }
   if (document["images"].empty()) {
     context.note("there is no image of " + instance.name +

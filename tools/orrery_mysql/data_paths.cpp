@@ -19,7 +19,11 @@ PathMap readMap(ServerSession& server) {
   server.run("the data paths are not known of", [&](GetMySqlInfo& session) {
     auto* const library = dynamic_cast<GetMySqlInfoExt*>(&session);
     if (library == nullptr) return session.FindAllDatabasePaths(map);
-    const int rc = library->FindAllDatabasePaths();
+    // Servers make and remove files while their directory is read: one that is gone at its turn ends the reading.
+    constexpr int mostAttempts = 5;
+    int rc = -1;
+    for (int attempt = 0; attempt < mostAttempts && rc != 0 && library->iErrorCode == 0; ++attempt)
+      rc = library->FindAllDatabasePaths();
     map = library->dataPaths();
     return rc;
   });

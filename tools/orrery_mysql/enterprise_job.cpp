@@ -77,8 +77,8 @@ class EnterpriseJob::Watch {
  private:
   std::string asked() const {
     return "orrery-mysql: note: " + signalText(interruptSignal()) + ": the " + what_ +
-           " is asked to end and puts in order what it has begun; SIGQUIT (Ctrl-\\) ends it at once and leaves all as "
-           "it is";
+           " is asked to end and puts in order what it has begun; SIGQUIT (Ctrl-\\), or another signal in a minute, "
+           "ends it at once and leaves all as it is";
   }
   void look() {
     std::unique_lock lock(mutex_);

@@ -65,15 +65,25 @@ std::vector<platform::ArchiveFile> imagesOf(Context& context, const platform::In
 }
 
 std::vector<std::string> whyNotRestorable(Context& context, const std::vector<platform::ArchiveFile>& images) {
-  const bool isInOrder = std::is_sorted(images.begin(), images.end(),
-                                        [](const auto& one, const auto& other) { return one.created < other.created; });
+  const auto isEarlier = [](const auto& one, const auto& other) { return one.created < other.created; };
+  std::vector<std::int64_t> earliestFrom(images.size() + 1, std::numeric_limits<std::int64_t>::max());
+  for (std::size_t i = images.size(); i-- > 0;) earliestFrom[i] = std::min(earliestFrom[i + 1], images[i].created);
   std::vector<std::string> reasons;
   reasons.reserve(images.size());
+  std::int64_t latestBefore = std::numeric_limits<std::int64_t>::min();
   for (auto begin = images.begin(); begin != images.end();) {
     auto end = std::next(begin);
-    // With a clock that was set back an image's time may lead to any other.
-    while (isInOrder && end != images.end() && end->level != fullLevel) ++end;
-    addReasons(context, begin, end, isInOrder ? begin->created : 0, reasons);
+    while (end != images.end() && end->level != fullLevel) ++end;
+    const std::int64_t latest = std::max_element(begin, end, isEarlier)->created;
+    // Where a clock was set back, an image's time may lead to any other.
+    const bool isInOrder = latestBefore <= begin->created && std::is_sorted(begin, end, isEarlier) &&
+                           latest <= earliestFrom[static_cast<std::size_t>(end - images.begin())];
+    if (isInOrder) {
+      addReasons(context, begin, end, begin->created, reasons);
+    } else {
+      for (auto image = begin; image != end; ++image) addReasons(context, image, std::next(image), 0, reasons);
+    }
+    latestBefore = std::max(latestBefore, latest);
     begin = end;
   }
   return reasons;

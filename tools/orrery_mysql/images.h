@@ -17,7 +17,7 @@ platform::BackupSet defaultBackupSet(Context& context, const platform::InstanceR
 std::vector<platform::ArchiveFile> imagesOf(Context& context, const platform::InstanceRecord& instance);
 
 /// Why a restore to the time of an image would not bring it back, for each image of `imagesOf`; empty where it would.
-/// Looks at headers and trailers, each once where nothing is missing.
+/// Looks at headers and trailers, each once where nothing is missing and the clock was not set back.
 std::vector<std::string> whyNotRestorable(Context& context, const std::vector<platform::ArchiveFile>& images);
 
 const char* levelText(int level);

@@ -4,8 +4,10 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +28,7 @@ namespace {
 
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr int kForwardEveryMilliseconds = 100;
+constexpr std::int64_t kPatienceSeconds = 60;  // for what must not be broken off
 
 // Written by the signal handler, which has nothing but these.
 std::atomic<int> firstSignal{0};
@@ -33,14 +36,22 @@ std::atomic<int> signalCount{0};
 std::atomic<int> wakeDescriptor{-1};
 std::atomic<bool> handedOnOnce{false};
 std::atomic<int> finishing{0};
+std::atomic<std::int64_t> secondOfFirst{0};
 static_assert(std::atomic<int>::is_always_lock_free);
+
+std::int64_t secondsNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
 
 void remember(int signal) {
   const int saved = errno;
   int none = 0;
-  firstSignal.compare_exchange_strong(none, signal);
+  if (firstSignal.compare_exchange_strong(none, signal)) secondOfFirst = secondsNow();
   const int earlier = signalCount.fetch_add(1);
-  if (finishing > 0 ? earlier >= 1 && signal == SIGQUIT : earlier >= 2) endBySignal(signal);
+  const bool isMeant = signal == SIGQUIT || secondsNow() - secondOfFirst >= kPatienceSeconds;
+  if (finishing > 0 ? earlier >= 1 && isMeant : earlier >= 2) endBySignal(signal);
   const char byte = 's';
   if (::write(wakeDescriptor.load(), &byte, 1) < 0) {
     // The pipe is full of earlier wakes, or gone: nothing more to wake.
@@ -203,6 +214,8 @@ HandedOnOnce::~HandedOnOnce() {
 }
 
 void endBySignal(int signal) noexcept {
+  // SIGQUIT would leave the memory in a file, passwords among it.
+  ::prctl(PR_SET_DUMPABLE, 0);
   struct sigaction action {};
   action.sa_handler = SIG_DFL;
   sigemptyset(&action.sa_mask);

@@ -18,7 +18,8 @@ namespace orrery::tool {
 /// Lets Ctrl-C, SIGTERM and SIGHUP end the command in its ordinary way, so that sessions put away what they made.
 ///
 /// The signal is remembered and handed on to the running client programs, whose end makes the library return. A second
-/// signal kills them and ends connections on which a server does not answer; a third takes its default action at once.
+/// signal kills them and ends connections on which a server does not answer; a third takes its default action at once,
+/// unless something is being finished.
 /// After the clean-up `main` lets the first one take its default action, so that the caller sees the end by signal.
 /// Signals that were ignored at the start stay ignored. At most one object at a time.
 class InterruptGuard {
@@ -71,7 +72,8 @@ class [[nodiscard]] ClientLimit {
 /// While one lives, waits last as long as they should although the user asked for the end, and no child hears of it:
 /// what is done then, letting a replica go or giving restored files to their owner, has to be finished. Whoever may end
 /// earlier looks at `interruptSignal` and ends its children itself. People press Ctrl-C again when nothing seems to
-/// happen: only SIGQUIT after another signal takes its default action at once.
+/// happen: only SIGQUIT after another signal, or any signal from a minute after the first one on, takes its default
+/// action at once.
 class [[nodiscard]] Finishing {
  public:
   Finishing() noexcept;

@@ -62,8 +62,7 @@ void lookAtOrigins(Context& context, const RestorePlan& plan) {
     if (const auto noted = notedOutsidePaths(context, image.jobId))
       requireInside(plan, *noted, "the image " + image.name + " holds");
     else
-      context.note("it is not known whether the image " + image.name +
-                   " holds data outside the data directory: its backup could not ask the server");
+      context.note("it is not known whether the image " + image.name + " holds data outside the data directory");
   }
 }
 
@@ -192,10 +191,11 @@ void lookAtWorkingFolder(Context& context, RestorePlan& plan) {
   const std::uint64_t room = isShared ? plan.space.usable() : plan.workingSpace.free;
   const std::uint64_t ofData = isShared ? plan.bytesNeeded() : 0;
   const auto fits = [&](std::uint64_t bytes) { return room >= ofData && room - ofData >= bytes; };
-  if (fits(plan.bytesNeeded())) return;
-  // A full image is copied to where it belongs, as far as the manual tells.
+  // A full image is copied to where it belongs, as far as the manual tells: of that only a plan speaks.
+  const std::uint64_t unpacked = plan.request.planOnly ? plan.bytesNeeded() : plan.bytesUnpacked();
+  if (fits(unpacked)) return;
   const bool isTooLittle = !fits(plan.bytesUnpacked());
-  const std::uint64_t missed = isTooLittle ? plan.bytesUnpacked() : plan.bytesNeeded();
+  const std::uint64_t missed = isTooLittle ? plan.bytesUnpacked() : unpacked;
   const std::string why = "mysqlbackup may unpack an image of " + amountText(static_cast<double>(missed)) + " in " +
                           plan.workingFolder + (isShared ? ", beside the data" : "") + ", and " +
                           spaceText(isShared ? plan.space : plan.workingSpace);

@@ -10,8 +10,9 @@
 /// threads that a run adds.
 ///
 /// Nothing is stopped or emptied before every image has been read once from end to end, and no data directory is
-/// emptied while a process has it open, holds a lock in it, or may do so unseen. A server that answers is restored only
-/// when it is at work in the directory of that path here.
+/// emptied while a process has it open, holds a lock in it, or may do so unseen. A server that answers
+/// and names the target as its data directory is restored only when somebody is at work in the directory of that path
+/// here; that the target is the server's directory is the caller's to know.
 
 #include <sys/types.h>
 
